@@ -1,0 +1,47 @@
+# What every target of the house shares: warnings, sanitizers, the include root, and where outputs lie.
+#
+# The build tree has the shape of an installation, so that the program finds its library and its bundles
+# by the same relative paths in both: <build>/corvane, <build>/lib/*.so, <build>/lib/corvane/*.bundle.
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_library(corvane-options INTERFACE)
+target_compile_options(corvane-options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wno-missing-field-initializers)
+target_include_directories(corvane-options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+if(CORVANE_SANITIZE)
+  target_compile_options(corvane-options INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(corvane-options INTERFACE -fsanitize=${CORVANE_SANITIZE})
+  target_compile_definitions(corvane-options INTERFACE CORVANE_SANITIZED=1)
+endif()
+
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/archive)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+# corvane_room(<name> LINKS <targets> SOURCES <files>): a static room above the platform line.
+function(corvane_room name)
+  cmake_parse_arguments(ROOM "" "" "LINKS;SOURCES" ${ARGN})
+  add_library(corvane-${name} STATIC ${ROOM_SOURCES})
+  target_link_libraries(corvane-${name} PUBLIC corvane-options ${ROOM_LINKS})
+endfunction()
+
+# corvane_test(<name> LINKS <targets> SOURCES <files> [SERIAL] [TIMEOUT s]): one GoogleTest program; each case a CTest test.
+function(corvane_test name)
+  cmake_parse_arguments(T "SERIAL" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  add_executable(test-${name} ${T_SOURCES})
+  target_include_directories(test-${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(test-${name} PRIVATE corvane-options ${T_LINKS} GTest::gtest_main GTest::gmock)
+  set_target_properties(test-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  set(properties TIMEOUT ${T_TIMEOUT} LABELS "${T_LABELS}")
+  if(T_SERIAL)
+    list(APPEND properties RUN_SERIAL ON)
+  endif()
+  gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+endfunction()

@@ -1,0 +1,42 @@
+// Property-list objects: strings, numbers, arrays, dictionaries, under their published calls.
+// Start at CFStringCreateWithCString; the classes behind the references are in CFObjects.h.
+#pragma once
+
+#include "platform/foundation/CFBase.h"
+
+// ---- Strings, UTF-8 throughout.
+constexpr uint32_t kCFStringEncodingUTF8 = 0x08000100;
+CFTypeID CFStringGetTypeID();
+/// Null for a null text or one that is not UTF-8.
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, uint32_t encoding);
+/// False where the text and its NUL do not fit `bytes`.
+bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex bytes, uint32_t encoding);
+/// A string that lives as long as the process, the same object for the same text.
+CFStringRef CFStringMakeConstant(const char* text);
+#define CFSTR(text) CFStringMakeConstant(text)
+
+// ---- Numbers.
+enum CFNumberType : CFIndex { kCFNumberSInt32Type = 3, kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6 };
+CFTypeID CFNumberGetTypeID();
+CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
+/// Converts to `type`. False where the value had to be cut to fit; it is stored all the same.
+bool CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
+
+// ---- Arrays. They retain what they hold.
+CFTypeID CFArrayGetTypeID();
+CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const CFTypeRef* values, CFIndex count);
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+void CFArrayAppendValue(CFMutableArrayRef array, CFTypeRef value);
+CFIndex CFArrayGetCount(CFArrayRef array);
+/// Null beyond the ends.
+CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
+/// Whether any element is equal to `value`.
+bool CFArrayContainsValue(CFArrayRef array, CFTypeRef value);
+
+// ---- Dictionaries with string keys. They retain what they hold.
+CFTypeID CFDictionaryGetTypeID();
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const CFStringRef* keys, const CFTypeRef* values,
+                                   CFIndex count);
+CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
+/// Null where there is no such key.
+CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, CFStringRef key);

@@ -1,0 +1,17 @@
+// HostTime: the host clock under its published names. One tick is one nanosecond here: the time base is 1/1.
+#pragma once
+
+#include <cstdint>
+
+struct mach_timebase_info {
+    uint32_t numer;
+    uint32_t denom;
+};
+using mach_timebase_info_data_t = mach_timebase_info;
+
+/// Host time in ticks.
+/// @realtime yes
+uint64_t mach_absolute_time();
+
+/// Nanoseconds a tick are numer / denom. @return 0
+int mach_timebase_info(mach_timebase_info_data_t* info);

@@ -1,0 +1,21 @@
+// System: what a process may ask about itself and the system under it.
+#pragma once
+
+#include "platform/audio/CoreAudioTypes.h"
+
+#include <cstddef>
+#include <sys/types.h>
+
+constexpr OSType gestaltSystemVersion = FourCC("sysv");
+
+/// The system version in its published coding; 0x1058 here, which says that the interfaces are those of 10.5.
+OSStatus Gestalt(OSType selector, SInt32* response);
+
+namespace platform::kernel {
+
+pid_t getpid();
+
+/// "hw.cputype" and "hw.activecpu", 32-bit integers. @return 0, or -1 for any other name
+int sysctlbyname(const char* name, void* value, size_t* bytes);
+
+}  // namespace platform::kernel

@@ -1,0 +1,37 @@
+// Processes: the process table of the current machine.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace platform::machine {
+
+/// What the table says of one process. Empty strings where it says nothing, or may not be read.
+struct ProcessRecord {
+    pid_t mPID = 0;
+    pid_t mParent = 0;
+    uint64_t mStartTime = 0;     // opaque; with the identifier it names one process for ever
+    std::string mName;           // the short name the process runs under
+    std::string mExecutable;     // absolute path
+    std::string mSandboxID;      // identifier given by a sandbox
+    std::string mDesktopScope;   // application identifier of the desktop's scope the process runs in
+};
+
+class Processes {
+public:
+    virtual ~Processes() = default;
+
+    virtual pid_t Self() = 0;
+    virtual std::optional<ProcessRecord> Find(pid_t pid) = 0;
+
+    /// The identifier and the shown name that the desktop's entries give for an executable, if any has it.
+    struct DesktopEntry {
+        std::string mIdentifier;
+        std::string mName;
+    };
+    virtual std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) = 0;
+};
+
+}  // namespace platform::machine

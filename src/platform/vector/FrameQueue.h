@@ -1,0 +1,46 @@
+// FrameQueue: interleaved float frames from one writer thread to one reader thread, first in, first out.
+// Why: a server's data thread and a tap's consumer must never wait for whoever takes their frames on.
+// What does not fit is refused and counted, never overwritten.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace platform::vector {
+
+class FrameQueue {
+public:
+    /// Room for at least `frames` frames of `channels` floats; touches its memory. Allocates.
+    FrameQueue(unsigned channels, size_t frames);
+
+    unsigned Channels() const noexcept { return mChannels; }
+    size_t Capacity() const noexcept { return mMask + 1; }
+
+    /// Appends all of `frames`, or nothing where they do not fit.
+    ///
+    /// @param samples  interleaved; null appends silence
+    /// @return         whether they fitted
+    /// @thread         the writer
+    /// @realtime       yes
+    bool Write(const float* samples, size_t frames) noexcept;
+
+    /// Frames ready to be read. @thread any; exact for the reader as a lower bound, for the writer as an upper
+    size_t Available() const noexcept;
+
+    /// Takes up to `frames` out. @return how many @thread the reader @realtime yes
+    size_t Read(float* samples, size_t frames) noexcept;
+
+    /// Drops up to `frames` at the reader's side. @return how many
+    size_t Skip(size_t frames) noexcept;
+
+private:
+    unsigned mChannels;
+    uint64_t mMask;
+    std::vector<float> mFrames;
+    alignas(64) std::atomic<uint64_t> mWritten{0};  // stored by the writer (release), loaded by the reader (acquire)
+    alignas(64) std::atomic<uint64_t> mRead{0};     // stored by the reader (release), loaded by the writer (acquire)
+};
+
+}  // namespace platform::vector

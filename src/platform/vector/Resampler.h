@@ -1,0 +1,65 @@
+// Resampler: variable-ratio conversion of float channels, exact at ratio 1.
+// Why: every source here has a crystal of its own. The kernel has its zeros at the integers, so that at
+// phase 0 it is the identity and unity is bit exact by construction; the ratio is ramped over a block, so
+// that a moving ratio makes no products; nothing is allocated after Configure.
+// Pull it in two steps: InputFramesFor, then Process with exactly that many.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace platform::vector {
+
+enum class ResamplerStage {
+    Low,  ///< 64 taps: distortion and noise at most -114 dB, 32 frames of delay near ratio 1
+};
+
+class Resampler {
+public:
+    Resampler();
+    ~Resampler();
+    Resampler(Resampler&&) noexcept;
+    Resampler& operator=(Resampler&&) noexcept;
+
+    /// Makes the tables and the history for conversions around one ratio; clears all state.
+    ///
+    /// @param channels         1 .. 64
+    /// @param nominalRatio     input frames an output frame, 1/16 .. 16; ratios given later may differ from
+    ///                         it by up to 5 percent. At most 1.05: the interpolating kernel without
+    ///                         band limit (an image-free one below 1); above: band limited to the output rate.
+    /// @param maxOutputFrames  most frames of one Process
+    /// @return                 false where a parameter is out of range or memory is short; then not usable
+    /// @realtime               no: allocates
+    bool Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage stage);
+
+    /// Silence in the history, phase 0, ratio back at the nominal. Allocates nothing.
+    void Reset() noexcept;
+
+    /// Delay in input frames: output frame k of a Configured stream lies at input position k * ratio - Delay.
+    /// A whole number.
+    unsigned DelayFrames() const noexcept;
+
+    /// Input frames that Process will consume for this block: exactly the whole part of the position's
+    /// advance; the sum over all blocks differs from the sum of ratio x frames by less than one frame.
+    ///
+    /// @realtime yes
+    unsigned InputFramesFor(unsigned outputFrames, double ratio) const noexcept;
+    /// The most that InputFramesFor can answer for `outputFrames`.
+    unsigned MaxInputFramesFor(unsigned outputFrames) const noexcept;
+
+    /// Converts one block. The ratio moves linearly from where the last block left it to `ratio`.
+    ///
+    /// @param input   one pointer a channel, each to InputFramesFor(outputFrames, ratio) frames
+    /// @param output  one pointer a channel, each with room for outputFrames; must not overlap the input
+    /// @realtime      yes
+    void Process(const float* const* input, float* const* output, unsigned outputFrames, double ratio) noexcept;
+
+    /// The fraction of an input frame that the next output frame lies beyond a whole one, 0 .. below 1.
+    double Phase() const noexcept;
+
+private:
+    struct State;
+    std::unique_ptr<State> mState;
+};
+
+}  // namespace platform::vector
