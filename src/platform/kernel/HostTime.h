@@ -3,11 +3,10 @@
 
 #include <cstdint>
 
-struct mach_timebase_info {
+struct mach_timebase_info_data_t {
     uint32_t numer;
     uint32_t denom;
 };
-using mach_timebase_info_data_t = mach_timebase_info;
 
 /// Host time in ticks.
 /// @realtime yes
@@ -15,3 +14,11 @@ uint64_t mach_absolute_time();
 
 /// Nanoseconds a tick are numer / denom. @return 0
 int mach_timebase_info(mach_timebase_info_data_t* info);
+
+/// Time since the system came up, in ticks: the host clock itself here.
+/// @realtime yes
+uint64_t UpTime();
+
+/// The nanoseconds of a span of ticks.
+/// @realtime yes
+uint64_t AbsoluteToNanoseconds(uint64_t ticks);

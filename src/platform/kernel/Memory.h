@@ -11,12 +11,15 @@ using mach_port_t = uint32_t;
 
 constexpr kern_return_t KERN_SUCCESS = 0;
 constexpr kern_return_t KERN_NO_SPACE = 3;
+constexpr kern_return_t KERN_INVALID_ARGUMENT = 4;
 constexpr int VM_FLAGS_ANYWHERE = 1;
 
 /// This process. Another task cannot be named.
 mach_port_t mach_task_self();
 
 /// Zeroed pages; `size` is rounded up to whole pages.
+/// @return KERN_NO_SPACE where there is no memory, KERN_INVALID_ARGUMENT for 0 bytes, for another task and
+///         for a place of the caller's choice
 kern_return_t vm_allocate(mach_port_t task, vm_address_t* address, vm_size_t size, int flags);
 kern_return_t vm_deallocate(mach_port_t task, vm_address_t address, vm_size_t size);
 

@@ -1,0 +1,56 @@
+#include "platform/kernel/System.h"
+
+#include "platform/machine/Machine.h"
+#include "platform/machine/Processes.h"
+
+#include <unistd.h>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+
+constexpr OSStatus kUndefinedSelector = -5551;
+constexpr SInt32 kSystemVersion = 0x1058;
+
+/// The family of this program's processor in the coding of object files; 0 for one that has no number.
+constexpr int32_t ProcessorFamily()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    return 7;
+#elif defined(__aarch64__) || defined(__arm__)
+    return 12;
+#else
+    return 0;
+#endif
+}
+
+}  // namespace
+
+OSStatus Gestalt(OSType selector, SInt32* response)
+{
+    if (selector != gestaltSystemVersion) return kUndefinedSelector;
+    *response = kSystemVersion;
+    return 0;
+}
+
+namespace platform::kernel
+{
+
+pid_t getpid()
+{
+    return machine::Machine::Current().GetProcesses().Self();
+}
+
+int sysctlbyname(const char* name, void* value, size_t* bytes)
+{
+    int32_t number = 0;
+    if (std::string_view(name) == "hw.cputype") number = ProcessorFamily();
+    if (std::string_view(name) == "hw.activecpu") number = int32_t(sysconf(_SC_NPROCESSORS_ONLN));
+    if (number <= 0 || *bytes < sizeof number) return -1;
+    std::memcpy(value, &number, sizeof number);
+    *bytes = sizeof number;
+    return 0;
+}
+
+}  // namespace platform::kernel

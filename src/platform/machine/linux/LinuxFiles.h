@@ -1,0 +1,17 @@
+// LinuxFiles: well-known paths are what they say, and bundles lie beside the platform's library.
+#pragma once
+
+#include "platform/machine/Files.h"
+
+namespace platform::machine
+{
+
+class LinuxFiles final : public Files
+{
+public:
+    std::string Resolve(const std::string& wellKnownPath) override;
+    /// The folder "corvane" beside the library that this code is in: the same in a build and installed.
+    std::string BundleFolder() override;
+};
+
+}  // namespace platform::machine
