@@ -4,11 +4,13 @@
 // Start at cf::Ref.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <utility>
 
-namespace cf {
+namespace cf
+{
 class Object;
 class String;
 class Number;
@@ -42,12 +44,44 @@ CFHashCode CFHash(CFTypeRef object);
 /// A description for people, as a string that the caller releases.
 CFStringRef CFCopyDescription(CFTypeRef object);
 
-namespace cf {
+namespace cf
+{
+
+/// The base of everything counted. A new object has one owner, who made it.
+class Object
+{
+public:
+    Object() = default;
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+    virtual ~Object() = default;
+
+    virtual CFTypeID TypeID() const = 0;
+    /// Whether `other`, which is of the same type, has the same value. An object without a value is equal to
+    /// itself alone.
+    virtual bool IsEqual(const Object& other) const { return this == &other; }
+    /// Equal objects have equal hashes.
+    virtual CFHashCode Hash() const { return reinterpret_cast<CFHashCode>(this); }
+    virtual std::string Describe() const = 0;
+
+private:
+    friend CFTypeRef(::CFRetain)(CFTypeRef object);
+    friend void(::CFRelease)(CFTypeRef object);
+    mutable std::atomic<uint32_t> mOwners{1};  // raised relaxed; lowered acq_rel, which orders uses before the end
+};
+
+/// `object` as a T, or null where it is null or of another type.
+template <class T>
+const T* As(CFTypeRef object)
+{
+    return object && object->TypeID() == T::kTypeID ? static_cast<const T*>(object) : nullptr;
+}
 
 /// Owns one reference. Made by Adopt from what a Copy or Create call returned, by Share from what a Get
 /// call returned.
 template <class T>
-class Ref {
+class Ref
+{
 public:
     Ref() = default;
     static Ref Adopt(const T* object) { return Ref(object); }

@@ -2,7 +2,7 @@
 // Start at CFStringCreateWithCString; the classes behind the references are in CFObjects.h.
 #pragma once
 
-#include "platform/foundation/CFBase.h"
+#include "platform/foundation/CFObjects.h"
 
 // ---- Strings, UTF-8 throughout.
 constexpr uint32_t kCFStringEncodingUTF8 = 0x08000100;
@@ -18,8 +18,10 @@ CFStringRef CFStringMakeConstant(const char* text);
 // ---- Numbers.
 enum CFNumberType : CFIndex { kCFNumberSInt32Type = 3, kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6 };
 CFTypeID CFNumberGetTypeID();
+/// Null for a type other than those above.
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
-/// Converts to `type`. False where the value had to be cut to fit; it is stored all the same.
+/// Converts to `type`. False where the value had to be cut to fit; the nearest one towards zero is stored all
+/// the same (0 for what is no number).
 bool CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 // ---- Arrays. They retain what they hold.
@@ -35,6 +37,7 @@ bool CFArrayContainsValue(CFArrayRef array, CFTypeRef value);
 
 // ---- Dictionaries with string keys. They retain what they hold.
 CFTypeID CFDictionaryGetTypeID();
+/// Of equal keys the first counts.
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const CFStringRef* keys, const CFTypeRef* values,
                                    CFIndex count);
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
