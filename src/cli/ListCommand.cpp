@@ -1,0 +1,104 @@
+#include "cli/ListCommand.h"
+
+#include "cli/ExitCodes.h"
+#include "cli/Outputs.h"
+#include "platform/process/Applications.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace cli
+{
+
+using platform::process::Application;
+using platform::process::IdentifierSource;
+
+namespace
+{
+
+const char* NameOf(IdentifierSource source)
+{
+    switch (source) {
+        case IdentifierSource::SandboxID:
+            return "sandbox id";
+        case IdentifierSource::DesktopScope:
+            return "desktop scope";
+        case IdentifierSource::DesktopEntry:
+            return "desktop entry";
+        case IdentifierSource::ServerProperty:
+            return "server property";
+        case IdentifierSource::Executable:
+            return "executable";
+    }
+    return "";
+}
+
+bool TellNoServer()
+{
+    const auto why = WhyNoServer();
+    if (why) fmt::print(stderr, "corvane: {}\n", *why);
+    return why.has_value();
+}
+
+// What other programs wrote may hold anything; JSON and a terminal get it with bad bytes replaced.
+void Print(const nlohmann::json& json)
+{
+    fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+std::string Printable(std::string text)
+{
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    return text;
+}
+
+}  // namespace
+
+int ListApplications(bool json)
+{
+    if (TellNoServer()) return kExitNoServer;
+    const std::vector<Application> applications = platform::process::CopyApplications();
+    if (json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const Application& a : applications)
+            list.push_back({{"pid", a.mPID},
+                            {"name", a.mName},
+                            {"identifier", a.mIdentifier},
+                            {"identifier_source", NameOf(a.mIdentifierSource)},
+                            {"path", a.mExecutable},
+                            {"playing", a.mPlaying},
+                            {"helpers", a.mHelpers}});
+        Print({{"applications", list}});
+        return kExitDone;
+    }
+    if (applications.empty()) fmt::print("No application has a stream on the audio server.\n");
+    for (const Application& a : applications)
+        fmt::print("{:>7}  {:<7}  {:<24}  {} ({})  {}\n", a.mPID, a.mPlaying ? "playing" : "idle", Printable(a.mName),
+                   Printable(a.mIdentifier), NameOf(a.mIdentifierSource), Printable(a.mExecutable));
+    return kExitDone;
+}
+
+int ListOutputs(bool json)
+{
+    if (TellNoServer()) return kExitNoServer;
+    const std::vector<Output> outputs = CopyOutputs();
+    if (json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const Output& o : outputs)
+            list.push_back({{"uid", o.mUID},
+                            {"name", o.mName},
+                            {"rate", o.mRateHz},
+                            {"channels", o.mChannels},
+                            {"default", o.mIsDefault}});
+        Print({{"outputs", list}});
+        return kExitDone;
+    }
+    if (outputs.empty()) fmt::print("The audio server has no output device.\n");
+    for (const Output& o : outputs)
+        fmt::print("{} {:<32}  {:>6.0f} Hz  {:>2} ch  {}\n", o.mIsDefault ? '*' : ' ', Printable(o.mUID), o.mRateHz,
+                   o.mChannels, Printable(o.mName));
+    return kExitDone;
+}
+
+}  // namespace cli

@@ -1,0 +1,187 @@
+#include "cli/RecordCommand.h"
+
+#include "cli/ExitCodes.h"
+#include "cli/Outputs.h"
+#include "cli/Progress.h"
+#include "cli/RecordWords.h"
+#include "cli/Recorder.h"
+#include "cli/Sources.h"
+#include "platform/machine/AudioServer.h"
+#include "platform/machine/Files.h"
+#include "platform/machine/Machine.h"
+#include "platform/machine/Memory.h"
+#include "platform/machine/Processes.h"
+#include "platform/machine/Threads.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+
+namespace cli
+{
+
+using platform::machine::Machine;
+
+namespace
+{
+
+constexpr uint64_t kMeterNanos = 200'000'000;
+constexpr double kFallbackRateHz = 48000;
+
+// Statuses of a session that cannot start.
+constexpr int kNoDeviceToTap = -200;
+constexpr int kNoTapService = -204;
+
+volatile std::sig_atomic_t sStopSignal = 0;  // stored by the handler, read by the main thread
+
+void Complain(const std::string& text)
+{
+    fmt::print(stderr, "corvane: {}\n", text);
+}
+
+void CatchStopSignals()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int number) { sStopSignal = number; };
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is a write error like any other
+}
+
+bool ProcessExists(pid_t pid)
+{
+    return Machine::Current().GetProcesses().Find(pid).has_value();
+}
+
+// Fills in the processes; "system" beside others is everything.
+int ResolveSources(const std::vector<Source>& sources, RecordingWish& wish)
+{
+    const auto applications = platform::process::CopyApplications();
+    bool everything = sources.empty();
+    for (const Source& source : sources) {
+        const Resolution resolution = Resolve(source, applications, ProcessExists);
+        if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNoSource;
+        everything = everything || resolution.mProcesses.empty();
+        wish.mProcesses.insert(wish.mProcesses.end(), resolution.mProcesses.begin(), resolution.mProcesses.end());
+    }
+    if (everything) wish.mProcesses.clear();
+    return kExitDone;
+}
+
+int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Output>& outputs, RecordingWish& wish)
+{
+    for (const std::string& name : from) {
+        if (const Output* output = FindOutput(outputs, name)) {
+            wish.mDeviceUIDs.push_back(output->mUID);
+            continue;
+        }
+        std::vector<std::string> names;
+        for (const Output& output : outputs) names.push_back(output.mUID);
+        std::string text = fmt::format("'{}' is no output, or more than one. These are there:", name);
+        for (const std::string& there : ClosestFirst(name, names)) text += "\n  " + there;
+        return Complain(text), kExitNoSource;
+    }
+    return kExitDone;
+}
+
+unsigned DefaultRate(const std::vector<Output>& outputs, const RecordingWish& wish)
+{
+    double rate = 0;
+    for (const Output& output : outputs) {
+        const auto& wanted = wish.mDeviceUIDs;
+        const bool counts =
+            wanted.empty() ? output.mIsDefault : std::find(wanted.begin(), wanted.end(), output.mUID) != wanted.end();
+        if (counts) rate = std::max(rate, output.mRateHz);
+    }
+    return unsigned(rate > 0 ? rate : kFallbackRateHz);
+}
+
+int TellFileError(const std::string& path, int error)
+{
+    if (error == EEXIST) {
+        Complain(fmt::format("'{}' exists; give another name, or --force to replace it", path));
+        return kExitUsage;
+    }
+    Complain(fmt::format("cannot write '{}': {}", path, std::strerror(error)));
+    return kExitFailed;
+}
+
+int TellStartError(int status)
+{
+    if (status == kNoDeviceToTap) {
+        Complain("the audio server has no output device to take sound from; connect or create one");
+        return kExitNoServer;
+    }
+    if (status == kNoTapService)
+        Complain(fmt::format("the tap's bundle is missing from '{}'; install Corvane again",
+                             Machine::Current().GetFiles().BundleFolder()));
+    else
+        Complain(fmt::format("the tap could not be started (status {})", status));
+    return kExitFailed;
+}
+
+void TellWhatWasHad()
+{
+    Machine& machine = Machine::Current();
+    for (const std::string& line : {machine.GetAudioServer().Describe(), machine.GetThreads().DescribeScheduling(),
+                                    machine.GetMemory().Describe()})
+        fmt::print(stderr, "{}\n", line);
+}
+
+// Runs until a signal, the end of the time asked for, or a write error. @return how it ended
+RecordingState Watch(Recorder& recorder, Progress& progress)
+{
+    RecordingState state;
+    do {
+        recorder.WaitFor(kMeterNanos);
+        state = recorder.TakeState();
+        progress.Show(state, Machine::Current().GetAudioServer().Snapshot().mConnected);
+    } while (!state.mFinished && sStopSignal == 0);
+    return state;
+}
+
+int Record(const RecordingWish& wish, const RecordOptions& options)
+{
+    const bool existed = std::filesystem::exists(wish.mPath);
+    Recorder recorder(wish);
+    if (const int error = recorder.OpenFile()) return TellFileError(wish.mPath, error);
+    CatchStopSignals();
+    if (const int status = recorder.Start()) {
+        std::error_code ignored;  // the complaint about the tap matters more than an empty file left behind
+        if (!existed && wish.mPath != "-") std::filesystem::remove(wish.mPath, ignored);
+        return TellStartError(status);
+    }
+    if (options.mVerbose) TellWhatWasHad();
+    Progress progress(wish.mRateHz);
+    Watch(recorder, progress);
+    const int error = recorder.Finish();
+    const RecordingState state = recorder.TakeState();
+    progress.Finish(state);
+    TellResult(wish, options, state, progress);
+    return error == 0 ? kExitDone : TellFileError(wish.mPath, error);
+}
+
+}  // namespace
+
+int RunRecord(const RecordOptions& options)
+{
+    RecordingWish wish;
+    std::vector<Source> sources;
+    if (const std::string wrong = ReadWords(options, wish, sources); !wrong.empty()) return Complain(wrong), kExitUsage;
+    if (wish.mPath != "-" && !wish.mReplace && std::filesystem::exists(wish.mPath))
+        return TellFileError(wish.mPath, EEXIST);
+    if (const auto why = WhyNoServer()) return Complain(*why), kExitNoServer;
+    const std::vector<Output> outputs = CopyOutputs();
+    if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
+    if (const int code = ResolveSources(sources, wish)) return code;
+    if (wish.mRateHz == 0) wish.mRateHz = DefaultRate(outputs, wish);
+    FixFrames(options, wish);
+    return Record(wish, options);
+}
+
+}  // namespace cli

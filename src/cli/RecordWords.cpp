@@ -1,0 +1,78 @@
+#include "cli/RecordWords.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace cli
+{
+
+namespace
+{
+
+constexpr double kLongestSeconds = 366.0 * 86400;
+
+template <class T>
+bool ReadNumber(const std::string& text, T& value)
+{
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    return result.ec == std::errc{} && result.ptr == end;
+}
+
+std::string ReadRate(const std::string& text, unsigned& rateHz)
+{
+    if (text.empty()) return {};
+    if (ReadNumber(text, rateHz) && rateHz >= kMinimumRateHz && rateHz <= kMaximumRateHz) return {};
+    return fmt::format("'{}' is not a sample rate in hertz from {} to {}; for example -r 48000", text, kMinimumRateHz,
+                       kMaximumRateHz);
+}
+
+std::string ReadFormat(const std::string& text, SampleFormat& format)
+{
+    if (text == "f32")
+        format = SampleFormat::Float32;
+    else if (text == "s24")
+        format = SampleFormat::Signed24;
+    else if (text == "s16")
+        format = SampleFormat::Signed16;
+    else
+        return fmt::format("'{}' is not a sample format; use f32, s24 or s16, for example -f s24", text);
+    return {};
+}
+
+std::string CheckSeconds(const std::string& text)
+{
+    double seconds = 0;
+    if (text.empty() || (ReadNumber(text, seconds) && seconds > 0 && seconds <= kLongestSeconds)) return {};
+    return fmt::format("'{}' is not a time in seconds; for example -d 10 or -d 2.5", text);
+}
+
+}  // namespace
+
+std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources)
+{
+    wish.mRateHz = 0;
+    wish.mPath = options.mFile;
+    wish.mReplace = options.mReplace;
+    if (options.mFile.empty()) return "a file is missing; for example corvane record talk.wav";
+    if (auto wrong = ReadRate(options.mRate, wish.mRateHz); !wrong.empty()) return wrong;
+    if (auto wrong = ReadFormat(options.mFormat, wish.mFormat); !wrong.empty()) return wrong;
+    if (auto wrong = CheckSeconds(options.mSeconds); !wrong.empty()) return wrong;
+    for (const std::string& text : options.mSources) {
+        Source source;
+        if (auto wrong = ParseSource(text, source); !wrong.empty()) return wrong;
+        sources.push_back(source);
+    }
+    return {};
+}
+
+void FixFrames(const RecordOptions& options, RecordingWish& wish)
+{
+    double seconds = 0;
+    if (ReadNumber(options.mSeconds, seconds))
+        wish.mFrames = uint64_t(std::max(1.0, std::round(seconds * wish.mRateHz)));
+}
+
+}  // namespace cli

@@ -1,0 +1,24 @@
+// RecordWords: the words of "corvane record", read and checked before anything is touched.
+#pragma once
+
+#include "cli/RecordCommand.h"
+#include "cli/Recorder.h"
+#include "cli/Sources.h"
+
+#include <string>
+#include <vector>
+
+namespace cli
+{
+
+constexpr unsigned kMinimumRateHz = 8000;
+constexpr unsigned kMaximumRateHz = 384000;
+
+/// Reads rate, format, file and sources into the wish. A rate that was not given stays 0.
+/// @return an empty string, or what is wrong: the word quoted, and an example of a right one
+std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources);
+
+/// The count of frames that the time asked for means, once the rate is known.
+void FixFrames(const RecordOptions& options, RecordingWish& wish);
+
+}  // namespace cli
