@@ -1,8 +1,7 @@
 // ExitCodes: how the command ends, for scripts. Documented in the man page; stable.
 #pragma once
 
-namespace cli
-{
+namespace cli {
 
 enum ExitCode {
     kExitDone = 0,

@@ -7,14 +7,12 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-namespace cli
-{
+namespace cli {
 
 using platform::process::Application;
 using platform::process::IdentifierSource;
 
-namespace
-{
+namespace {
 
 const char* NameOf(IdentifierSource source)
 {

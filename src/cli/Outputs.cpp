@@ -8,11 +8,9 @@
 
 #include <cstddef>
 
-namespace cli
-{
+namespace cli {
 
-namespace
-{
+namespace {
 
 constexpr uint64_t kServerPatienceNanos = 2'000'000'000;
 

@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 struct Output {
     std::string mUID;

@@ -10,11 +10,9 @@
 
 #include <unistd.h>
 
-namespace cli
-{
+namespace cli {
 
-namespace
-{
+namespace {
 
 constexpr double kMeterFloorDB = -60;
 constexpr int kMeterCells = 24;

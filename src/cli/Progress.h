@@ -4,11 +4,9 @@
 #include "cli/RecordCommand.h"
 #include "cli/Recorder.h"
 
-namespace cli
-{
+namespace cli {
 
-class Progress
-{
+class Progress {
 public:
     explicit Progress(unsigned rateHz);
 

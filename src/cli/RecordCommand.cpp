@@ -22,13 +22,11 @@
 #include <cstring>
 #include <filesystem>
 
-namespace cli
-{
+namespace cli {
 
 using platform::machine::Machine;
 
-namespace
-{
+namespace {
 
 constexpr uint64_t kMeterNanos = 200'000'000;
 constexpr double kFallbackRateHz = 48000;

@@ -4,8 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 /// The words as they were written; RunRecord reads them and says what is wrong with one.
 struct RecordOptions {

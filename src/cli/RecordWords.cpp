@@ -5,11 +5,9 @@
 #include <charconv>
 #include <cmath>
 
-namespace cli
-{
+namespace cli {
 
-namespace
-{
+namespace {
 
 constexpr double kLongestSeconds = 366.0 * 86400;
 

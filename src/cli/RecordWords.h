@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 constexpr unsigned kMinimumRateHz = 8000;
 constexpr unsigned kMaximumRateHz = 384000;

@@ -7,13 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
-namespace cli
-{
+namespace cli {
 
 namespace kernel = platform::kernel;
 
-namespace
-{
+namespace {
 
 constexpr unsigned kQueueSeconds = 10;
 constexpr size_t kPieceFrames = 4096;

@@ -15,8 +15,7 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 /// What to record, and where to.
 struct RecordingWish {
@@ -40,8 +39,7 @@ struct RecordingState {
     bool mFinished = false;   // all frames asked for are there, or writing failed
 };
 
-class Recorder
-{
+class Recorder {
 public:
     static constexpr unsigned kChannels = 2;
 

@@ -6,13 +6,11 @@
 #include <charconv>
 #include <numeric>
 
-namespace cli
-{
+namespace cli {
 
 using platform::process::Application;
 
-namespace
-{
+namespace {
 
 constexpr const char* kExample =
     "for example app:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234 or system";

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 /// A source as it was written: kind and value, "app:firefox".
 struct Source {

@@ -9,19 +9,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace cli
-{
+namespace cli {
 
-namespace
-{
+namespace {
 
 constexpr size_t kPieceFrames = 4096;
 constexpr uint32_t kUntilTheEnd = 0xFFFFFFFF;
 constexpr uint16_t kTagInteger = 1;
 constexpr uint16_t kTagFloat = 3;
 
-class LittleEndian
-{
+class LittleEndian {
 public:
     LittleEndian& Text(const char (&text)[5])
     {
@@ -65,6 +62,28 @@ unsigned BytesPerSample(SampleFormat format)
     return 0;
 }
 
+std::vector<uint8_t> MakeWavHeader(SampleFormat format, unsigned channels, unsigned rateHz, uint64_t frames,
+                                   bool endless)
+{
+    const unsigned frameBytes = channels * BytesPerSample(format);
+    const uint64_t dataBytes = frames * frameBytes;
+    // What follows the size field of the outermost chunk: form, reserved chunk, format, fact, data.
+    const uint64_t riffBytes = 4 + (8 + 28) + (8 + 18) + (8 + 4) + 8 + dataBytes + (dataBytes & 1);
+    const bool wide = riffBytes >= kUntilTheEnd;
+    const bool open = wide || endless;
+
+    LittleEndian out;
+    out.Text(wide ? "RF64" : "RIFF").Number(open ? kUntilTheEnd : uint32_t(riffBytes)).Text("WAVE");
+    out.Text(wide ? "ds64" : "JUNK").Number(uint32_t(28));
+    out.Number(wide ? riffBytes : 0).Number(wide ? dataBytes : 0).Number(wide ? frames : 0).Number(uint32_t(0));
+    out.Text("fmt ").Number(uint32_t(18)).Number(format == SampleFormat::Float32 ? kTagFloat : kTagInteger);
+    out.Number(uint16_t(channels)).Number(uint32_t(rateHz)).Number(uint32_t(rateHz * frameBytes));
+    out.Number(uint16_t(frameBytes)).Number(uint16_t(8 * BytesPerSample(format))).Number(uint16_t(0));
+    out.Text("fact").Number(uint32_t(4)).Number(open ? kUntilTheEnd : uint32_t(frames));
+    out.Text("data").Number(open ? kUntilTheEnd : uint32_t(dataBytes));
+    return out.Take();
+}
+
 WavWriter::WavWriter(SampleFormat format, unsigned channels, unsigned rateHz)
     : mFormat(format), mChannels(channels), mRateHz(rateHz)
 {
@@ -87,29 +106,13 @@ int WavWriter::Open(const std::string& path, bool replace)
         struct stat status;
         mSeekable = ::fstat(mDescriptor, &status) == 0 && S_ISREG(status.st_mode);
     }
-    const auto header = MakeHeader(0);
+    const auto header = MakeHeader();
     return mError = WriteAll(header.data(), header.size());
 }
 
-std::vector<uint8_t> WavWriter::MakeHeader(uint64_t dataBytes) const
+std::vector<uint8_t> WavWriter::MakeHeader() const
 {
-    const unsigned frameBytes = mChannels * BytesPerSample(mFormat);
-    const bool isFloat = mFormat == SampleFormat::Float32;
-    // What follows the size field of the outermost chunk: form, reserved chunk, format, fact, data.
-    const uint64_t riffBytes = 4 + (8 + 28) + (8 + 18) + (8 + 4) + 8 + dataBytes + (dataBytes & 1);
-    const bool wide = riffBytes >= kUntilTheEnd;
-    const bool open = wide || !mSeekable;
-
-    LittleEndian out;
-    out.Text(wide ? "RF64" : "RIFF").Number(open ? kUntilTheEnd : uint32_t(riffBytes)).Text("WAVE");
-    out.Text(wide ? "ds64" : "JUNK").Number(uint32_t(28));
-    out.Number(wide ? riffBytes : 0).Number(wide ? dataBytes : 0).Number(wide ? mFrames : 0).Number(uint32_t(0));
-    out.Text("fmt ").Number(uint32_t(18)).Number(isFloat ? kTagFloat : kTagInteger).Number(uint16_t(mChannels));
-    out.Number(uint32_t(mRateHz)).Number(uint32_t(mRateHz * frameBytes)).Number(uint16_t(frameBytes));
-    out.Number(uint16_t(8 * BytesPerSample(mFormat))).Number(uint16_t(0));
-    out.Text("fact").Number(uint32_t(4)).Number(open ? kUntilTheEnd : uint32_t(mFrames));
-    out.Text("data").Number(open ? kUntilTheEnd : uint32_t(dataBytes));
-    return out.Take();
+    return MakeWavHeader(mFormat, mChannels, mRateHz, mFrames, !mSeekable);
 }
 
 void WavWriter::Convert(const float* samples, size_t count)
@@ -156,7 +159,7 @@ int WavWriter::Write(const float* samples, size_t frames)
 int WavWriter::UpdateHeader()
 {
     if (!mSeekable) return 0;
-    const auto header = MakeHeader(mFrames * mChannels * BytesPerSample(mFormat));
+    const auto header = MakeHeader();
     const ssize_t written = ::pwrite(mDescriptor, header.data(), header.size(), 0);
     if (written == ssize_t(header.size())) return 0;
     return written < 0 ? errno : ENOSPC;
@@ -167,7 +170,7 @@ int WavWriter::Close()
     if (mDescriptor < 0) return mError;
     if (mSeekable) {
         const uint64_t dataBytes = mFrames * mChannels * BytesPerSample(mFormat);
-        const uint64_t fileBytes = MakeHeader(0).size() + dataBytes;
+        const uint64_t fileBytes = MakeHeader().size() + dataBytes;
         if (::ftruncate(mDescriptor, off_t(fileBytes + (dataBytes & 1))) != 0 && mError == 0) mError = errno;
         if (const int error = UpdateHeader(); mError == 0) mError = error;
     }

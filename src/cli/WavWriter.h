@@ -9,16 +9,20 @@
 #include <string>
 #include <vector>
 
-namespace cli
-{
+namespace cli {
 
 enum class SampleFormat { Float32, Signed24, Signed16 };
 
 /// Bytes of one sample in the file.
 unsigned BytesPerSample(SampleFormat format);
 
-class WavWriter
-{
+/// The header of a file that holds `frames` frames: 80 bytes, of the 64-bit form where 32 bits do not suffice.
+///
+/// @param endless  the sizes say "until the end", for a stream that cannot be written anew
+std::vector<uint8_t> MakeWavHeader(SampleFormat format, unsigned channels, unsigned rateHz, uint64_t frames,
+                                   bool endless);
+
+class WavWriter {
 public:
     WavWriter(SampleFormat format, unsigned channels, unsigned rateHz);
     ~WavWriter();
@@ -49,7 +53,7 @@ public:
     uint64_t ClippedSamples() const { return mClipped; }
 
 private:
-    std::vector<uint8_t> MakeHeader(uint64_t dataBytes) const;
+    std::vector<uint8_t> MakeHeader() const;
     void Convert(const float* samples, size_t count);
     int WriteAll(const uint8_t* bytes, size_t count);
 

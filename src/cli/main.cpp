@@ -6,8 +6,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-namespace
-{
+namespace {
 
 using namespace cli;
 

@@ -1,0 +1,55 @@
+#include "cli/RecordWords.h"
+
+#include <gtest/gtest.h>
+
+namespace cli {
+namespace {
+
+std::string Read(RecordOptions options, RecordingWish& wish)
+{
+    std::vector<Source> sources;
+    if (options.mFile.empty()) options.mFile = "a.wav";
+    const std::string wrong = ReadWords(options, wish, sources);
+    if (wrong.empty() && wish.mRateHz == 0) wish.mRateHz = 48000;
+    FixFrames(options, wish);
+    return wrong;
+}
+
+TEST(RecordWords, RightWordsBecomeAWish)
+{
+    RecordingWish wish;
+    EXPECT_EQ(Read({.mRate = "44100", .mFormat = "s24", .mSeconds = "2.5"}, wish), "");
+    EXPECT_EQ(wish.mRateHz, 44100u);
+    EXPECT_EQ(wish.mFormat, SampleFormat::Signed24);
+    EXPECT_EQ(wish.mFrames, 110250u);
+    EXPECT_EQ(Read({}, wish), "");
+    EXPECT_EQ(wish.mFormat, SampleFormat::Float32);
+}
+
+TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
+{
+    const std::pair<RecordOptions, const char*> cases[] = {
+        {{.mRate = "fast"}, "'fast'"},
+        {{.mRate = "48000.5"}, "'48000.5'"},
+        {{.mRate = "-1"}, "'-1'"},
+        {{.mRate = "0"}, "'0'"},
+        {{.mRate = "4000000"}, "'4000000'"},
+        {{.mFormat = "u8"}, "'u8'"},
+        {{.mSeconds = "soon"}, "'soon'"},
+        {{.mSeconds = "0"}, "'0'"},
+        {{.mSeconds = "nan"}, "'nan'"},
+        {{.mSeconds = "inf"}, "'inf'"},
+        {{.mSeconds = "-3"}, "'-3'"},
+        {{.mSeconds = "10s"}, "'10s'"},
+        {{.mSources = {"nobody"}}, "'nobody'"},
+    };
+    for (const auto& [options, quoted] : cases) {
+        RecordingWish wish;
+        const std::string wrong = Read(options, wish);
+        EXPECT_NE(wrong.find(quoted), std::string::npos) << quoted << ": " << wrong;
+        EXPECT_NE(wrong.find("for example"), std::string::npos) << wrong;
+    }
+}
+
+}  // namespace
+}  // namespace cli

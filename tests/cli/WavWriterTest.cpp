@@ -1,0 +1,158 @@
+#include "cli/WavWriter.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+class WavWriterTest : public ::testing::Test {
+protected:
+    WavWriterTest()
+    {
+        char folder[] = "/tmp/corvane-wav-XXXXXX";
+        mFolder = mkdtemp(folder);
+    }
+    ~WavWriterTest() override { fs::remove_all(mFolder); }
+
+    std::string Path(const char* name = "a.wav") const { return mFolder / name; }
+
+    // What an independent reader sees in the file.
+    struct Contents {
+        SF_INFO mInfo = {};
+        std::vector<float> mSamples;
+    };
+    Contents ReadBack(const std::string& path) const
+    {
+        Contents contents;
+        SNDFILE* file = sf_open(path.c_str(), SFM_READ, &contents.mInfo);
+        EXPECT_NE(file, nullptr) << sf_strerror(nullptr);
+        if (!file) return contents;
+        contents.mSamples.resize(size_t(contents.mInfo.frames) * size_t(contents.mInfo.channels));
+        EXPECT_EQ(sf_readf_float(file, contents.mSamples.data(), contents.mInfo.frames), contents.mInfo.frames);
+        sf_close(file);
+        return contents;
+    }
+
+    fs::path mFolder;
+};
+
+std::vector<float> Ramp(size_t frames)
+{
+    std::vector<float> samples(2 * frames);
+    for (size_t f = 0; f < frames; ++f) {
+        samples[2 * f] = float(f % 32768) / 32768.0f;
+        samples[2 * f + 1] = -samples[2 * f];
+    }
+    return samples;
+}
+
+TEST_F(WavWriterTest, EveryFormatIsReadBackAsItWasWritten)
+{
+    const std::vector<float> samples = Ramp(10000);
+    for (const SampleFormat format : {SampleFormat::Float32, SampleFormat::Signed24, SampleFormat::Signed16}) {
+        WavWriter writer(format, 2, 44100);
+        ASSERT_EQ(writer.Open(Path(), true), 0);
+        ASSERT_EQ(writer.Write(samples.data(), 10000), 0);
+        ASSERT_EQ(writer.Close(), 0);
+        const Contents contents = ReadBack(Path());
+        EXPECT_EQ(contents.mInfo.samplerate, 44100);
+        EXPECT_EQ(contents.mInfo.channels, 2);
+        EXPECT_EQ(contents.mSamples, samples) << "16 bits hold these values exactly, so every format gives them back";
+    }
+}
+
+TEST_F(WavWriterTest, IntegersRoundToTheNearestAndClipAtFullScale)
+{
+    const float samples[] = {1.0f, -1.0f, 1.5f, -1.5f, 0.4f / 32768, -0.6f / 32768, std::nanf(""), 0.0f};
+    WavWriter writer(SampleFormat::Signed16, 2, 48000);
+    ASSERT_EQ(writer.Open(Path(), false), 0);
+    ASSERT_EQ(writer.Write(samples, 4), 0);
+    EXPECT_EQ(writer.ClippedSamples(), 3u) << "1.0 has no 16-bit value, 1.5 and -1.5 lie beyond";
+    ASSERT_EQ(writer.Close(), 0);
+    const float kOne = 1.0f / 32768;
+    EXPECT_EQ(ReadBack(Path()).mSamples, (std::vector<float>{1 - kOne, -1, 1 - kOne, -1, 0, -kOne, 0, 0}));
+}
+
+TEST_F(WavWriterTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
+{
+    const std::vector<float> samples = Ramp(3000);
+    WavWriter writer(SampleFormat::Float32, 2, 48000);
+    ASSERT_EQ(writer.Open(Path(), false), 0);
+    ASSERT_EQ(writer.Write(samples.data(), 2000), 0);
+    ASSERT_EQ(writer.UpdateHeader(), 0);
+    ASSERT_EQ(writer.Write(samples.data() + 4000, 1000), 0);
+    fs::copy_file(Path(), Path("killed.wav"));  // what a killed program leaves
+    const Contents contents = ReadBack(Path("killed.wav"));
+    EXPECT_GE(contents.mInfo.frames, 2000);
+    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + 4000, contents.mSamples.begin()));
+}
+
+TEST_F(WavWriterTest, FourGigabytesAreNoLimit)
+{
+    const uint64_t limit = 0xFFFFFFFF / 8;
+    for (const uint64_t frames : {limit - 12, limit - 10, limit + 1, 3 * limit}) {
+        const auto header = MakeWavHeader(SampleFormat::Float32, 2, 192000, frames, false);
+        const float last[2] = {0.25f, -0.5f};
+        std::ofstream out(Path(), std::ios::binary);
+        out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
+        out.seekp(std::streamoff(header.size() + (frames - 1) * 8));  // a hole: the file costs no disk
+        out.write(reinterpret_cast<const char*>(last), sizeof(last));
+        out.close();
+
+        SF_INFO info = {};
+        SNDFILE* file = sf_open(Path().c_str(), SFM_READ, &info);
+        ASSERT_NE(file, nullptr) << frames;
+        EXPECT_EQ(info.frames, sf_count_t(frames));
+        float read[2] = {};
+        EXPECT_EQ(sf_seek(file, -1, SEEK_END), sf_count_t(frames - 1));
+        EXPECT_EQ(sf_readf_float(file, read, 1), 1);
+        EXPECT_EQ(std::memcmp(read, last, sizeof(last)), 0);
+        sf_close(file);
+    }
+}
+
+TEST_F(WavWriterTest, AFullDiskLeavesAFileOfWholeFrames)
+{
+    // The limit on file size stands for the disk: it too lets a write through in part, then refuses.
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {100'001, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const std::vector<float> samples = Ramp(50000);
+    WavWriter writer(SampleFormat::Float32, 2, 48000);
+    ASSERT_EQ(writer.Open(Path(), false), 0);
+    EXPECT_EQ(writer.Write(samples.data(), 50000), EFBIG);
+    EXPECT_EQ(writer.Close(), EFBIG);
+    const Contents contents = ReadBack(Path());
+    EXPECT_EQ(contents.mInfo.frames, sf_count_t(writer.Frames()));
+    EXPECT_GE(contents.mInfo.frames, 8192);
+    EXPECT_TRUE(std::equal(contents.mSamples.begin(), contents.mSamples.end(), samples.begin()));
+}
+
+TEST_F(WavWriterTest, AFileThatExistsOrALinkIsNotTouched)
+{
+    std::ofstream(Path()) << "precious";
+    fs::create_symlink(Path(), Path("link.wav"));
+    EXPECT_EQ(WavWriter(SampleFormat::Float32, 2, 48000).Open(Path(), false), EEXIST);
+    EXPECT_EQ(WavWriter(SampleFormat::Float32, 2, 48000).Open(Path("link.wav"), true), ELOOP);
+    std::string text;
+    std::ifstream(Path()) >> text;
+    EXPECT_EQ(text, "precious");
+}
+
+}  // namespace
+}  // namespace cli
