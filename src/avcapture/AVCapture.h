@@ -1,0 +1,77 @@
+// AVCapture: a capture session. It owns the tap and says when sound flows.
+// Why: its owners deal in sessions that run and pause; how the sound is fetched is the tap's matter.
+// Start at CreateAudio, then Resume.
+#pragma once
+
+#include "avcapture/AVCaptureDetails.h"
+#include "platform/foundation/CFBase.h"
+
+#include <memory>
+
+class AVCaptureCorvane;
+
+/// All operations, save the statics, are for the owner's threads, one at a time.
+class AVCapture {
+public:
+    /// Makes an audio session, paused: nothing is captured before Resume.
+    ///
+    /// @param result     the session, owned by the caller; null after a failure
+    /// @param callback   required; see AVCaptureAudioCallback
+    /// @param format     what the samples shall be: packed, interleaved, 1 or 2 channels, 32-bit float or
+    ///                   16-bit integer; with any other no samples arrive
+    /// @param devices    UIDs of the output devices to tap; null: the two default output devices
+    /// @param processes  identifiers of the processes to capture, a single negative one for all but that one;
+    ///                   null or empty: no choice by process
+    /// @param flags      AVCaptureFlags
+    /// @return           0, kAVCaptureBadState without a callback, or what the tap's set-up said
+    static int32_t CreateAudio(AVCapture** result, AVCaptureAudioCallback callback, void* userData,
+                               const AudioStreamBasicDescription& format, const __CFArray* devices,
+                               const __CFArray* processes, unsigned int flags);
+
+    /// Whether the tap can work at all, without opening it.
+    ///
+    /// @return 0 without a service, 1 with one of the first version, 3 with a later one
+    static int AudioAvailable();
+
+    AVCapture(const AVCapture&) = delete;
+    AVCapture& operator=(const AVCapture&) = delete;
+    /// Stops the session where it runs.
+    virtual ~AVCapture();
+
+    /// Lets sound flow, from what is played from now on. Nothing where the session is stopped or not paused.
+    /// @return 0, or the error of the consumer's thread, which leaves the session paused
+    int32_t Resume();
+    /// Stops the flow; returns when the last callback has. Nothing where the session is stopped or paused.
+    void Pause();
+    /// Ends the session for good and gives up the tap. @return 0, or kAVCaptureBadState on a stopped session
+    int32_t Stop();
+    bool Paused() const { return mPaused; }
+
+    /// Whether what is captured stays audible on its output. Nothing on a stopped session.
+    /// @return 0, or the service's error
+    int32_t UpdatePlayThru(bool playThru);
+
+    const AVCaptureDetails& GetDetails() const { return mDetails; }
+
+    /// The calling thread's scheduling: fixed priority, real time with 25 ms in 50, and as every thread starts.
+    /// A machine that does not grant it leaves the thread as it is.
+    static void PriorityUpgrade();
+    static void PriorityUpgradeRT();
+    static void PriorityDowngrade();
+
+    /// Host time in microseconds.
+    /// @realtime yes
+    static uint64_t Timestamp();
+
+private:
+    explicit AVCapture(unsigned int flags);
+    int32_t AudioSetup(AVCaptureAudioCallback callback, void* userData, const AudioStreamBasicDescription& format,
+                       const __CFArray* devices, const __CFArray* processes);
+
+    unsigned int mFlags;
+    bool mPaused = true;
+    bool mRunning = true;
+    AVCaptureDetails mDetails;
+    std::unique_ptr<AVCaptureCorvane> mTap;
+    void* mUserData = nullptr;
+};

@@ -1,0 +1,81 @@
+// StatusRegion: the tap service's status, as it stands in memory that the service writes meanwhile.
+// Why: every field is loaded through one function, so that no field is ever read twice where once was
+// meant, none is read beyond the region, and the byte order is settled in one place.
+// The layout is a wire format: offsets from the start of the region, in the byte order of the service.
+#pragma once
+
+#include "platform/kernel/Memory.h"
+
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+namespace avcapture {
+
+/// The other byte order.
+constexpr uint32_t Swapped(uint32_t value)
+{
+    return __builtin_bswap32(value);
+}
+constexpr uint64_t Swapped(uint64_t value)
+{
+    return __builtin_bswap64(value);
+}
+
+/// Where the writer stands: passes completed, and the frame after the newest valid one.
+struct WritePosition {
+    uint32_t mLoop;
+    uint32_t mHeadFrame;
+    bool operator==(const WritePosition&) const = default;
+};
+
+class StatusRegion {
+public:
+    static constexpr size_t kSmallestBytes = 100;
+
+    StatusRegion() = default;
+    /// @param address  of at least kSmallestBytes, on an 8-byte boundary, which outlive this view
+    /// @param swapped  whether the service has the other byte order
+    StatusRegion(vm_address_t address, bool swapped) : mAddress(address), mSwapped(swapped) {}
+
+    uint32_t LegacyOutputFrames() const { return Load<uint32_t, 0>() >> 16; }
+    uint32_t ChannelCount() const { return Load<uint32_t, 4>(); }
+    uint64_t NSPerFrame() const { return Load<uint64_t, 8>(); }
+    uint32_t LoopFrames() const { return Load<uint32_t, 20>(); }
+    uint64_t NSPerLoop() const { return Load<uint64_t, 24>(); }
+    uint32_t BlockFrames() const { return Load<uint32_t, 36>(); }
+    uint64_t NSPerBlock() const { return Load<uint64_t, 40>(); }
+    uint32_t TailFrame() const { return Load<uint32_t, 68>(); }
+    uint32_t OutputFrames() const { return Load<uint32_t, 96>(); }
+
+    /// loopCount (offset 72) and headFrame (offset 76) by one load: apart, a new pass could be seen with an
+    /// old head at the moment of a wrap, which puts the reader ahead of the writer and drops what it holds.
+    WritePosition LoadWritePosition() const
+    {
+        const auto halves = std::bit_cast<std::array<uint32_t, 2>>(LoadRaw<uint64_t, 72>());
+        return mSwapped ? WritePosition{Swapped(halves[0]), Swapped(halves[1])} : WritePosition{halves[0], halves[1]};
+    }
+
+private:
+    template <class Word, size_t kOffset>
+    Word Load() const
+    {
+        const Word word = LoadRaw<Word, kOffset>();
+        return mSwapped ? Swapped(word) : word;
+    }
+
+    // Acquire, against the service's release: what lies before a position is seen whole once the position is.
+    template <class Word, size_t kOffset>
+    Word LoadRaw() const
+    {
+        static_assert(kOffset % sizeof(Word) == 0 && kOffset + sizeof(Word) <= kSmallestBytes);
+        return std::atomic_ref(*reinterpret_cast<Word*>(mAddress + kOffset)).load(std::memory_order_acquire);
+    }
+
+    vm_address_t mAddress = 0;
+    bool mSwapped = false;
+};
+
+}  // namespace avcapture

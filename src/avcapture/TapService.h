@@ -1,0 +1,40 @@
+// TapService: finding the tap's service, and which version of the contract it speaks.
+// Why: a session asks whether the tap can work before it opens one, by the same search.
+#pragma once
+
+#include "platform/kernel/IOKit.h"
+
+#include <utility>
+
+namespace avcapture {
+
+/// Owns one reference to an object of the service registry.
+class IOObject {
+public:
+    IOObject() = default;
+    explicit IOObject(io_object_t object) : mObject(object) {}
+    IOObject(IOObject&& other) noexcept : mObject(std::exchange(other.mObject, IO_OBJECT_NULL)) {}
+    IOObject& operator=(IOObject&& other) noexcept
+    {
+        std::swap(mObject, other.mObject);
+        return *this;
+    }
+    ~IOObject()
+    {
+        if (mObject != IO_OBJECT_NULL) IOObjectRelease(mObject);
+    }
+
+    io_object_t Get() const { return mObject; }
+    explicit operator bool() const { return mObject != IO_OBJECT_NULL; }
+
+private:
+    io_object_t mObject = IO_OBJECT_NULL;
+};
+
+/// The first service of the tap's class; empty where there is none. No further one is looked at.
+IOObject FindTapService();
+
+/// The service's property "version"; 0 where it has none or it is no number.
+int32_t ReadTapVersion(const IOObject& service);
+
+}  // namespace avcapture
