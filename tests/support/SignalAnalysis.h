@@ -1,0 +1,35 @@
+// SignalAnalysis: what a recording holds, by properties one could hear or count.
+// Start at FitSine for purity, LevelDB for presence and absence, CheckCounter for loss.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace support {
+
+/// A sine of known frequency, fitted by least squares together with a constant.
+struct SineFit {
+    double mAmplitude = 0;
+    double mResidualDB = 0;  // RMS of all that is not the sine, below the sine's RMS
+};
+SineFit FitSine(std::span<const float> samples, double frequencyHz, double rateHz);
+
+/// Level of one frequency below full scale, in dB, through a Hann window.
+double LevelDB(std::span<const float> samples, double frequencyHz, double rateHz);
+
+/// A counter signal has value = frame / 2^20 modulo 1, exact in a float.
+constexpr uint32_t kCounterModulus = 1u << 20;
+struct CounterReport {
+    size_t mLeadingSilence = 0;  // frames before the counter begins
+    size_t mFrames = 0;          // frames that follow each other without a break, from there on
+    size_t mBreaks = 0;          // frames that are not the successor of the one before
+    size_t mFirstBreak = 0;      // where, in frames of the span
+};
+CounterReport CheckCounter(std::span<const float> samples);
+
+/// One channel of interleaved samples.
+std::vector<float> Channel(std::span<const float> interleaved, unsigned channels, unsigned which);
+
+}  // namespace support
