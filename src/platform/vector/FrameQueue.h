@@ -8,9 +8,11 @@
 #include <cstdint>
 #include <vector>
 
-namespace platform::vector {
+namespace platform::vector
+{
 
-class FrameQueue {
+class FrameQueue
+{
 public:
     /// Room for at least `frames` frames of `channels` floats; touches its memory. Allocates.
     FrameQueue(unsigned channels, size_t frames);
@@ -36,6 +38,9 @@ public:
     size_t Skip(size_t frames) noexcept;
 
 private:
+    size_t Ready(uint64_t read, size_t frames) const noexcept;
+    void PutAt(size_t start, const float* samples, size_t frames) noexcept;
+
     unsigned mChannels;
     uint64_t mMask;
     std::vector<float> mFrames;

@@ -8,13 +8,15 @@
 #include <cstdint>
 #include <memory>
 
-namespace platform::vector {
+namespace platform::vector
+{
 
 enum class ResamplerStage {
     Low,  ///< 64 taps: distortion and noise at most -114 dB, 32 frames of delay near ratio 1
 };
 
-class Resampler {
+class Resampler
+{
 public:
     Resampler();
     ~Resampler();
