@@ -8,15 +8,13 @@
 #include <cstdint>
 #include <memory>
 
-namespace platform::vector
-{
+namespace platform::vector {
 
 enum class ResamplerStage {
     Low,  ///< 64 taps: distortion and noise at most -114 dB, 32 frames of delay near ratio 1
 };
 
-class Resampler
-{
+class Resampler {
 public:
     Resampler();
     ~Resampler();
@@ -29,7 +27,7 @@ public:
     /// @param nominalRatio     input frames an output frame, 1/16 .. 16; ratios given later may differ from
     ///                         it by up to 5 percent. At most 1.05: the interpolating kernel without
     ///                         band limit (an image-free one below 1); above: band limited to the output rate.
-    /// @param maxOutputFrames  most frames of one Process
+    /// @param maxOutputFrames  most frames of one Process, 1 .. 65,536
     /// @return                 false where a parameter is out of range or memory is short; then not usable
     /// @realtime               no: allocates
     bool Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage stage);
@@ -42,21 +40,26 @@ public:
     unsigned DelayFrames() const noexcept;
 
     /// Input frames that Process will consume for this block: exactly the whole part of the position's
-    /// advance; the sum over all blocks differs from the sum of ratio x frames by less than one frame.
+    /// advance. The advance is the integral of the ratio on its way from `last` to `ratio`, which is
+    /// outputFrames x (last + ratio) / 2 without any rounding, so that the frames consumed differ from the
+    /// integral by less than one, for ever. To land on a whole frame choose a ratio by this formula from Phase():
+    /// what it misses by less than 2^-33 frames counts as landed, and is remembered.
     ///
     /// @realtime yes
     unsigned InputFramesFor(unsigned outputFrames, double ratio) const noexcept;
     /// The most that InputFramesFor can answer for `outputFrames`.
     unsigned MaxInputFramesFor(unsigned outputFrames) const noexcept;
 
-    /// Converts one block. The ratio moves linearly from where the last block left it to `ratio`.
+    /// Converts one block. The ratio moves linearly from where the last block left it (after Configure and
+    /// Reset the nominal one) to `ratio`; one outside the promised range is taken as the nearest inside it.
     ///
     /// @param input   one pointer a channel, each to InputFramesFor(outputFrames, ratio) frames
     /// @param output  one pointer a channel, each with room for outputFrames; must not overlap the input
     /// @realtime      yes
     void Process(const float* const* input, float* const* output, unsigned outputFrames, double ratio) noexcept;
 
-    /// The fraction of an input frame that the next output frame lies beyond a whole one, 0 .. below 1.
+    /// The fraction of an input frame that the next output frame lies beyond a whole one, 0 .. below 1; exactly
+    /// 0 where ratio 1 is bit exact.
     double Phase() const noexcept;
 
 private:
