@@ -91,7 +91,7 @@ int thread_policy_set(thread_act_t thread, int flavour, const int32_t* words, ui
 
 int thread_policy(thread_act_t thread, int policy, const int32_t* words, uint32_t count, bool)
 {
-    if (!thread || policy != POLICY_RR || count < 2) return kInvalidArgument;
+    if (!thread || policy != POLICY_RR || count != 2) return kInvalidArgument;
     return Ask(thread, Fixed(words[0]));
 }
 

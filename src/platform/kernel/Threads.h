@@ -47,6 +47,7 @@ constexpr int THREAD_PRECEDENCE_POLICY = 3;       // one word: importance
 
 /// Asks for a policy of the thread. A machine that does not grant it leaves the thread as it is; that is
 /// told once by DescribeScheduling and is no error, since sound that is late now and then beats none.
+/// Importance moves the priority of threads that do not share their time, counted from 31.
 ///
 /// @param words  flavour's words, `count` of them
 /// @return       0, or 4 (invalid argument) for an unknown flavour or a wrong count
@@ -56,7 +57,7 @@ constexpr int POLICY_TIMESHARE = 1;
 constexpr int POLICY_RR = 2;
 constexpr int POLICY_FIFO = 4;
 
-/// policy POLICY_RR: three words, base priority, quantum, and whether `setLimit` holds. Same results.
+/// policy POLICY_RR: two words, base priority 0 .. 63 and quantum. There is no limit to set. Same results.
 int thread_policy(thread_act_t thread, int policy, const int32_t* words, uint32_t count, bool setLimit);
 
 constexpr int THREAD_BASIC_INFO = 3;             // 10 words; word 4 is the policy

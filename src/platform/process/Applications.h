@@ -4,18 +4,19 @@
 // Start at CopyApplications.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+#include <string>
 #include <vector>
 
-namespace platform::process {
+namespace platform::process
+{
 
 /// How an application's identifier was found, best first.
 enum class IdentifierSource { SandboxID, DesktopScope, DesktopEntry, ServerProperty, Executable };
 
 struct Application {
-    pid_t mPID = 0;           // the topmost process of the group
-    std::string mName;        // for people; what "app:NAME" is compared with
+    pid_t mPID = 0;     // the topmost process of the group
+    std::string mName;  // for people; what "app:NAME" is compared with
     std::string mIdentifier;
     IdentifierSource mIdentifierSource = IdentifierSource::Executable;
     std::string mExecutable;  // absolute path; empty where it may not be read

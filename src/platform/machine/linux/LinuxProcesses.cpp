@@ -43,7 +43,8 @@ bool ParseStat(std::string_view text, ProcessRecord& record)
     if (open == std::string_view::npos || close == std::string_view::npos || close < open) return false;
     record.mName = text.substr(open + 1, close - open - 1);
     const std::vector<std::string_view> fields = Split(text.substr(close + 2), ' ');
-    return fields.size() > kStartTimeField && ParseNumber(fields[kParentField], record.mParent) &&
+    // A number that nothing follows may have been cut.
+    return fields.size() > kStartTimeField + 1 && ParseNumber(fields[kParentField], record.mParent) &&
            ParseNumber(fields[kStartTimeField], record.mStartTime);
 }
 

@@ -14,7 +14,7 @@ namespace platform::machine
 int FixedPriorityForLevel(float level);
 float LevelForFixedPriority(int priority);
 
-class LinuxThreads final : public Threads
+class LinuxThreads : public Threads
 {
 public:
     int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override;
