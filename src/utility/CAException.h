@@ -4,8 +4,7 @@
 
 #include "platform/audio/CoreAudioTypes.h"
 
-class CAException
-{
+class CAException {
 public:
     explicit CAException(OSStatus error) noexcept : mError(error) {}
 

@@ -1,6 +1,5 @@
 #include "utility/CAGuard.h"
 
-#include "platform/kernel/Threads.h"
 #include "utility/CAException.h"
 #include "utility/CAHostTimeBase.h"
 
@@ -8,8 +7,7 @@
 
 namespace kernel = platform::kernel;
 
-namespace
-{
+namespace {
 
 constexpr unsigned long long kNanosPerSecond = 1'000'000'000;
 constexpr OSStatus kNotOwned = 1;

@@ -4,8 +4,7 @@
 
 #include "utility/CAMutex.h"
 
-class CAGuard : public CAMutex
-{
+class CAGuard : public CAMutex {
 public:
     explicit CAGuard(const char* name);
     ~CAGuard() override;

@@ -2,8 +2,7 @@
 
 #include "platform/kernel/HostTime.h"
 
-namespace
-{
+namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 constexpr double kTwo63 = 9223372036854775808.0;

@@ -6,8 +6,7 @@
 #include <atomic>
 #include <cstdint>
 
-class CAHostTimeBase
-{
+class CAHostTimeBase {
 public:
     /// Host time in ticks. @realtime yes, as all below
     static uint64_t GetCurrentTime() noexcept;

@@ -1,6 +1,5 @@
 #include "utility/CAMutex.h"
 
-#include "platform/kernel/Threads.h"
 #include "utility/CAException.h"
 
 namespace kernel = platform::kernel;

@@ -3,12 +3,11 @@
 // to unlock. No counter is kept: the outermost caller alone unlocks. CAMutex::Scope does that by itself.
 #pragma once
 
-#include <pthread.h>
+#include "platform/kernel/Threads.h"
 
 #include <atomic>
 
-class CAMutex
-{
+class CAMutex {
 public:
     class Scope;
 
@@ -51,8 +50,7 @@ protected:
 };
 
 /// Holds a mutex from construction to the end of the block, and gives it up only if it took it.
-class CAMutex::Scope
-{
+class CAMutex::Scope {
 public:
     explicit Scope(CAMutex& mutex) : mMutex(mutex), mTaken(mutex.Lock()) {}
     ~Scope()

@@ -1,6 +1,5 @@
 #include "utility/CAPThread.h"
 
-#include "platform/kernel/Threads.h"
 #include "utility/CAException.h"
 
 #include <array>
@@ -8,8 +7,7 @@
 
 namespace kernel = platform::kernel;
 
-namespace
-{
+namespace {
 
 constexpr uint32_t kDefaultPriority = 31;
 constexpr pthread_t kStarting = ~pthread_t{0};
@@ -31,12 +29,11 @@ std::array<int32_t, kWords> GetInfo(pthread_t thread, int flavour)
     return words;
 }
 
-class DetachedAttributes
-{
+class DetachedAttributes {
 public:
-    DetachedAttributes() { CAException::ThrowIf(pthread_attr_init(&mAttributes)); }
-    ~DetachedAttributes() { pthread_attr_destroy(&mAttributes); }
-    void Detach() { CAException::ThrowIf(pthread_attr_setdetachstate(&mAttributes, PTHREAD_CREATE_DETACHED)); }
+    DetachedAttributes() { CAException::ThrowIf(kernel::pthread_attr_init(&mAttributes)); }
+    ~DetachedAttributes() { kernel::pthread_attr_destroy(&mAttributes); }
+    void Detach() { CAException::ThrowIf(kernel::pthread_attr_setdetachstate(&mAttributes, PTHREAD_CREATE_DETACHED)); }
     const pthread_attr_t* Get() const { return &mAttributes; }
 
 private:

@@ -3,13 +3,12 @@
 // Start at the two constructors. Priorities are the platform's (31 is where an ordinary thread lies).
 #pragma once
 
-#include <pthread.h>
+#include "platform/kernel/Threads.h"
 
 #include <atomic>
 #include <cstdint>
 
-class CAPThread
-{
+class CAPThread {
 public:
     using Routine = void* (*)(void*);
 
@@ -70,7 +69,7 @@ private:
     // itself and then reads the wishes, sees a new wish, or the setter, which stores it and then looks for a
     // thread, sees the thread.
     std::atomic<pthread_t> mThread{0};
-    uint32_t mSpawningPriority;
+    uint32_t mSpawningPriority;  // that of the thread which made the object
     Routine mEntry;
     void* mArgument;
     // The wishes: stored by the setters, loaded by the thread as it enters; see above.

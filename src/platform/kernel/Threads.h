@@ -13,6 +13,8 @@ namespace platform::kernel {
 constexpr int kErrorBusy = 16;
 constexpr int kErrorTimedOut = 60;
 
+int pthread_mutexattr_init(pthread_mutexattr_t* attributes);
+int pthread_mutexattr_destroy(pthread_mutexattr_t* attributes);
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int pthread_mutex_destroy(pthread_mutex_t* mutex);
 int pthread_mutex_lock(pthread_mutex_t* mutex);
@@ -27,6 +29,9 @@ int pthread_cond_timedwait_relative_np(pthread_cond_t* condition, pthread_mutex_
 int pthread_cond_signal(pthread_cond_t* condition);
 int pthread_cond_broadcast(pthread_cond_t* condition);
 
+int pthread_attr_init(pthread_attr_t* attributes);
+int pthread_attr_destroy(pthread_attr_t* attributes);
+int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state);
 /// `name` (at most 15 characters, may be null) is what people and traces see.
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument,
                    const char* name = nullptr);
