@@ -1,0 +1,262 @@
+#include "tap/Lane.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tap {
+
+namespace {
+
+constexpr uint64_t kSecondNanos = 1'000'000'000;
+constexpr double kMostPayBack = 500e-6;   // of the ratio: under a hundredth of a semitone
+constexpr double kUnityTolerance = 2e-6;  // rates that differ by less count as equal
+constexpr double kUnityFrames = 1;        // phase that may be left while they do
+constexpr double kApproach = 1.0 / 8;     // of what is left of an error, a block: no overshoot
+
+constexpr double kQueueSeconds = 0.5;  // a pacer that gets no processor for that long loses nothing
+constexpr double kQueueRateHz = 192'000;
+
+size_t QueueFrames(uint64_t latencyNanos)
+{
+    return size_t(kQueueRateHz * (kQueueSeconds + 2e-9 * double(latencyNanos)));
+}
+
+double Hertz(FixedRate rate)
+{
+    return std::ldexp(double(rate), -int(kRateFractionBits));
+}
+
+}  // namespace
+
+Lane::Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels)
+    : mSchedule(schedule),
+      mLatencyNanos(latencyNanos),
+      mTapRateHz(Hertz(schedule.Rate())),
+      mMix(mix),
+      mInput(channels, QueueFrames(latencyNanos))
+{
+}
+
+void Lane::RenderBlock(uint64_t firstFrame, float* block)
+{
+    mEarliest = std::max(mEarliest, firstFrame);
+    if (mRunning)
+        Run(firstFrame, kBlockFrames, block);
+    else
+        Current().RingOut(kBlockFrames, block);
+    if (!mRunning) StartWithin(firstFrame, block);
+}
+
+void Lane::SkipBlocks() noexcept
+{
+    DiscardFrames(mFramesLeft);
+    mSilenceLeft = 0;
+    mRunning = mSpliced = false;
+    mSkipped = true;
+}
+
+// ---- Cycles
+
+Lane::Next Lane::Classify() const noexcept
+{
+    const CycleStamp* next = mInput.Next();
+    if (!next) return Next::Nothing;
+    if (next->mRateHz != mExpected.mRateHz) return Next::OtherRate;
+    if (next->mClockID != mExpected.mClockID) return Next::Continues;
+    const int64_t gap = next->mSampleTime - mExpected.mSampleTime;
+    return gap >= 0 && gap <= int64_t(next->mRateHz) ? Next::Continues : Next::StartsAnew;
+}
+
+bool Lane::IsLateContinuation(const CycleStamp& stamp) const noexcept
+{
+    return stamp.mClockID == mExpected.mClockID && stamp.mRateHz == mExpected.mRateHz &&
+           stamp.mSampleTime == mExpected.mSampleTime;
+}
+
+void Lane::Expect(const CycleStamp& stamp) noexcept
+{
+    mEnd += stamp.mFrames;
+    mExpected = {stamp.mClockID, stamp.mRateHz, stamp.mSampleTime + stamp.mFrames};
+}
+
+/// Goes on with the next cycle, which Classify said continues. Another driver's position says nothing about
+/// ours: its frames follow on ours, and its clock is measured from here.
+void Lane::BeginCycle() noexcept
+{
+    const CycleStamp stamp = *mInput.Next();
+    mInput.Begin();
+    const bool sameClock = stamp.mClockID == mExpected.mClockID;
+    mSilenceLeft = sameClock ? stamp.mSampleTime - mExpected.mSampleTime : 0;
+    mEnd += mSilenceLeft;
+    if (sameClock && mSilenceLeft == 0)
+        mFollower.AddStamp(mEnd, stamp.mHostNanos);
+    else
+        mFollower.Restart(stamp.mRateHz, mEnd, stamp.mHostNanos);
+    mFramesLeft = stamp.mFrames;
+    Expect(stamp);
+}
+
+void Lane::DiscardCycle() noexcept
+{
+    const CycleStamp stamp = *mInput.Next();
+    mInput.Begin();
+    Expect(stamp);
+    mFramesLeft = stamp.mFrames;
+    DiscardFrames(mFramesLeft);
+}
+
+void Lane::DiscardFrames(int64_t frames) noexcept
+{
+    mInput.Skip(size_t(frames));
+    mFramesLeft -= frames;
+    mDiscarded += uint32_t(frames);
+}
+
+/// Takes frames of the stretch in hand. @return fewer than asked where it ends
+unsigned Lane::Take(float* samples, unsigned frames) noexcept
+{
+    unsigned taken = 0;
+    while (taken < frames) {
+        float* place = samples + size_t(taken) * mInput.Channels();
+        if (mSilenceLeft > 0) {
+            const auto some = unsigned(std::min<int64_t>(mSilenceLeft, frames - taken));
+            std::fill_n(place, size_t(some) * mInput.Channels(), 0.0f);
+            mSilenceLeft -= some;
+            taken += some;
+        } else if (mFramesLeft > 0) {
+            const auto some = unsigned(std::min<int64_t>(mFramesLeft, frames - taken));
+            mInput.Read(place, some);
+            mFramesLeft -= some;
+            taken += some;
+        } else if (Classify() == Next::Continues) {
+            BeginCycle();
+        } else {
+            break;
+        }
+    }
+    return taken;
+}
+
+// ---- Stretches
+
+void Lane::StartWithin(uint64_t firstFrame, float* block)
+{
+    const uint64_t blockEnd = firstFrame + kBlockFrames;
+    while (const CycleStamp* next = mInput.Next()) {
+        const double ratio = next->mRateHz / mTapRateHz;
+        if (!Waiting().Prepare(mInput.Channels(), ratio, kBlockFrames)) {
+            DiscardCycle();
+            continue;
+        }
+        const uint64_t place = PlaceOf(*next);
+        const uint64_t at = std::max(place, mEarliest);
+        if (at >= blockEnd) return;
+
+        const double late = double(at - place);
+        const bool discards = mSkipped || late > mTapRateHz;
+        if (discards && late * ratio >= next->mFrames) {
+            DiscardCycle();
+            continue;
+        }
+        BeginStretch(at);
+        if (discards) DiscardFrames(std::llround(late * ratio));
+        mSkipped = false;
+        Run(at, unsigned(blockEnd - at), block + (at - firstFrame) * mInput.Channels());
+        return;
+    }
+    mSkipped = false;
+}
+
+/// The tap's frame at which the cycle's first frame goes into its voice, to come out in its right place.
+uint64_t Lane::PlaceOf(const CycleStamp& stamp) noexcept
+{
+    if (mSpliced) return uint64_t(std::max(0.0, std::round(mHeardUntil - Waiting().DelayOutputFrames())));
+    const double secondsEarlier = double(Waiting().DelayFrames()) / stamp.mRateHz;
+    const double halfFrameNanos = 0.5e9 / mTapRateHz;
+    return mSchedule.FramesBy(stamp.mHostNanos + mLatencyNanos + uint64_t(halfFrameNanos) -
+                              uint64_t(secondsEarlier * kSecondNanos));
+}
+
+void Lane::BeginStretch(uint64_t at) noexcept
+{
+    const CycleStamp stamp = *mInput.Next();
+    const double heardFrom = double(at) + Waiting().DelayOutputFrames();
+    if (!mSpliced && IsLateContinuation(stamp))
+        mStarved += uint32_t(std::lround(std::max(0.0, heardFrom - mHeardUntil)));
+
+    mInput.Begin();
+    if (mSpliced) {
+        mFollower.Restart(stamp.mRateHz, mEnd, stamp.mHostNanos);
+    } else {
+        mFollower.Start(stamp.mRateHz, double(mEnd), stamp.mHostNanos);
+        mFollower.AddStamp(mEnd, stamp.mHostNanos);
+    }
+    mFramesLeft = stamp.mFrames;
+    Expect(stamp);
+    mCurrent = 1 - mCurrent;
+    mRunning = true;
+    mSpliced = false;
+}
+
+void Lane::EndStretch(uint64_t frame, unsigned frames, double playedFrames) noexcept
+{
+    mRunning = false;
+    mSpliced = Classify() == Next::OtherRate;
+    mHeardUntil = double(frame) + playedFrames + Current().DelayOutputFrames();
+    mEarliest = frame + std::min(frames, unsigned(std::ceil(playedFrames)));
+    Current().Release(frames - std::min(frames, unsigned(playedFrames)));
+}
+
+// ---- Sound
+
+void Lane::Run(uint64_t frame, unsigned frames, float* output) noexcept
+{
+    const double ratio = RatioFor(frame, frames);
+    const unsigned needed = Current().InputFramesFor(frames, ratio);
+    float* input = Current().Input();
+    const unsigned taken = Take(input, needed);
+    std::fill(input + size_t(taken) * mInput.Channels(), input + size_t(needed) * mInput.Channels(), 0.0f);
+    Current().Render(frames, ratio, output);
+    if (taken < needed) EndStretch(frame, frames, taken / ratio);
+}
+
+/// Input frames an output frame, such that the lane moves to where the clocks say it should be.
+///
+/// Where they agree the aim is the nearest whole frame, and there the ratio is exactly 1: the resampler then
+/// passes samples as they are.
+double Lane::RatioFor(uint64_t frame, unsigned frames) noexcept
+{
+    const double nominal = Current().NominalRatio();
+    const double scalar = MeasuredScalar(mSchedule.TimeOf(frame) - mLatencyNanos);
+    const double position = double(Consumed()) + Current().Phase();
+    const double wantedEnd = WantedPosition(frame + frames);
+
+    double advance;
+    if (nominal == 1 && std::abs(scalar - 1) <= kUnityTolerance) {
+        const double atUnity = position + frames;
+        if (Current().Phase() == 0 && std::abs(wantedEnd - atUnity) <= kUnityFrames) return 1;
+        advance = frames + kApproach * (std::round(wantedEnd) - atUnity);
+    } else {
+        const double wanted = WantedPosition(frame);
+        advance = wantedEnd - wanted + kApproach * (wanted - position);
+    }
+    const double measured = nominal * scalar * frames;
+    const double most = nominal * kMostPayBack * frames;
+    return std::clamp(advance, measured - most, measured + most) / frames;
+}
+
+/// The device's own rate over its nominal one, without anything that is being paid back; 1 until it is known.
+double Lane::MeasuredScalar(uint64_t nanos) const noexcept
+{
+    if (!mFollower.IsKnown()) return 1;
+    const double second = mFollower.MeasuredPositionAt(nanos + kSecondNanos) - mFollower.MeasuredPositionAt(nanos);
+    return second / mExpected.mRateHz;
+}
+
+/// The position of the next frame to go in, at the moment when `frame` comes out.
+double Lane::WantedPosition(uint64_t frame) noexcept
+{
+    return mFollower.PositionAt(mSchedule.TimeOf(frame) - mLatencyNanos) + Current().DelayFrames();
+}
+
+}  // namespace tap

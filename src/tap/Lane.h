@@ -1,0 +1,101 @@
+// Lane: one output device's sound on the tap's timeline.
+// Why: a device counts its frames by its own crystal and delivers them in bursts; a tap hands out frames by the
+// host clock. The rules are those of docs/time.md, "A lane": frames are sacred, gaps are silence, errors of
+// phase are paid back slowly, and where the clocks agree samples pass bit for bit.
+// Start at Render (the server's side) and RenderBlock (the pacer's side).
+#pragma once
+
+#include "platform/machine/AudioServer.h"
+#include "platform/vector/ClockFollower.h"
+#include "tap/LaneInput.h"
+#include "tap/LaneVoice.h"
+#include "tap/RingWriter.h"
+#include "tap/Schedule.h"
+#include "tap/StereoMix.h"
+
+#include <array>
+#include <cstdint>
+
+namespace tap {
+
+class Lane final : public platform::machine::CaptureClient {
+public:
+    /// @param schedule  the tap's; outlives this
+    /// @param latencyNanos  TapLatencyNanos of the server
+    Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels);
+
+    /// @thread the server's data thread @realtime yes
+    void Render(const platform::machine::CaptureCycle& cycle) noexcept override { mInput.Write(cycle, mMix); }
+
+    /// Adds the device's sound to the tap's frames firstFrame .. firstFrame + kBlockFrames - 1.
+    ///
+    /// Blocks come in order. Allocates where the device's nominal rate has changed.
+    ///
+    /// @param block  interleaved
+    /// @thread       the pacer
+    void RenderBlock(uint64_t firstFrame, float* block);
+
+    /// Says that the blocks up to the next one were not asked for: their sound is discarded. @thread the pacer
+    void SkipBlocks() noexcept;
+
+    /// Frames that had no room, or were discarded. Wraps. @thread the pacer
+    uint32_t DroppedFrames() const noexcept { return mInput.DroppedFrames() + mDiscarded; }
+    /// Frames of silence given although the device's sound went on: the server was late. Wraps. @thread the pacer
+    uint32_t StarvedFrames() const noexcept { return mStarved; }
+
+private:
+    enum class Next { Nothing, Continues, OtherRate, StartsAnew };
+
+    /// Where the device's timeline goes on if nothing happens.
+    struct Expectation {
+        uint32_t mClockID = 0;
+        uint32_t mRateHz = 0;
+        int64_t mSampleTime = 0;
+    };
+
+    Next Classify() const noexcept;
+    bool IsLateContinuation(const CycleStamp& stamp) const noexcept;
+    void Expect(const CycleStamp& stamp) noexcept;
+    void BeginCycle() noexcept;
+    void DiscardCycle() noexcept;
+    unsigned Take(float* samples, unsigned frames) noexcept;
+    int64_t Consumed() const noexcept { return mEnd - mSilenceLeft - mFramesLeft; }
+
+    void StartWithin(uint64_t firstFrame, float* block);
+    uint64_t PlaceOf(const CycleStamp& stamp) noexcept;
+    void BeginStretch(uint64_t at) noexcept;
+    void EndStretch(uint64_t frame, unsigned frames, double playedFrames) noexcept;
+    void DiscardFrames(int64_t frames) noexcept;
+
+    void Run(uint64_t frame, unsigned frames, float* output) noexcept;
+    double RatioFor(uint64_t frame, unsigned frames) noexcept;
+    double MeasuredScalar(uint64_t nanos) const noexcept;
+    double WantedPosition(uint64_t frame) noexcept;
+
+    LaneVoice& Current() noexcept { return mVoices[mCurrent]; }
+    LaneVoice& Waiting() noexcept { return mVoices[1 - mCurrent]; }
+
+    const Schedule& mSchedule;
+    const uint64_t mLatencyNanos;
+    const double mTapRateHz;
+    const StereoMix mMix;
+    LaneInput mInput;
+
+    // The pacer's, all of it. Positions count the frames of the lane, silence for gaps included. A stretch is
+    // sound without a break at one nominal rate.
+    platform::vector::ClockFollower mFollower;
+    Expectation mExpected;
+    int64_t mEnd = 0;                  // one past the last frame of the cycles begun
+    int64_t mSilenceLeft = 0;          // of the cycle begun last: first the silence of a gap,
+    int64_t mFramesLeft = 0;           // then its frames
+    std::array<LaneVoice, 2> mVoices;  // the one that plays or rings out, and the one for the next stretch
+    unsigned mCurrent = 0;
+    bool mRunning = false;
+    bool mSpliced = false;   // the next stretch follows on the last without a break
+    bool mSkipped = false;   // what is late is to be discarded
+    uint64_t mEarliest = 0;  // tap frame before which the next stretch may not start
+    double mHeardUntil = 0;  // tap frame, with fraction, at which the last stretch was heard out
+    uint32_t mDiscarded = 0, mStarved = 0;
+};
+
+}  // namespace tap

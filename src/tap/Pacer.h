@@ -1,0 +1,58 @@
+// Pacer: the thread that publishes a tap's blocks, each at its own time.
+// Why: a tap's consumer stamps arrival, so frames must arrive by the host clock, a block at a time, however the
+// server delivers them and whether it delivers any.
+// Start at PublishDue.
+#pragma once
+
+#include "platform/kernel/Threads.h"
+#include "tap/Lane.h"
+#include "tap/RingWriter.h"
+#include "tap/Schedule.h"
+
+#include <atomic>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace tap {
+
+class Pacer {
+public:
+    /// All of them outlive this. Nothing is published before Start or PublishDue.
+    Pacer(const Schedule& schedule, RingWriter& ring, std::span<const std::unique_ptr<Lane>> lanes, unsigned channels);
+    /// Ends the thread, after a block at the most.
+    ~Pacer();
+
+    /// @return whether the thread runs
+    bool Start();
+
+    /// Publishes every block whose time has come, one by one.
+    ///
+    /// Wakes that come late catch up. What lies more than a pass of the ring back is counted, not written:
+    /// nobody could hear it any more.
+    ///
+    /// @param nanos  host time
+    /// @thread       the pacer; tests call it from theirs where Start was not called
+    void PublishDue(uint64_t nanos);
+
+    /// Host time at which the next block is due. @thread as PublishDue
+    uint64_t NextDueNanos() const noexcept { return mSchedule.TimeOf((mBlocks + 1) * kBlockFrames); }
+
+private:
+    static void* Run(void* self);
+    void PublishBlock(uint32_t skippedPasses);
+    void AskForPriority();
+    void PublishCounters() noexcept;
+
+    const Schedule& mSchedule;
+    RingWriter& mRing;
+    std::span<const std::unique_ptr<Lane>> mLanes;
+    std::vector<float> mBlock;
+    uint64_t mBlocks = 0;  // published or skipped so far
+    TapCounters mCounters;
+    pthread_t mThread{};
+    bool mStarted = false;
+    std::atomic<bool> mStop{false};  // stored by the destructor's thread, loaded by the pacer; no order needed
+};
+
+}  // namespace tap
