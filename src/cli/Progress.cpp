@@ -80,8 +80,8 @@ void Progress::Show(const RecordingState& state, bool serverThere)
     if (serverThere != mServerThere) {
         mServerThere = serverThere;
         ClearLine();
-        fmt::print(stderr, serverThere ? "corvane: the audio server is back; recording goes on\n"
-                                       : "corvane: the audio server is away; recording silence until it is back\n");
+        fmt::print(stderr, "corvane: the audio server is {}\n",
+                   serverThere ? "back; recording goes on" : "away; recording silence until it is back");
     }
     if (!mIsTerminal) return;
     ClearLine();
