@@ -21,15 +21,15 @@ namespace
 constexpr uint64_t kSecond = 1'000'000'000;
 constexpr uint64_t kFirstPeriodNanos = kSecond / 16;
 constexpr uint64_t kUsualPeriodNanos = kSecond;
-constexpr uint64_t kLongestPeriodNanos = 8 * kSecond;
+constexpr uint64_t kLongestPeriodNanos = 4 * kSecond;
 
 constexpr double kKnownError = 2e-6;
-constexpr double kGoodError = 0.2e-6;
+constexpr double kGoodError = 0.1e-6;
 constexpr unsigned kFewestPeriods = 6;
 
 constexpr double kMostPayBack = 500e-6;
 constexpr double kFastPayBackSeconds = 2;   // for what is plainly there
-constexpr double kSlowPayBackSeconds = 16;  // for what may be the measurement's own noise
+constexpr double kSlowPayBackSeconds = 32;  // for what may be the measurement's own noise
 constexpr double kPlainErrors = 8;
 
 constexpr unsigned kFitRounds = 4;
@@ -241,9 +241,12 @@ void ClockFollower::Fit() noexcept
     const Regression line = RobustLine(points);
     if (line.used < kFewestPeriods) return;
 
-    // Few points scatter little by chance: the factor is that of the t distribution, about 4 sigma.
-    const double factor = 4 + 16.0 / (line.used - 2);
-    mScalarError = factor * line.scatter / std::sqrt(line.spreadX);
+    // Few points may scatter little by chance, and they are looked at again and again until they do.
+    const double sigmas = 5 + 25.0 / (line.used - 2);
+    const double error = sigmas * line.scatter / std::sqrt(line.spreadX);
+    if (mKnown && error > kKnownError) return;  // a bad minute: what is known stays
+
+    mScalarError = error;
     mPhaseErrorSeconds = 2 * line.scatter / std::sqrt(line.used);
     mLine = {newest, line.Beyond(0, 0) * mNominalHz, 1 - line.slope};
 }
