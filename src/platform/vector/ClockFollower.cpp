@@ -12,11 +12,9 @@
 #include <bitset>
 #include <cmath>
 
-namespace platform::vector
-{
+namespace platform::vector {
 
-namespace
-{
+namespace {
 
 constexpr uint64_t kSecond = 1'000'000'000;
 constexpr uint64_t kFirstPeriodNanos = kSecond / 16;
@@ -45,44 +43,44 @@ using Used = std::bitset<64>;
 
 /// Lateness over time: y seconds late at x seconds, both relative to the newest point.
 struct Points {
-    std::array<double, 64> x;
-    std::array<double, 64> y;
-    unsigned count;
+    std::array<double, 64> mX;
+    std::array<double, 64> mY;
+    unsigned mCount;
 };
 
 struct Regression {
-    double meanX = 0;
-    double meanY = 0;
-    double slope = 0;
-    double spreadX = 0;  // sum of squares about the mean
-    double scatter = 0;  // of one point about the line, seconds
-    unsigned used = 0;
+    double mMeanX = 0;
+    double mMeanY = 0;
+    double mSlope = 0;
+    double mSpreadX = 0;  // sum of squares about the mean
+    double mScatter = 0;  // of one point about the line, seconds
+    unsigned mUsed = 0;
 
-    double Beyond(double x, double y) const noexcept { return y - meanY - slope * (x - meanX); }
+    double Beyond(double x, double y) const noexcept { return y - mMeanY - mSlope * (x - mMeanX); }
 };
 
 Regression LeastSquares(const Points& points, const Used& used) noexcept
 {
     Regression line;
-    for (unsigned i = 0; i < points.count; ++i) {
+    for (unsigned i = 0; i < points.mCount; ++i) {
         if (!used[i]) continue;
-        ++line.used;
-        line.meanX += points.x[i];
-        line.meanY += points.y[i];
+        ++line.mUsed;
+        line.mMeanX += points.mX[i];
+        line.mMeanY += points.mY[i];
     }
-    line.meanX /= line.used;
-    line.meanY /= line.used;
+    line.mMeanX /= line.mUsed;
+    line.mMeanY /= line.mUsed;
     double product = 0;
-    for (unsigned i = 0; i < points.count; ++i) {
+    for (unsigned i = 0; i < points.mCount; ++i) {
         if (!used[i]) continue;
-        line.spreadX += (points.x[i] - line.meanX) * (points.x[i] - line.meanX);
-        product += (points.x[i] - line.meanX) * (points.y[i] - line.meanY);
+        line.mSpreadX += (points.mX[i] - line.mMeanX) * (points.mX[i] - line.mMeanX);
+        product += (points.mX[i] - line.mMeanX) * (points.mY[i] - line.mMeanY);
     }
-    line.slope = product / line.spreadX;
+    line.mSlope = product / line.mSpreadX;
     double squares = 0;
-    for (unsigned i = 0; i < points.count; ++i)
-        if (used[i]) squares += std::pow(line.Beyond(points.x[i], points.y[i]), 2);
-    line.scatter = line.used > 2 ? std::sqrt(squares / (line.used - 2)) : 1;
+    for (unsigned i = 0; i < points.mCount; ++i)
+        if (used[i]) squares += std::pow(line.Beyond(points.mX[i], points.mY[i]), 2);
+    line.mScatter = line.mUsed > 2 ? std::sqrt(squares / (line.mUsed - 2)) : 1;
     return line;
 }
 
@@ -97,23 +95,23 @@ double Median(std::array<double, 64>& values, unsigned count) noexcept
 Used NotLate(const Points& points, const Regression& line) noexcept
 {
     std::array<double, 64> beyond;
-    for (unsigned i = 0; i < points.count; ++i) beyond[i] = line.Beyond(points.x[i], points.y[i]);
+    for (unsigned i = 0; i < points.mCount; ++i) beyond[i] = line.Beyond(points.mX[i], points.mY[i]);
     std::array<double, 64> sorted = beyond;
-    const double middle = Median(sorted, points.count);
-    for (unsigned i = 0; i < points.count; ++i) sorted[i] = std::abs(beyond[i] - middle);
-    const double limit = middle + kLateMedians * Median(sorted, points.count) + kLateSeconds;
+    const double middle = Median(sorted, points.mCount);
+    for (unsigned i = 0; i < points.mCount; ++i) sorted[i] = std::abs(beyond[i] - middle);
+    const double limit = middle + kLateMedians * Median(sorted, points.mCount) + kLateSeconds;
 
     Used used;
-    for (unsigned i = 0; i < points.count; ++i) used[i] = beyond[i] <= limit;
+    for (unsigned i = 0; i < points.mCount; ++i) used[i] = beyond[i] <= limit;
     return used;
 }
 
 Regression RobustLine(const Points& points) noexcept
 {
     Used used;
-    for (unsigned i = 0; i < points.count; ++i) used.set(i);
+    for (unsigned i = 0; i < points.mCount; ++i) used.set(i);
     Regression line = LeastSquares(points, used);
-    for (unsigned round = 1; round < kFitRounds && points.count > kFewestPeriods; ++round) {
+    for (unsigned round = 1; round < kFitRounds && points.mCount > kFewestPeriods; ++round) {
         const Used next = NotLate(points, line);
         if (next == used) break;
         used = next;
@@ -232,23 +230,23 @@ void ClockFollower::Fit() noexcept
 {
     const Stamp& newest = mEarliest[mClosed - 1];
     Points points;
-    points.count = mClosed;
+    points.mCount = mClosed;
     for (unsigned i = 0; i < mClosed; ++i) {
         const double frames = static_cast<double>(mEarliest[i].mPosition - newest.mPosition);
-        points.x[i] = Seconds(mEarliest[i].mHostNanos, newest.mHostNanos);
-        points.y[i] = points.x[i] - frames / mNominalHz;
+        points.mX[i] = Seconds(mEarliest[i].mHostNanos, newest.mHostNanos);
+        points.mY[i] = points.mX[i] - frames / mNominalHz;
     }
     const Regression line = RobustLine(points);
-    if (line.used < kFewestPeriods) return;
+    if (line.mUsed < kFewestPeriods) return;
 
     // Few points may scatter little by chance, and they are looked at again and again until they do.
-    const double sigmas = 5 + 25.0 / (line.used - 2);
-    const double error = sigmas * line.scatter / std::sqrt(line.spreadX);
+    const double sigmas = 5 + 25.0 / (line.mUsed - 2);
+    const double error = sigmas * line.mScatter / std::sqrt(line.mSpreadX);
     if (mKnown && error > kKnownError) return;  // a bad minute: what is known stays
 
     mScalarError = error;
-    mPhaseErrorSeconds = 2 * line.scatter / std::sqrt(line.used);
-    mLine = {newest, line.Beyond(0, 0) * mNominalHz, 1 - line.slope};
+    mPhaseErrorSeconds = 2 * line.mScatter / std::sqrt(line.mUsed);
+    mLine = {newest, line.Beyond(0, 0) * mNominalHz, 1 - line.mSlope};
 }
 
 /// A new rate: the measured one, and what brings the integral onto the measured line.

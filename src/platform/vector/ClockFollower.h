@@ -9,11 +9,9 @@
 #include <array>
 #include <cstdint>
 
-namespace platform::vector
-{
+namespace platform::vector {
 
-class ClockFollower
-{
+class ClockFollower {
 public:
     /// Starts anew: a clock of `nominalHz`, nothing known of it.
     ///

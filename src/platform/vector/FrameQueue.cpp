@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-namespace platform::vector
-{
+namespace platform::vector {
 
 FrameQueue::FrameQueue(unsigned channels, size_t frames)
     : mChannels(channels), mMask(std::bit_ceil(std::max<size_t>(frames, 1)) - 1), mFrames((mMask + 1) * channels)

@@ -8,11 +8,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace platform::vector
-{
+namespace platform::vector {
 
-class FrameQueue
-{
+class FrameQueue {
 public:
     /// Room for at least `frames` frames of `channels` floats; touches its memory. Allocates.
     FrameQueue(unsigned channels, size_t frames);

@@ -10,11 +10,9 @@
 
 #include "platform/vector/ResamplerLoops.h"
 
-namespace platform::vector
-{
+namespace platform::vector {
 
-namespace
-{
+namespace {
 
 using loops::kLanes;
 
@@ -45,12 +43,12 @@ uint64_t RatioUnits(double ratio) noexcept
 
 double Kaiser(double x) noexcept
 {
-    if (std::abs(x) >= 1) return 0;
-    return std::cyl_bessel_i(0.0, kKaiserBeta * std::sqrt(1 - x * x)) / std::cyl_bessel_i(0.0, kKaiserBeta);
+    static const double sMiddle = std::cyl_bessel_i(0.0, kKaiserBeta);
+    return std::abs(x) < 1 ? std::cyl_bessel_i(0.0, kKaiserBeta * std::sqrt(1 - x * x)) / sMiddle : 0;
 }
 
-/// The kernel `frames` from its middle, `scale` times as wide as the interpolating one. Exact at whole
-/// numbers for scale 1: sin(pi n) is not zero in floating point.
+/// The kernel `frames` from its middle, `scale` times as wide as the interpolating one. Exactly 0 at whole
+/// numbers: sin(pi n) is not zero in floating point.
 double Kernel(double frames, double scale) noexcept
 {
     const double x = frames / scale;
@@ -59,41 +57,40 @@ double Kernel(double frames, double scale) noexcept
     return std::sin(std::numbers::pi * x) / (std::numbers::pi * x * scale) * Kaiser(x / kHalfWidthFrames);
 }
 
-/// What the kernel looks like for one nominal ratio: `taps` of them, of which the last weighs the newest
-/// frame, `delay` frames before it the middle.
+/// What the kernel looks like for one nominal ratio: `mTaps` of them, of which the last weighs the newest
+/// frame, `mDelay` frames before it the middle.
 struct Shape {
     explicit Shape(double nominalRatio) noexcept
-        : scale(nominalRatio > kHighestInterpolating ? nominalRatio : 1),
-          delay(static_cast<unsigned>(std::ceil(kHalfWidthFrames * scale)) + 1),
-          taps((2 * (delay - 1) + kLanes - 1) / kLanes * kLanes)
+        : mScale(nominalRatio > kHighestInterpolating ? nominalRatio : 1),
+          mDelay(static_cast<unsigned>(std::ceil(kHalfWidthFrames * mScale)) + 1),
+          mTaps((2 * (mDelay - 1) + kLanes - 1) / kLanes * kLanes)
     {
     }
 
-    /// Weight of tap `index` for a position `phase` beyond a whole frame.
-    double Weight(unsigned index, double phase) const noexcept
-    {
-        return Kernel(static_cast<double>(index) + delay - taps - phase, scale);
-    }
-
-    double scale;
-    unsigned delay;
-    unsigned taps;
+    double mScale;
+    unsigned mDelay;
+    unsigned mTaps;
 };
 
 std::vector<loops::TapGroup> MakeTaps(const Shape& shape)
 {
     constexpr unsigned kPhases = 1u << loops::kPhaseBits;
-    const unsigned groups = shape.taps / kLanes;
+    constexpr unsigned kSteps = 2 * kPhases;  // a frame: the phases and the middles between them
+
+    std::vector<double> kernel(size_t{shape.mTaps} * kSteps + 1);
+    const double first = static_cast<double>(shape.mDelay) - shape.mTaps - 1;
+    for (size_t i = 0; i < kernel.size(); ++i)
+        kernel[i] = Kernel(first + static_cast<double>(i) / kSteps, shape.mScale);
+
+    const unsigned groups = shape.mTaps / kLanes;
     std::vector<loops::TapGroup> taps(size_t{kPhases} * groups);
     for (unsigned phase = 0; phase < kPhases; ++phase) {
-        for (unsigned index = 0; index < shape.taps; ++index) {
-            const double here = shape.Weight(index, static_cast<double>(phase) / kPhases);
-            const double middle = shape.Weight(index, (phase + 0.5) / kPhases);
-            const double next = shape.Weight(index, (phase + 1.0) / kPhases);
+        for (unsigned index = 0; index < shape.mTaps; ++index) {
+            const double* here = &kernel[(index + 1) * kSteps - 2 * phase];
             loops::TapGroup& group = taps[phase * groups + index / kLanes];
-            group.value[index % kLanes] = static_cast<float>(here);
-            group.slope[index % kLanes] = static_cast<float>(4 * middle - 3 * here - next);
-            group.bend[index % kLanes] = static_cast<float>(2 * (here + next) - 4 * middle);
+            group.mValue[index % kLanes] = static_cast<float>(here[0]);
+            group.mSlope[index % kLanes] = static_cast<float>(4 * here[-1] - 3 * here[0] - here[-2]);
+            group.mBend[index % kLanes] = static_cast<float>(2 * (here[0] + here[-2]) - 4 * here[-1]);
         }
     }
     return taps;
@@ -101,92 +98,92 @@ std::vector<loops::TapGroup> MakeTaps(const Shape& shape)
 
 }  // namespace
 
-// The history of a channel is `taps` old frames, then the frames of the block. Output at position p needs
+// The history of a channel is `mTaps` old frames, then the frames of the block. Output at position p needs
 // the frames before its whole part and none after: that is why no block ever asks for more than it passes.
 struct Resampler::State {
-    State(unsigned channelCount, double ratio, unsigned maxOutputFrames)
-        : shape(ratio),
-          channels(channelCount),
-          nominalRatio(ratio),
-          taps(MakeTaps(shape)),
-          points(maxOutputFrames),
-          historyFrames(shape.taps + MostFor(maxOutputFrames)),
-          history(size_t{historyFrames} * channelCount)
+    State(unsigned channels, double ratio, unsigned maxOutputFrames)
+        : mShape(ratio),
+          mChannels(channels),
+          mNominalRatio(ratio),
+          mTapTable(MakeTaps(mShape)),
+          mPoints(maxOutputFrames),
+          mHistoryFrames(mShape.mTaps + MostFor(maxOutputFrames)),
+          mHistory(size_t{mHistoryFrames} * channels)
     {
         Reset();
     }
 
     void Reset() noexcept
     {
-        position = kRounding;
-        ratioUnits = RatioUnits(nominalRatio);
-        std::ranges::fill(history, 0.0f);
+        mPosition = kRounding;
+        mRatioUnits = RatioUnits(mNominalRatio);
+        std::ranges::fill(mHistory, 0.0f);
     }
 
     /// A ratio outside the promised range, not a number included, is taken as the nearest inside it.
     uint64_t UnitsOf(double ratio) const noexcept
     {
         return RatioUnits(
-            std::fmin(std::fmax(ratio, nominalRatio * (1 - kTolerance)), nominalRatio * (1 + kTolerance)));
+            std::fmin(std::fmax(ratio, mNominalRatio * (1 - kTolerance)), mNominalRatio * (1 + kTolerance)));
     }
 
     /// The position after a block whose ratio goes evenly from where it is to `units`.
     Wide PositionAfter(unsigned frames, uint64_t units) const noexcept
     {
-        return position + Wide{frames} * (Wide{ratioUnits} + units);
+        return mPosition + Wide{frames} * (Wide{mRatioUnits} + units);
     }
 
     unsigned MostFor(unsigned frames) const noexcept
     {
-        return static_cast<unsigned>((kOneFrame + Wide{frames} * 2 * RatioUnits(nominalRatio * (1 + kTolerance))) >>
+        return static_cast<unsigned>((kOneFrame + Wide{frames} * 2 * RatioUnits(mNominalRatio * (1 + kTolerance))) >>
                                      kPositionBits);
     }
 
     bool PassesThrough(uint64_t units) const noexcept
     {
         constexpr uint64_t kUnity = uint64_t{1} << kRatioBits;
-        return shape.scale == 1 && units == kUnity && ratioUnits == kUnity && position >> kPhaseShift == 0;
+        return mShape.mScale == 1 && units == kUnity && mRatioUnits == kUnity && mPosition >> kPhaseShift == 0;
     }
 
-    float* History(unsigned channel) noexcept { return history.data() + size_t{channel} * historyFrames; }
+    float* History(unsigned channel) noexcept { return mHistory.data() + size_t{channel} * mHistoryFrames; }
 
     void Locate(unsigned frames, uint64_t units) noexcept;
     void Convolve(float* const* output, unsigned frames) noexcept;
 
-    const Shape shape;
-    const unsigned channels;
-    const double nominalRatio;
-    const std::vector<loops::TapGroup> taps;
-    std::vector<loops::Point> points;
-    const unsigned historyFrames;  // a channel
-    std::vector<float> history;
+    const Shape mShape;
+    const unsigned mChannels;
+    const double mNominalRatio;
+    const std::vector<loops::TapGroup> mTapTable;
+    std::vector<loops::Point> mPoints;
+    const unsigned mHistoryFrames;  // a channel
+    std::vector<float> mHistory;
 
-    uint64_t position = 0;    // of the next output frame, below one frame, in 2^-60 frames
-    uint64_t ratioUnits = 0;  // where the last block left the ratio, in 2^-59
+    uint64_t mPosition = 0;    // of the next output frame, below one frame, in 2^-60 frames
+    uint64_t mRatioUnits = 0;  // where the last block left the ratio, in 2^-59
 };
 
 /// Where each frame of the block lies. In double precision, from the block's beginning: 2^-36 frames at worst,
 /// and nothing of it is left at the block's end, where the exact position takes over.
 void Resampler::State::Locate(unsigned frames, uint64_t units) noexcept
 {
-    const double start = static_cast<double>(position >> kPhaseShift);  // in 2^-32 frames
-    const double first = std::ldexp(static_cast<double>(ratioUnits), 32 - static_cast<int>(kRatioBits));
+    const double start = static_cast<double>(mPosition >> kPhaseShift);  // in 2^-32 frames
+    const double first = std::ldexp(static_cast<double>(mRatioUnits), 32 - static_cast<int>(kRatioBits));
     const double last = std::ldexp(static_cast<double>(units), 32 - static_cast<int>(kRatioBits));
     const double bend = (last - first) / (2.0 * frames);
     for (unsigned frame = 0; frame < frames; ++frame) {
         const auto place = static_cast<uint64_t>(static_cast<int64_t>(start + frame * (first + frame * bend)));
-        points[frame] = {static_cast<uint32_t>(place >> 32), static_cast<uint32_t>(place)};
+        mPoints[frame] = {static_cast<uint32_t>(place >> 32), static_cast<uint32_t>(place)};
     }
 }
 
 void Resampler::State::Convolve(float* const* output, unsigned frames) noexcept
 {
     const loops::Loops& best = loops::Best();
-    const loops::Bank bank{taps.data(), shape.taps / kLanes};
-    for (unsigned channel = 0; channel < channels; channel += 2) {
-        const float* from[] = {History(channel), History(std::min(channel + 1, channels - 1))};
-        const loops::Loop loop = channel + 1 < channels ? best.stereo : best.mono;
-        loop(bank, points.data(), frames, from, output + channel);
+    const loops::Bank bank{mTapTable.data(), mShape.mTaps / kLanes};
+    for (unsigned channel = 0; channel < mChannels; channel += 2) {
+        const float* from[] = {History(channel), History(std::min(channel + 1, mChannels - 1))};
+        const loops::Loop loop = channel + 1 < mChannels ? best.mStereo : best.mMono;
+        loop(bank, mPoints.data(), frames, from, output + channel);
     }
 }
 
@@ -216,7 +213,7 @@ void Resampler::Reset() noexcept
 
 unsigned Resampler::DelayFrames() const noexcept
 {
-    return mState->shape.delay;
+    return mState->mShape.mDelay;
 }
 
 unsigned Resampler::InputFramesFor(unsigned outputFrames, double ratio) const noexcept
@@ -232,33 +229,34 @@ unsigned Resampler::MaxInputFramesFor(unsigned outputFrames) const noexcept
 void Resampler::Process(const float* const* input, float* const* output, unsigned outputFrames, double ratio) noexcept
 {
     State& state = *mState;
-    assert(outputFrames <= state.points.size());
+    assert(outputFrames <= state.mPoints.size());
     if (outputFrames == 0) return;
 
     const uint64_t units = state.UnitsOf(ratio);
     const Wide after = state.PositionAfter(outputFrames, units);
     const auto consumed = static_cast<unsigned>(after >> kPositionBits);
-    for (unsigned channel = 0; channel < state.channels; ++channel)
-        std::copy_n(input[channel], consumed, state.History(channel) + state.shape.taps);
+    for (unsigned channel = 0; channel < state.mChannels; ++channel)
+        std::copy_n(input[channel], consumed, state.History(channel) + state.mShape.mTaps);
 
     if (state.PassesThrough(units)) {
-        for (unsigned channel = 0; channel < state.channels; ++channel)
-            std::copy_n(state.History(channel) + state.shape.taps - state.shape.delay, outputFrames, output[channel]);
+        for (unsigned channel = 0; channel < state.mChannels; ++channel)
+            std::copy_n(state.History(channel) + state.mShape.mTaps - state.mShape.mDelay, outputFrames,
+                        output[channel]);
     } else {
         state.Locate(outputFrames, units);
         state.Convolve(output, outputFrames);
     }
 
-    for (unsigned channel = 0; channel < state.channels; ++channel)
-        std::copy_n(state.History(channel) + consumed, state.shape.taps, state.History(channel));
-    state.position = static_cast<uint64_t>(after) & (kOneFrame - 1);
-    state.ratioUnits = units;
+    for (unsigned channel = 0; channel < state.mChannels; ++channel)
+        std::copy_n(state.History(channel) + consumed, state.mShape.mTaps, state.History(channel));
+    state.mPosition = static_cast<uint64_t>(after) & (kOneFrame - 1);
+    state.mRatioUnits = units;
 }
 
 double Resampler::Phase() const noexcept
 {
-    if (mState->position >> kPhaseShift == 0) return 0;
-    return std::ldexp(static_cast<double>(mState->position - kRounding), -static_cast<int>(kPositionBits));
+    if (mState->mPosition >> kPhaseShift == 0) return 0;
+    return std::ldexp(static_cast<double>(mState->mPosition - kRounding), -static_cast<int>(kPositionBits));
 }
 
 }  // namespace platform::vector

@@ -2,8 +2,7 @@
 
 #include "platform/vector/ResamplerLoops.inl"
 
-namespace platform::vector::loops
-{
+namespace platform::vector::loops {
 
 const Loops kBaseline{Convolve<1>, Convolve<2>};
 

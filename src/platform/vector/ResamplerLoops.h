@@ -6,8 +6,7 @@
 
 #include <cstdint>
 
-namespace platform::vector::loops
-{
+namespace platform::vector::loops {
 
 constexpr unsigned kLanes = 8;
 
@@ -17,21 +16,21 @@ constexpr unsigned kPhaseBits = 7;
 
 /// Eight taps of one phase: value + t * (slope + t * bend), t being how far the position lies to the next.
 struct alignas(32) TapGroup {
-    float value[kLanes];
-    float slope[kLanes];
-    float bend[kLanes];
+    float mValue[kLanes];
+    float mSlope[kLanes];
+    float mBend[kLanes];
 };
 
 /// Where one output frame lies: the first frame of its window in the history, and 2^-32 frames beyond.
 struct Point {
-    uint32_t start;
-    uint32_t phase;
+    uint32_t mStart;
+    uint32_t mPhase;
 };
 
-/// The taps of all phases, `groups` of them a phase.
+/// The taps of all phases, `mGroups` of them a phase.
 struct Bank {
-    const TapGroup* taps;
-    unsigned groups;
+    const TapGroup* mTaps;
+    unsigned mGroups;
 };
 
 /// Output frame i of each channel = the window of `history` at points[i], weighted by the taps of its phase.
@@ -39,8 +38,8 @@ using Loop = void (*)(const Bank& bank, const Point* points, unsigned frames, co
                       float* const* output) noexcept;
 
 struct Loops {
-    Loop mono;
-    Loop stereo;  ///< two channels at once: the taps are computed once for both
+    Loop mMono;
+    Loop mStereo;  ///< two channels at once: the taps are computed once for both
 };
 
 /// The fastest set that this processor runs.

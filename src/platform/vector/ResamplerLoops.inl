@@ -1,10 +1,8 @@
 // The loops' one source, included by each instruction set's own file. Nothing here may pull in an inline
 // function of a library: the linker could take the copy made for the newer processor for all callers.
 
-namespace platform::vector::loops
-{
-namespace
-{
+namespace platform::vector::loops {
+namespace {
 
 typedef float Lanes __attribute__((vector_size(kLanes * sizeof(float)), may_alias));
 typedef float UnalignedLanes __attribute__((vector_size(kLanes * sizeof(float)), aligned(4), may_alias));
@@ -25,11 +23,11 @@ void ConvolveGroups(const Bank& bank, const Point* points, unsigned frames, cons
                     float* const* output) noexcept
 {
     constexpr unsigned kBetweenBits = 32 - kPhaseBits;
-    const unsigned groups = kGroups ? kGroups : bank.groups;
+    const unsigned groups = kGroups ? kGroups : bank.mGroups;
     for (unsigned frame = 0; frame < frames; ++frame) {
         const Point point = points[frame];
-        const TapGroup* taps = bank.taps + (point.phase >> kBetweenBits) * groups;
-        const float t = static_cast<float>(static_cast<int>(point.phase & ((1u << kBetweenBits) - 1))) *
+        const TapGroup* taps = bank.mTaps + (point.mPhase >> kBetweenBits) * groups;
+        const float t = static_cast<float>(static_cast<int>(point.mPhase & ((1u << kBetweenBits) - 1))) *
                         (1.0f / (1u << kBetweenBits));
 
         Lanes sums[kChannels] = {};
@@ -37,7 +35,7 @@ void ConvolveGroups(const Bank& bank, const Point* points, unsigned frames, cons
             const auto* curve = reinterpret_cast<const Lanes*>(taps + group);
             const Lanes weights = curve[0] + t * (curve[1] + t * curve[2]);
             for (unsigned channel = 0; channel < kChannels; ++channel) {
-                const float* window = history[channel] + point.start;
+                const float* window = history[channel] + point.mStart;
                 sums[channel] += weights * reinterpret_cast<const UnalignedLanes*>(window)[group];
             }
         }
@@ -50,7 +48,7 @@ void Convolve(const Bank& bank, const Point* points, unsigned frames, const floa
               float* const* output) noexcept
 {
     constexpr unsigned kUsual = 8;  // every ratio near 1 or below
-    const bool usual = bank.groups == kUsual;
+    const bool usual = bank.mGroups == kUsual;
     (usual ? ConvolveGroups<kChannels, kUsual> : ConvolveGroups<kChannels, 0>)(bank, points, frames, history, output);
 }
 

@@ -6,8 +6,7 @@
 
 #include "platform/vector/ResamplerLoops.inl"
 
-namespace platform::vector::loops
-{
+namespace platform::vector::loops {
 
 const Loops kWide{Convolve<1>, Convolve<2>};
 

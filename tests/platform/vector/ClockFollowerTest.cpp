@@ -1,0 +1,194 @@
+#include "platform/vector/ClockFollower.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace platform::vector {
+namespace {
+
+constexpr uint64_t kStartNanos = 1'000'000'000'000'007;
+constexpr int64_t kStartPosition = 100'000'000'000;
+constexpr double kHz = 48000;
+
+using Lateness = std::function<double(std::mt19937&)>;  // seconds
+
+/// A driver whose crystal is off by `ppm`, and a follower that is fed with its stamps.
+struct Driver {
+    Driver(double offPPM, int64_t framesACycle, Lateness howLate, unsigned seed)
+        : mPPM(offPPM), mCycle(framesACycle), mLate(std::move(howLate)), mRandom(seed)
+    {
+        mFollower.Start(kHz, static_cast<double>(kStartPosition), kStartNanos);
+    }
+
+    uint64_t NanosAt(int64_t frame) const  // exact: days of nanoseconds do not fit a double
+    {
+        return kStartNanos + static_cast<uint64_t>(static_cast<long double>(frame) * 1e9L / kHz / (1 + mPPM * 1e-6L));
+    }
+    void Cycle()
+    {
+        const auto lateNanos = static_cast<uint64_t>(mLate(mRandom) * 1e9);
+        mFollower.AddStamp(kStartPosition + mFrames, NanosAt(mFrames) + lateNanos);
+        mFrames += mCycle;
+    }
+    double Seconds() const { return static_cast<double>(mFrames) / kHz; }
+    void RunTo(double seconds)
+    {
+        while (Seconds() < seconds) Cycle();
+    }
+    /// How far the handed-out line lies off, in frames.
+    double PhaseError() const
+    {
+        return mFollower.PositionAt(NanosAt(mFrames)) - static_cast<double>(kStartPosition + mFrames);
+    }
+    double RateErrorPPM(double scalar) const { return (scalar - 1) * 1e6 - mPPM; }
+
+    ClockFollower mFollower;
+    double mPPM;
+    int64_t mCycle;
+    Lateness mLate;
+    std::mt19937 mRandom;
+    int64_t mFrames = 0;
+};
+
+double OnTime(std::mt19937&)
+{
+    return 0;
+}
+double UpToAMillisecond(std::mt19937& random)
+{
+    return std::uniform_real_distribution<>(0, 1e-3)(random);
+}
+double WithStalls(std::mt19937& random)
+{
+    return UpToAMillisecond(random) + (random() % 100 == 0 ? 10e-3 : 0);
+}
+double Filtered(std::mt19937& random)
+{
+    return std::uniform_real_distribution<>(0, 5e-6)(random);
+}
+
+TEST(ClockFollower, KnowsAGoodClockWithinAboutASecondAndHoldsItSteady)
+{
+    for (const Lateness& late : {Lateness(OnTime), Lateness(Filtered)}) {
+        for (const int64_t cycle : {64, 512, 8192}) {
+            for (const double ppm : {-300.0, -17.0, 0.0, 300.0}) {
+                Driver driver(ppm, cycle, late, 5);
+                while (!driver.mFollower.IsKnown()) {
+                    ASSERT_EQ(driver.mFollower.RateScalar(), 1.0);
+                    driver.Cycle();
+                }
+                EXPECT_LT(driver.Seconds(), driver.mLate(driver.mRandom) == 0 ? 1.25 : 5.0) << cycle;
+                EXPECT_LT(std::abs(driver.RateErrorPPM(driver.mFollower.MeasuredScalar())), 2);
+
+                driver.RunTo(60);
+                double squares = 0, count = 0;
+                for (; driver.Seconds() < 120; driver.Cycle(), ++count)
+                    squares += std::pow(driver.RateErrorPPM(driver.mFollower.RateScalar()), 2);
+                EXPECT_LT(std::sqrt(squares / count), 0.1) << cycle << ' ' << ppm;
+                EXPECT_LT(std::abs(driver.PhaseError()), 0.2) << cycle << ' ' << ppm;
+            }
+        }
+    }
+}
+
+TEST(ClockFollower, NeverClaimsToKnowARateThatIsOffByTwoPPM)
+{
+    std::vector<double> knownAfter;
+    for (unsigned seed = 0; seed < 120; ++seed) {
+        const double ppm = static_cast<double>(seed % 7) * 100 - 300;
+        Driver driver(ppm, int64_t{64} << (seed % 5), seed % 2 ? UpToAMillisecond : WithStalls, seed);
+        while (driver.Seconds() < 90) {
+            driver.Cycle();
+            if (!driver.mFollower.IsKnown()) continue;
+            if (knownAfter.size() == seed) knownAfter.push_back(driver.Seconds());
+            ASSERT_LT(std::abs(driver.RateErrorPPM(driver.mFollower.MeasuredScalar())), 2) << seed;
+        }
+        ASSERT_EQ(knownAfter.size(), seed + 1) << "never known";
+        EXPECT_LT(std::abs(driver.PhaseError()), kHz * 0.3e-3) << seed;  // paid back but for the lateness of all
+    }
+    std::ranges::sort(knownAfter);
+    EXPECT_LT(knownAfter[60], 25);
+}
+
+TEST(ClockFollower, HandsOutFloatsASecondAtATimeWhoseRoundingIsCarriedOn)
+{
+    Driver driver(123.456789, 512, OnTime, 1);
+    driver.RunTo(60);
+    double held = driver.mFollower.RateScalar(), since = 0, sum = 0, count = 0;
+    for (; driver.Seconds() < 660; driver.Cycle()) {
+        const double scalar = driver.mFollower.RateScalar();
+        ASSERT_EQ(scalar, static_cast<double>(static_cast<float>(scalar)));
+        sum += scalar;
+        ++count;
+        if (scalar == held) continue;
+        EXPECT_GT(driver.Seconds() - since, 0.99);
+        held = scalar;
+        since = driver.Seconds();
+    }
+    EXPECT_LT(std::abs(driver.RateErrorPPM(sum / count)), 0.005) << "a float alone would be off by 0.06";
+}
+
+TEST(ClockFollower, PaysBackAtABoundedSlewWithoutAStep)
+{
+    Driver driver(50, 480, OnTime, 1);
+    driver.RunTo(20);
+    // The next driver's clock stands 10 ms behind what was handed out.
+    driver.mFollower.Restart(kHz, kStartPosition + driver.mFrames - 480, driver.NanosAt(driver.mFrames));
+    EXPECT_FALSE(driver.mFollower.IsKnown());
+    uint64_t asked = driver.NanosAt(driver.mFrames);
+    double last = driver.mFollower.PositionAt(asked), owed = 0;
+    for (int cycle = 1; cycle < 100 * 100; ++cycle) {
+        const int64_t frames = driver.mFrames + 480 * cycle;
+        driver.mFollower.AddStamp(kStartPosition + frames - 480, driver.NanosAt(frames));
+        const uint64_t next = driver.NanosAt(frames) + 30'000'000 + cycle % 7 * 1000;  // as a consumer asks ahead
+        const double position = driver.mFollower.PositionAt(next);
+        const double scalar = (position - last) / (static_cast<double>(next - asked) * 1e-9 * kHz);
+        ASSERT_LT(std::abs(scalar - 1), 560e-6) << cycle;
+        asked = next;
+        last = position;
+        owed = driver.mFollower.MeasuredPositionAt(next) - position;
+    }
+    EXPECT_LT(std::abs(owed), 0.01);
+}
+
+TEST(ClockFollower, FollowsACrystalThatWandersForDays)
+{
+    // Two days, in which the rate goes 0.1 ppm a minute up and down. The time is kept in integers of the test's own.
+    ClockFollower follower;
+    follower.Start(kHz, static_cast<double>(kStartPosition), kStartNanos);
+    long double nanos = 0;
+    double worstRate = 0, worstPhase = 0;
+    for (int64_t frames = 0; frames < static_cast<int64_t>(2 * 86400 * kHz); frames += 8192) {
+        const double seconds = static_cast<double>(nanos) * 1e-9;
+        const double ppm = 0.1 / 60 * (900 - std::abs(std::fmod(seconds, 3600) - 1800)) + 100;
+        follower.AddStamp(kStartPosition + frames, kStartNanos + static_cast<uint64_t>(nanos));
+        if (seconds > 60) {
+            worstRate = std::max(worstRate, std::abs((follower.RateScalar() - 1) * 1e6 - ppm));
+            worstPhase = std::max(worstPhase, std::abs(follower.PositionAt(kStartNanos + static_cast<uint64_t>(nanos)) -
+                                                       static_cast<double>(kStartPosition + frames)));
+        }
+        nanos += 8192e9L / kHz / (1 + ppm * 1e-6L);
+    }
+    EXPECT_LT(worstRate, 0.3);
+    EXPECT_LT(worstPhase, 0.2);
+}
+
+TEST(ClockFollower, IgnoresStampsThatDoNotGrow)
+{
+    Driver driver(100, 512, OnTime, 1);
+    for (int cycle = 0; cycle < 500; ++cycle) {
+        driver.Cycle();
+        driver.mFollower.AddStamp(kStartPosition + driver.mFrames - 512, driver.NanosAt(driver.mFrames + 4000));
+        driver.mFollower.AddStamp(kStartPosition + driver.mFrames + 9000, driver.NanosAt(driver.mFrames - 512));
+        driver.mFollower.AddStamp(0, 0);
+    }
+    EXPECT_LT(std::abs(driver.RateErrorPPM(driver.mFollower.MeasuredScalar())), 0.01);
+}
+
+}  // namespace
+}  // namespace platform::vector

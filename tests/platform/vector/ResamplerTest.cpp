@@ -1,0 +1,320 @@
+#include "platform/vector/Resampler.h"
+
+#include <samplerate.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <numbers>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "platform/vector/ResamplerLoops.h"
+
+namespace {
+std::atomic<long> sAllocations{0};
+}
+
+// Not inlined: the compiler would judge the pairs by halves.
+[[gnu::noinline]] void* operator new(size_t bytes)
+{
+    ++sAllocations;
+    if (void* memory = std::malloc(bytes)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace platform::vector {
+namespace {
+
+constexpr double kRateHz = 48000;
+
+using Signal = std::function<float(unsigned channel, int64_t frame)>;
+
+double Sine(double hz, double frame)
+{
+    return 0.5 * std::sin(2 * std::numbers::pi * std::fmod(hz / kRateHz * frame, 1));
+}
+
+float Noise(unsigned channel, int64_t frame)
+{
+    auto bits = static_cast<uint32_t>(frame * 2654435761u + channel * 40503u);
+    bits = (bits ^ bits >> 15) * 2246822519u;
+    return static_cast<float>(static_cast<int32_t>(bits ^ bits >> 13)) * 0x1p-31f;
+}
+
+/// Pulls a signal through a resampler and keeps what came out, and where each frame had to lie.
+struct Stream {
+    Stream(unsigned channels, double nominal, unsigned most, Signal source)
+        : mRatio(nominal), mSignal(std::move(source)), mOutput(channels)
+    {
+        EXPECT_TRUE(mResampler.Configure(channels, nominal, most, ResamplerStage::Low));
+    }
+
+    void Pull(unsigned frames, double nextRatio)
+    {
+        const unsigned needed = mResampler.InputFramesFor(frames, nextRatio);
+        EXPECT_LE(needed, mResampler.MaxInputFramesFor(frames));
+        std::vector<std::vector<float>> input(mOutput.size(), std::vector<float>(needed));
+        std::vector<const float*> from;
+        std::vector<float*> to;
+        for (unsigned channel = 0; channel < mOutput.size(); ++channel) {
+            for (unsigned i = 0; i < needed; ++i) input[channel][i] = mSignal(channel, mConsumed + i);
+            from.push_back(input[channel].data());
+            mOutput[channel].resize(mOutput[channel].size() + frames);
+            to.push_back(mOutput[channel].data() + mOutput[channel].size() - frames);
+        }
+        mResampler.Process(from.data(), to.data(), frames, nextRatio);
+        for (unsigned i = 0; i < frames; ++i)
+            mLies.push_back(static_cast<double>(mPosition + i * (mRatio + (nextRatio - mRatio) * i / (2.0L * frames))) -
+                            mResampler.DelayFrames());
+        mPosition += frames * (static_cast<long double>(mRatio) + nextRatio) / 2;
+        mRatio = nextRatio;
+        mConsumed += needed;
+    }
+
+    /// Everything that is not the sine at its very place, in frames [first, end), below the sine.
+    double ErrorDB(double hz, size_t first, size_t end) const
+    {
+        double error = 0, power = 0;
+        for (size_t i = first; i < end; ++i) {
+            const double ideal = Sine(hz, mLies[i]);
+            error += (mOutput[0][i] - ideal) * (mOutput[0][i] - ideal);
+            power += ideal * ideal;
+        }
+        return 10 * std::log10(error / power + 1e-30);
+    }
+
+    Resampler mResampler;
+    double mRatio;
+    Signal mSignal;
+    std::vector<std::vector<float>> mOutput;
+    std::vector<double> mLies;  // input position of each output frame
+    long double mPosition = 0;
+    int64_t mConsumed = 0;
+};
+
+Signal SineSource(double hz)
+{
+    return [hz](unsigned, int64_t frame) { return static_cast<float>(Sine(hz, static_cast<double>(frame))); };
+}
+
+TEST(Resampler, UnityIsBitExactAndDelaysByAWholeNumberOfFramesAtEveryBlockSize)
+{
+    for (const unsigned frames : {1u, 64u, 127u, 512u}) {
+        Stream stream(3, 1.0, frames, Noise);
+        for (unsigned done = 0; done < 2000; done += frames) stream.Pull(frames, 1.0);
+        const unsigned delay = stream.mResampler.DelayFrames();
+        EXPECT_EQ(delay, 32u);
+        for (unsigned channel = 0; channel < 3; ++channel)
+            for (unsigned i = 0; i < 2000; ++i)
+                ASSERT_EQ(stream.mOutput[channel][i], i < delay ? 0 : Noise(channel, i - delay)) << frames << ' ' << i;
+    }
+}
+
+TEST(Resampler, AtPhaseZeroTheKernelItselfIsTheIdentity)
+{
+    Stream shortcut(2, 1.0, 512, Noise);
+    Stream kernel(2, 1.0, 512, Noise);
+    for (int block = 0; block < 10; ++block) {
+        shortcut.Pull(512, 1.0);
+        kernel.Pull(512, std::nextafter(1.0, 2.0));  // not 1, and yet never a step of the phase away from it
+    }
+    EXPECT_EQ(kernel.mResampler.Phase(), 0);
+    EXPECT_EQ(shortcut.mOutput, kernel.mOutput);
+}
+
+TEST(Resampler, UnityIsBitExactAgainAfterARatioThatLandsOnAWholeFrame)
+{
+    std::mt19937 random(7);
+    Stream stream(2, 1.0, 512, Noise);
+    for (int visit = 0; visit < 200; ++visit) {
+        for (unsigned block = 0; block < 5; ++block)
+            stream.Pull(1 + random() % 512, 1 + std::ldexp(static_cast<double>(random()) - 0x1p31, -42));
+        const double phase = stream.mResampler.Phase();
+        const double advance =
+            std::ceil(phase + 512) - phase;  // of a block that goes on, and half of one that ends at 1
+        stream.Pull(512, (advance + 512 - 256 * (stream.mRatio + 1)) / 512);
+        stream.Pull(512, 1.0);
+        ASSERT_EQ(stream.mResampler.Phase(), 0) << visit;
+
+        const size_t from = stream.mOutput[0].size();
+        const int64_t consumed = stream.mConsumed;
+        stream.Pull(300, 1.0);
+        for (unsigned i = 0; i < 300; ++i)
+            ASSERT_EQ(stream.mOutput[1][from + i], Noise(1, consumed - stream.mResampler.DelayFrames() + i)) << visit;
+    }
+}
+
+TEST(Resampler, ConsumesTheIntegralOfItsRatioForEver)
+{
+    std::mt19937 random(3);
+    for (const double nominal : {1.0, 48000.0 / 44100, 0.5}) {
+        Resampler resampler;
+        ASSERT_TRUE(resampler.Configure(1, nominal, 8192, ResamplerStage::Low));
+        const std::vector<float> input(resampler.MaxInputFramesFor(8192));
+        std::vector<float> output(8192);
+        const float* from[] = {input.data()};
+        float* to[] = {output.data()};
+        long double integral = 0;
+        double consumed = 0, last = nominal;
+        for (long frames = 0; frames < 4'000'000;) {
+            const unsigned block = 1 + random() % 8192;
+            const double ratio = nominal * (1 + std::ldexp(static_cast<double>(random()) - 0x1p31, -36));
+            consumed += resampler.InputFramesFor(block, ratio);
+            resampler.Process(from, to, block, ratio);
+            integral += block * (static_cast<long double>(last) + ratio) / 2;
+            last = ratio;
+            frames += block;
+            ASSERT_LT(std::abs(static_cast<double>(integral) - consumed - resampler.Phase()), 1e-6) << frames;
+        }
+    }
+}
+
+TEST(Resampler, ASineComesOutInItsPlaceAtItsLevelAndClean)
+{
+    const struct {
+        double nominal, hz, mostDB;
+    } cases[] = {{1.0003, 1000, -138},         {1.0003, 15000, -132},          {1.0003, 20000, -120},
+                 {0.9997, 15000, -132},        {44100 / kRateHz, 997, -138},   {44100 / kRateHz, 15000, -130},
+                 {kRateHz / 44100, 997, -135}, {kRateHz / 44100, 15000, -130}, {2, 10000, -120},
+                 {0.25, 15000, -130}};
+    for (const auto& test : cases) {
+        Stream stream(1, test.nominal, 512, SineSource(test.hz));
+        for (int block = 0; block < 60; ++block) stream.Pull(512, test.nominal);
+        EXPECT_LT(stream.ErrorDB(test.hz, 512, stream.mLies.size()), test.mostDB) << test.nominal << ' ' << test.hz;
+    }
+}
+
+TEST(Resampler, WhatTheOutputCannotHoldIsKeptOut)
+{
+    for (const double hz : {14000.0, 20000.0}) {  // both above half the output's 24 kHz
+        Stream stream(1, 2, 512, SineSource(hz));
+        for (int block = 0; block < 20; ++block) stream.Pull(512, 2);
+        float most = 0;
+        for (size_t i = 512; i < stream.mOutput[0].size(); ++i) most = std::max(most, std::abs(stream.mOutput[0][i]));
+        EXPECT_LT(20 * std::log10(most / 0.5), -115) << hz;
+    }
+}
+
+TEST(Resampler, AMovingRatioMakesNoProducts)
+{
+    Stream stream(1, 1.0, 512, SineSource(15000));
+    std::vector<double> errors;
+    for (int block = 0; block < 600; ++block) {
+        stream.Pull(512, stream.mRatio + (block % 200 < 100 ? 1e-6 : -1e-6));
+        if (block > 0) errors.push_back(stream.ErrorDB(15000, block * 512, (block + 1) * 512));
+    }
+    std::ranges::sort(errors);
+    EXPECT_LT(errors[errors.size() / 2], -130);
+    EXPECT_LT(errors.back(), -120);
+}
+
+TEST(Resampler, AgreesWithTheReference)
+{
+    constexpr unsigned kFrames = 20000;
+    constexpr double kRatio = 1.0003;
+    const auto chord = [](unsigned, int64_t frame) {
+        double sum = 0;
+        for (const double hz : {110.0, 997.0, 4711.0, 12345.0, 17000.0})
+            sum += Sine(hz, static_cast<double>(frame)) / 5;
+        return static_cast<float>(sum);
+    };
+    Stream stream(1, kRatio, 500, chord);
+    for (unsigned done = 0; done < kFrames; done += 500) stream.Pull(500, kRatio);
+
+    std::vector<float> input(32 + stream.mConsumed);  // the reference has no delay; ours is 32 frames
+    for (int64_t i = 0; i < stream.mConsumed; ++i) input[32 + i] = chord(0, i);
+    std::vector<float> reference(kFrames);
+    SRC_DATA data{input.data(), reference.data(), static_cast<long>(input.size()), kFrames, 0, 0, 0, 1 / kRatio};
+    ASSERT_EQ(src_simple(&data, SRC_SINC_BEST_QUALITY, 1), 0);
+    double error = 0, power = 0;
+    for (unsigned i = 1000; i < kFrames - 1000; ++i) {
+        error += std::pow(stream.mOutput[0][i] - reference[i], 2);
+        power += std::pow(reference[i], 2);
+    }
+    EXPECT_LT(10 * std::log10(error / power), -125);
+}
+
+TEST(Resampler, ResetMakesItNewAndNothingIsAllocatedAfterConfigure)
+{
+    Resampler resampler;
+    ASSERT_TRUE(resampler.Configure(5, 0.9, 512, ResamplerStage::Low));
+    std::vector<float> input(resampler.MaxInputFramesFor(512));
+    for (size_t i = 0; i < input.size(); ++i) input[i] = Noise(0, static_cast<int64_t>(i));
+    std::vector<std::vector<float>> first(5, std::vector<float>(512)), second = first;
+    const float* from[5] = {input.data(), input.data(), input.data(), input.data(), input.data()};
+    const auto pull = [&](std::vector<std::vector<float>>& output) {
+        float* to[5] = {output[0].data(), output[1].data(), output[2].data(), output[3].data(), output[4].data()};
+        resampler.Process(from, to, 512, 0.91);
+    };
+
+    const long before = sAllocations;
+    pull(first);
+    pull(second);
+    EXPECT_NE(first, second);
+    resampler.Reset();
+    pull(second);
+    EXPECT_EQ(sAllocations, before);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(first[0], first[4]) << "one channel alone differs from one of a pair";
+}
+
+TEST(Resampler, BothInstructionSetsAgreeWithinRounding)
+{
+    if (&loops::Best() == &loops::kBaseline) return;  // there is only one here
+    std::vector<loops::TapGroup> taps(16 << loops::kPhaseBits);
+    std::vector<float> left(300), right(300);
+    int64_t seed = 0;
+    for (auto& group : taps)
+        for (unsigned lane = 0; lane < loops::kLanes; ++lane)
+            group.mValue[lane] = Noise(1, ++seed), group.mSlope[lane] = Noise(2, seed),
+            group.mBend[lane] = Noise(3, seed);
+    for (auto* side : {&left, &right}) std::ranges::generate(*side, [&] { return Noise(4, ++seed); });
+    std::vector<loops::Point> points(100);
+    for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * 2654435761u};
+
+    const float* from[] = {left.data(), right.data()};
+    for (const unsigned groups : {3u, 8u, 16u}) {
+        std::vector<float> outputs[2][3];
+        for (const bool wide : {false, true}) {
+            for (auto& output : outputs[wide]) output.resize(100);
+            float* pair[] = {outputs[wide][0].data(), outputs[wide][1].data()};
+            float* alone[] = {outputs[wide][2].data()};
+            const loops::Loops& set = wide ? loops::kWide : loops::kBaseline;
+            set.mStereo({taps.data(), groups}, points.data(), 100, from, pair);
+            set.mMono({taps.data(), groups}, points.data(), 100, from, alone);
+        }
+        for (unsigned which = 0; which < 3; ++which)
+            for (unsigned i = 0; i < 100; ++i)
+                ASSERT_NEAR(outputs[0][which][i], outputs[1][which][i], groups * 4e-6) << groups << ' ' << i;
+        EXPECT_EQ(outputs[1][0], outputs[1][2]);
+    }
+}
+
+TEST(Resampler, RefusesWhatItCannotDo)
+{
+    Resampler resampler;
+    EXPECT_FALSE(resampler.Configure(0, 1, 512, ResamplerStage::Low));
+    EXPECT_FALSE(resampler.Configure(65, 1, 512, ResamplerStage::Low));
+    EXPECT_FALSE(resampler.Configure(2, 17, 512, ResamplerStage::Low));
+    EXPECT_FALSE(resampler.Configure(2, std::nan(""), 512, ResamplerStage::Low));
+    EXPECT_FALSE(resampler.Configure(2, 1, 0, ResamplerStage::Low));
+    ASSERT_TRUE(resampler.Configure(2, 1, 512, ResamplerStage::Low));
+    EXPECT_EQ(resampler.InputFramesFor(512, std::nan("")), resampler.InputFramesFor(512, 0.95));
+    EXPECT_EQ(resampler.InputFramesFor(512, 7), resampler.InputFramesFor(512, 1.05));
+}
+
+}  // namespace
+}  // namespace platform::vector
