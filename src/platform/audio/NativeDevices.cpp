@@ -1,25 +1,26 @@
 #include "platform/audio/NativeDevices.h"
 
 #include "platform/audio/CurrentServer.h"
+#include "platform/kernel/Threads.h"
 
 #include <map>
-#include <mutex>
 #include <string>
 
-namespace platform::audio
-{
+namespace platform::audio {
 
-namespace
-{
+namespace {
 
 constexpr AudioDeviceID kFirstDevice = 32;  // below lies what the audio system itself may need
 
 AudioDeviceID NumberOf(const std::string& uid)
 {
-    static std::mutex sMutex;  // never held across a call that waits
+    static pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the numbers
     static std::map<std::string, AudioDeviceID> sNumbers;
-    const std::lock_guard lock(sMutex);
-    return sNumbers.try_emplace(uid, kFirstDevice + AudioDeviceID(sNumbers.size())).first->second;
+    kernel::pthread_mutex_lock(&sMutex);
+    const AudioDeviceID next = kFirstDevice + AudioDeviceID(sNumbers.size());
+    const AudioDeviceID number = sNumbers.try_emplace(uid, next).first->second;
+    kernel::pthread_mutex_unlock(&sMutex);
+    return number;
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Files: looking into files at well-known places, by whole-file mapping.
+// Files: looking into files at well-known places, whole and in memory.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,9 @@ int close(int descriptor);
 int stat(const char* path, FileTimes* times);
 int fstat(int descriptor, FileTimes* times);
 
-/// Maps the whole file, read-only and private. @return null where that fails or the file is empty
+/// The whole file in pages of its own, which UnmapFile gives back. A copy: of a mapped file that another
+/// process cuts, the next look would be a fault.
+/// @return null where the file is empty, longer than 256 MiB, not regular or cannot be read
 const uint8_t* MapWholeFile(int descriptor, size_t* bytes);
 void UnmapFile(const uint8_t* address, size_t bytes);
 
