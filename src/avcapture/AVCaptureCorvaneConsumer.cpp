@@ -165,7 +165,7 @@ bool AVCaptureCorvane::CatchUp(const Snapshot& snapshot)
     const uint32_t tailLoop = snapshot.TailLoop();
     const uint64_t tailFrame = snapshot.mTailFrame;
     if (mReadLoop < tailLoop) {
-        mStreamTimeNS += (mRing.mBlockFrames - mReadFrame + tailFrame) * mRing.mNSPerFrame +
+        mStreamTimeNS += (uint64_t(mRing.mBlockFrames) - mReadFrame + tailFrame) * mRing.mNSPerFrame +
                          uint64_t(tailLoop - mReadLoop) * mRing.mNSPerLoop;
     } else if (mReadLoop == tailLoop && tailFrame > mReadFrame) {
         mStreamTimeNS += (tailFrame - mReadFrame) * mRing.mNSPerFrame;
