@@ -38,6 +38,8 @@ struct OutputDevice {
     std::string mName;      // for people
     double mNominalRateHz = 0;
     std::vector<ChannelPosition> mChannels;
+
+    bool operator==(const OutputDevice&) const = default;
 };
 
 /// One stream of an application that plays, or may play, on an output device.
@@ -51,6 +53,8 @@ struct PlaybackStream {
     /// Devices the stream plays on. A silenced stream counts as playing where it would be heard otherwise.
     std::vector<uint32_t> mOutputs;
     std::vector<ChannelPosition> mChannels;
+
+    bool operator==(const PlaybackStream&) const = default;
 };
 
 /// One consistent look at the server.
@@ -60,6 +64,8 @@ struct ServerSnapshot {
     std::vector<OutputDevice> mOutputs;  // in the server's order; nodes of ours are left out
     std::vector<PlaybackStream> mStreams; // nodes of ours are left out
     uint32_t mDefaultOutput = 0;        // 0: none
+
+    bool operator==(const ServerSnapshot&) const = default;
 };
 
 class ServerListener {

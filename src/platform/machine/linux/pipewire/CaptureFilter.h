@@ -1,0 +1,66 @@
+// CaptureFilter: the node through which one capture's sound comes, and the data thread's way to its client.
+// Why a connection of its own: more than some sixteen nodes on one lose track of their shared memory.
+#pragma once
+
+#include "platform/machine/AudioServer.h"
+#include "platform/machine/linux/pipewire/Channels.h"
+#include "platform/machine/linux/pipewire/Context.h"
+
+#include <pipewire/filter.h>
+#include <pipewire/pipewire.h>
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace platform::machine::pipewire {
+
+class CaptureFilter {
+public:
+    /// Puts the node on the server. Control calls, as all here, are made under the loop's lock.
+    ///
+    /// @param broken called on the loop's thread when the node was taken away from us
+    CaptureFilter(Context& context, const std::string& name, CaptureClient& client, std::function<void()> broken);
+    /// After this no Render runs and none will.
+    ~CaptureFilter();
+    CaptureFilter(const CaptureFilter&) = delete;
+    CaptureFilter& operator=(const CaptureFilter&) = delete;
+
+    /// Whether it stands; false also where the server refused it.
+    bool Works() const { return mFilter != nullptr && !mBroken; }
+
+    /// The node's number on the server; nothing before the server gave one.
+    std::optional<uint32_t> NodeID() const;
+
+    /// Makes sure that the node has a port for `position`.
+    void EnsurePort(ChannelPosition position);
+
+private:
+    struct Input {
+        ChannelPosition mPosition;
+    };
+
+    void Connect(const std::string& name);
+    void Process(const spa_io_position* position) noexcept;
+    void Break();
+
+    static const pw_filter_events kEvents;
+    static const pw_core_events kCoreEvents;
+
+    Context& mContext;
+    std::function<void()> mOnBroken;
+    pw_core* mCore = nullptr;
+    spa_hook mCoreHook{};
+    pw_filter* mFilter = nullptr;
+    spa_hook mHook{};
+    bool mBroken = false;
+    std::array<Input*, kPositions> mInputs{};
+    std::atomic<unsigned> mInputCount{0};  // stored by control calls (release), read by the data thread (acquire)
+    std::atomic<CaptureClient*> mClient;   // stored by the destructor (release), read by the data thread (acquire)
+    std::array<CaptureCycle::Channel, kPositions> mChannels{};  // the data thread's
+};
+
+}  // namespace platform::machine::pipewire

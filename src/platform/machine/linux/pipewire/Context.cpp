@@ -1,0 +1,48 @@
+#include "platform/machine/linux/pipewire/Context.h"
+
+#include <pipewire/impl.h>
+#include <pipewire/pipewire.h>
+
+namespace platform::machine::pipewire {
+
+Context::Context(Loop& loop)
+{
+    if (TryConfiguration(loop, "client-rt.conf")) return;
+    if (TryConfiguration(loop, "client.conf")) {
+        mShortcoming = "without client-rt.conf, so audio threads are scheduled as any other";
+        return;
+    }
+    GoWithoutConfiguration(loop);
+}
+
+Context::~Context()
+{
+    if (mContext != nullptr) pw_context_destroy(mContext);
+}
+
+bool Context::TryConfiguration(Loop& loop, const char* file)
+{
+    mContext = pw_context_new(loop.Get(), pw_properties_new(PW_KEY_CONFIG_NAME, file, nullptr), 0);
+    return mContext != nullptr;
+}
+
+void Context::GoWithoutConfiguration(Loop& loop)
+{
+    if (!TryConfiguration(loop, "null")) {
+        mShortcoming = "PipeWire's client library could not be set up: is its installation complete?";
+        return;
+    }
+    for (const char* library : {"audioconvert/libspa-audioconvert", "support/libspa-support"})
+        pw_context_add_spa_lib(mContext, library[0] == 'a' ? "audio.convert.*" : "support.*", library);
+    for (const char* module : {"protocol-native", "client-node", "adapter", "metadata"})
+        pw_context_load_module(mContext, (std::string("libpipewire-module-") + module).c_str(), nullptr, nullptr);
+    mShortcoming = "without PipeWire's client configuration, so audio threads are scheduled as any other";
+}
+
+void Context::WaitForDataThread()
+{
+    const auto nothing = [](spa_loop*, bool, uint32_t, const void*, size_t, void*) { return 0; };
+    pw_data_loop_invoke(pw_context_get_data_loop(mContext), nothing, 0, nullptr, 0, true, nullptr);
+}
+
+}  // namespace platform::machine::pipewire

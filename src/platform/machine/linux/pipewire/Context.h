@@ -1,0 +1,39 @@
+// Context: what connections and nodes of one server object share, its data thread among them.
+#pragma once
+
+#include "platform/machine/linux/pipewire/Loop.h"
+
+#include <string>
+
+struct pw_context;
+
+namespace platform::machine::pipewire {
+
+class Context {
+public:
+    /// Sets itself up for real-time data threads where the library is configured for that, plainly otherwise.
+    explicit Context(Loop& loop);
+    ~Context();
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
+    /// Null where the library could not be set up at all.
+    pw_context* Get() const { return mContext; }
+
+    /// Returns when the data thread has ended what it was doing at the time of the call.
+    ///
+    /// @thread any but the data thread, under the loop's lock
+    void WaitForDataThread();
+
+    /// What could not be had, as the rest of a sentence; empty where all could.
+    const std::string& Shortcoming() const { return mShortcoming; }
+
+private:
+    bool TryConfiguration(Loop& loop, const char* file);
+    void GoWithoutConfiguration(Loop& loop);
+
+    pw_context* mContext = nullptr;
+    std::string mShortcoming;
+};
+
+}  // namespace platform::machine::pipewire

@@ -1,0 +1,179 @@
+#include "platform/machine/linux/pipewire/PipeWireServer.h"
+
+#include "platform/machine/linux/pipewire/Capture.h"
+#include "platform/machine/linux/pipewire/Connection.h"
+#include "platform/machine/linux/pipewire/Registry.h"
+#include "platform/machine/linux/pipewire/Silencer.h"
+#include "platform/machine/linux/pipewire/Snapshot.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace platform::machine {
+
+namespace {
+
+using namespace pipewire;
+
+/// A yes or no that threads can wait for.
+class Readiness {
+public:
+    void Set(bool ready)
+    {
+        {
+            const std::lock_guard guard(mMutex);
+            mReady = ready;
+        }
+        mCondition.notify_all();
+    }
+
+    bool WaitUntil(uint64_t deadlineNanos)
+    {
+        const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(deadlineNanos)};
+        std::unique_lock guard(mMutex);
+        return mCondition.wait_until(guard, deadline, [this] { return mReady; });
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mCondition;
+    bool mReady = false;
+};
+
+class PipeWireServer final : public AudioServer, private Connection::Owner {
+public:
+    PipeWireServer();
+    ~PipeWireServer();
+
+    ServerSnapshot Snapshot() override;
+    bool WaitUntilReady(uint64_t deadlineNanos) override { return mReadiness.WaitUntil(deadlineNanos); }
+    std::string Describe() override;
+    void AddListener(ServerListener* listener) override;
+    void RemoveListener(ServerListener* listener) override;
+    std::unique_ptr<CaptureNode> OpenCapture(const std::string& uid, const std::string& name,
+                                             CaptureClient& client) override;
+    uint64_t LongestCycleNanos() override;
+
+private:
+    void OnConnected(pw_core* core) override { mRegistry.Attach(core); }
+    void OnSettled() override;
+    void OnDisconnected() override;
+    void OnChanged();
+    void Refresh();
+
+    Loop mLoop;
+    Context mContext{mLoop};
+    LoopEvent mChanged{mLoop, [this] { OnChanged(); }};
+    Registry mRegistry{[this] { mChanged.Signal(); }};
+    Captures mCaptures;
+    Connection mConnection{mLoop, mContext, *this};
+    Readiness mReadiness;
+    ServerSnapshot mSnapshot;
+    uint64_t mToldGeneration = 0;  // what the listeners know of
+    std::vector<ServerListener*> mListeners;
+};
+
+PipeWireServer::PipeWireServer()
+{
+    const Loop::Guard guard(mLoop);
+    mConnection.Open();
+    mLoop.Start();
+}
+
+PipeWireServer::~PipeWireServer()
+{
+    mLoop.Stop();
+    mConnection.Close();
+}
+
+ServerSnapshot PipeWireServer::Snapshot()
+{
+    const Loop::Guard guard(mLoop);
+    Refresh();
+    return mSnapshot;
+}
+
+std::string PipeWireServer::Describe()
+{
+    const Loop::Guard guard(mLoop);
+    std::string text = mCaptures.IsConnected()
+                           ? "connected to the PipeWire server at " + mConnection.Path()
+                           : "no PipeWire server at " + mConnection.Path() +
+                                 ": start it with `systemctl --user start pipewire` or run `pipewire`";
+    if (mCaptures.IsConnected() && mRegistry.Defaults() == nullptr)
+        text += "; no session manager: start it with `systemctl --user start wireplumber` or run `wireplumber`";
+    if (!mContext.Shortcoming().empty()) text += "; " + mContext.Shortcoming();
+    return text;
+}
+
+void PipeWireServer::AddListener(ServerListener* listener)
+{
+    const Loop::Guard guard(mLoop);
+    mListeners.push_back(listener);
+}
+
+void PipeWireServer::RemoveListener(ServerListener* listener)
+{
+    const Loop::Guard guard(mLoop);
+    std::erase(mListeners, listener);
+}
+
+std::unique_ptr<CaptureNode> PipeWireServer::OpenCapture(const std::string& uid, const std::string& name,
+                                                         CaptureClient& client)
+{
+    return std::make_unique<Capture>(Capture::Surroundings{mLoop, mContext, mRegistry, mCaptures, mChanged}, uid, name,
+                                     client);
+}
+
+uint64_t PipeWireServer::LongestCycleNanos()
+{
+    const Loop::Guard guard(mLoop);
+    return pipewire::LongestCycleNanos(mRegistry);
+}
+
+void PipeWireServer::OnSettled()
+{
+    ForgetLostHoles(mRegistry);
+    mCaptures.SetConnected(true);
+    OnChanged();
+    mReadiness.Set(true);
+}
+
+void PipeWireServer::OnDisconnected()
+{
+    mReadiness.Set(false);
+    mCaptures.SetConnected(false);
+    mRegistry.Detach();
+    mChanged.Signal();
+}
+
+// Captures come first: a stream that has just appeared is linked before anything else is done about it.
+void PipeWireServer::OnChanged()
+{
+    SettleHomes(mRegistry);
+    mCaptures.Update();
+    Refresh();
+    if (std::exchange(mToldGeneration, mSnapshot.mGeneration) == mSnapshot.mGeneration) return;
+    for (ServerListener* listener : mListeners) listener->OnServerChanged();
+}
+
+void PipeWireServer::Refresh()
+{
+    ServerSnapshot next = mCaptures.IsConnected() ? TakeSnapshot(mRegistry) : ServerSnapshot{};
+    next.mGeneration = mSnapshot.mGeneration;
+    if (next == mSnapshot) return;
+    ++next.mGeneration;
+    mSnapshot = std::move(next);
+}
+
+}  // namespace
+
+std::unique_ptr<AudioServer> MakePipeWireServer()
+{
+    return std::make_unique<PipeWireServer>();
+}
+
+}  // namespace platform::machine

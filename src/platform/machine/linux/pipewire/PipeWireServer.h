@@ -1,0 +1,24 @@
+// PipeWireServer: the AudioServer port on PipeWire.
+// Why: everything Corvane asks of an audio server goes through one connection, which comes back by itself.
+//
+// One loop thread per server object runs all control; its lock is the one lock of this folder, taken by every
+// control call. PipeWire's data thread runs CaptureFilter::Process and nothing else of ours.
+//
+//   Connection  reaches the socket, notices the end, tries again
+//   Registry    mirrors nodes, clients, ports, links and metadata as the server announces them
+//   Snapshot    turns the mirror into what the port promises
+//   Capture     one CaptureFilter, its CaptureLinks and, where it silences, its Silencer
+#pragma once
+
+#include "platform/machine/AudioServer.h"
+
+#include <memory>
+
+namespace platform::machine {
+
+/// Starts connecting at once and never fails: where no server is, it is waited for.
+///
+/// Captures that were opened on it must be gone before the server object goes.
+std::unique_ptr<AudioServer> MakePipeWireServer();
+
+}  // namespace platform::machine

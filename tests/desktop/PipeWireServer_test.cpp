@@ -1,0 +1,249 @@
+#include "platform/machine/linux/pipewire/PipeWireServer.h"
+
+#include "desktop/CaptureRecorder.h"
+#include "desktop/ServerWatch.h"
+#include "support/PrivatePipeWire.h"
+#include "support/SpeakerProbe.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <time.h>
+
+#include <algorithm>
+
+namespace desktop {
+
+using platform::machine::CaptureNode;
+using platform::machine::MakePipeWireServer;
+using support::ChildProcess;
+using support::PrivatePipeWire;
+using support::SpeakerProbe;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr size_t kSecondFrames = 48000;
+
+uint64_t InTenSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec + 10) * 1'000'000'000;
+}
+
+class PipeWireServerTest : public testing::Test {
+protected:
+    PipeWireServerTest() { EXPECT_TRUE(mServer->WaitUntilReady(InTenSeconds())) << mServer->Describe(); }
+
+    ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
+    {
+        more.insert(more.end(), {"--name", name, "--counter"});
+        return mPipeWire.Play(more);
+    }
+
+    uint32_t StreamOf(const std::string& name)
+    {
+        uint32_t id = 0;
+        EXPECT_TRUE(mWatch.Sees([&](const ServerSnapshot& snapshot) {
+            const PlaybackStream* stream = FindStream(snapshot, name);
+            id = stream == nullptr ? 0 : stream->mID;
+            return stream != nullptr && !stream->mOutputs.empty() && !stream->mChannels.empty();
+        })) << name;
+        return id;
+    }
+
+    std::unique_ptr<CaptureNode> Capture(std::vector<uint32_t> streams, CaptureRecorder& recorder,
+                                         const std::string& uid = "speakers")
+    {
+        auto capture = mServer->OpenCapture(uid, "test-capture", recorder);
+        capture->SetStreams(streams);
+        return capture;
+    }
+
+    PrivatePipeWire mPipeWire;
+    std::unique_ptr<AudioServer> mServer = MakePipeWireServer();
+    ServerWatch mWatch{*mServer};
+};
+
+class PipeWireServerThatRestoresTest : public testing::Test {
+protected:
+    PrivatePipeWire mPipeWire{PrivatePipeWire::Streams::Restored};
+};
+
+}  // namespace
+
+TEST_F(PipeWireServerTest, ShowsDevicesAndWhoPlaysOnThem)
+{
+    mPipeWire.LoadSink("surround", "FL FR FC LFE RL RR");
+    auto tone = mPipeWire.Play({"--name", "tone"});
+    auto child = mPipeWire.Play(
+        {"--name", "child", "--child", "--target", "surround", "--properties", "application.id=org.example.child"});
+    ASSERT_TRUE(mWatch.Sees([&](const ServerSnapshot& snapshot) {
+        return PlaysOn(snapshot, "tone", "speakers") && PlaysOn(snapshot, "child", "surround") &&
+               FindStream(snapshot, "tone")->mPlaying;
+    }));
+    const ServerSnapshot snapshot = mServer->Snapshot();
+    EXPECT_EQ(snapshot.mDefaultOutput, FindOutput(snapshot, "speakers")->mID);
+    EXPECT_EQ(FindOutput(snapshot, "speakers")->mName, "Test Speakers");
+    EXPECT_EQ(FindOutput(snapshot, "surround")->mNominalRateHz, 48000);
+    EXPECT_THAT(FindOutput(snapshot, "surround")->mChannels,
+                ElementsAre(ChannelPosition::FrontLeft, ChannelPosition::FrontRight, ChannelPosition::FrontCenter,
+                            ChannelPosition::LowFrequency, ChannelPosition::RearLeft, ChannelPosition::RearRight));
+    EXPECT_EQ(FindStream(snapshot, "tone")->mPID, tone.ID());
+    EXPECT_NE(FindStream(snapshot, "child")->mPID, child.ID());
+    EXPECT_GT(FindStream(snapshot, "child")->mPID, 0);
+    EXPECT_EQ(FindStream(snapshot, "child")->mApplicationID, "org.example.child");
+    EXPECT_EQ(FindStream(snapshot, "child")->mChannels, FindOutput(snapshot, "surround")->mChannels);
+
+    tone.End(SIGKILL);
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return FindStream(now, "tone") == nullptr; }));
+    mPipeWire.SetDefaultSink("headset");
+    EXPECT_TRUE(
+        mWatch.Sees([](const ServerSnapshot& now) { return now.mDefaultOutput == FindOutput(now, "headset")->mID; }));
+}
+
+TEST_F(PipeWireServerTest, CapturesEveryFrameOfTheChosenApplicationAndOfNoOther)
+{
+    mPipeWire.SetQuantum(1024);
+    auto chosen = PlayCounter("chosen");
+    auto other = mPipeWire.Play({"--name", "other", "--amplitude", "0.9"});
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("chosen")}, recorder);
+    ASSERT_TRUE(recorder.Records(3 * kSecondFrames));
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    const auto stamps = recorder.Stamps();
+    for (size_t i = 1; i < stamps.size(); ++i)
+        ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames);
+    capture.reset();
+    const size_t after = recorder.Stamps().size();
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "chosen", "speakers"); }));
+    EXPECT_EQ(recorder.Stamps().size(), after);
+}
+
+TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
+{
+    mPipeWire.SetQuantum(1024);
+    mPipeWire.LoadSink("wide", "FL FR FC");
+    auto steady = PlayCounter("steady", {"--target", "wide"});
+    CaptureRecorder recorder;
+    auto capture = mServer->OpenCapture("wide", "test-capture", recorder);
+    const uint32_t steadyID = StreamOf("steady");
+    capture->SetStreams(std::vector{steadyID});
+    ASSERT_TRUE(recorder.Records(kSecondFrames / 2));
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        auto guest = PlayCounter("guest", {"--target", "wide", "--positions", "FC"});
+        capture->SetStreams(std::vector{steadyID, StreamOf("guest")});
+        ASSERT_TRUE(recorder.HasRecorded(kSecondFrames / 4, ChannelPosition::FrontCenter));
+        guest.End(signal);
+        capture->SetStreams(std::vector{steadyID});
+    }
+    const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
+    ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+}
+
+TEST_F(PipeWireServerTest, CapturesTheFirstFramesOfAnApplicationThatStartsLate)
+{
+    mPipeWire.SetQuantum(1024);
+    CaptureRecorder recorder;
+    auto capture = mServer->OpenCapture("speakers", "test-capture", recorder);
+    uint32_t id = 0;
+    ASSERT_TRUE(FindStream(mServer->Snapshot(), "late") == nullptr);
+    ChildProcess late({"./corvane-test-app", "--name", "late", "--counter"});
+    ASSERT_TRUE(mWatch.Sees([&](const ServerSnapshot& snapshot) {
+        const PlaybackStream* stream = FindStream(snapshot, "late");
+        id = stream == nullptr ? 0 : stream->mID;
+        return id != 0;
+    }));
+    capture->SetStreams(std::vector{id});
+    ASSERT_TRUE(recorder.HasRecorded(kSecondFrames / 2));
+    const std::vector<float> heard = recorder.Samples(ChannelPosition::FrontLeft);
+    const auto first = std::ranges::find_if(heard, [](float sample) { return sample != 0; });
+    ASSERT_NE(first, heard.end());
+    EXPECT_EQ(*first, 1.0f / (1 << 20)) << "frame 0 is silent, frame 1 is the first to be heard";
+}
+
+TEST_F(PipeWireServerTest, GoesOnAcrossChangesOfQuantumAndRate)
+{
+    mPipeWire.SetQuantum(1024);
+    auto tone = mPipeWire.Play({"--name", "tone"});
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("tone")}, recorder);
+    EXPECT_TRUE(recorder.Meets([](const auto& stamp) { return stamp.mFrames == 1024 && stamp.mRateHz == 48000; }));
+    mPipeWire.SetQuantum(256);
+    EXPECT_TRUE(recorder.Meets([](const auto& stamp) { return stamp.mFrames == 256; }));
+    mPipeWire.SetRate(44100);
+    EXPECT_TRUE(recorder.Meets([](const auto& stamp) { return stamp.mRateHz == 44100; }));
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
+    const auto longest = mServer->LongestCycleNanos();
+    EXPECT_EQ(longest, 8192ull * 1'000'000'000 / 44100);
+}
+
+TEST_F(PipeWireServerTest, SilencesAnApplicationThatIsStillCapturedWholeAndReleasesIt)
+{
+    mPipeWire.SetQuantum(1024);
+    auto counter = PlayCounter("counter");
+    SpeakerProbe speakers("speakers");
+    ASSERT_TRUE(speakers.BecomesAudible());
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("counter")}, recorder);
+    ASSERT_TRUE(recorder.Records(kSecondFrames / 2));
+    capture->SetSilenced(true);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    EXPECT_TRUE(PlaysOn(mServer->Snapshot(), "counter", "speakers"));
+    EXPECT_EQ(mServer->Snapshot().mOutputs.size(), 2u);
+    ASSERT_TRUE(recorder.HasRecorded(kSecondFrames));
+    capture->SetSilenced(false);
+    EXPECT_TRUE(speakers.BecomesAudible());
+    ASSERT_TRUE(recorder.HasRecorded(2 * kSecondFrames));
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(mPipeWire.NoteOf("counter", "target.object"), std::nullopt);
+
+    capture->SetSilenced(true);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    capture.reset();
+    EXPECT_TRUE(speakers.BecomesAudible());
+}
+
+TEST_F(PipeWireServerTest, RebuildsCapturesWhenTheServerIsKilledAndStartedAgain)
+{
+    CaptureRecorder recorder;
+    auto capture = mServer->OpenCapture("speakers", "test-capture", recorder);
+    std::vector<uint32_t> seen;
+    for (int round = 0; round < 3; ++round) {
+        auto counter = PlayCounter("counter");
+        seen.push_back(StreamOf("counter"));
+        capture->SetStreams(std::vector{seen.back()});
+        ASSERT_TRUE(recorder.Records(kSecondFrames / 4));
+        mPipeWire.Kill();
+        ASSERT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return !now.mConnected && now.mOutputs.empty(); }));
+        EXPECT_THAT(mServer->Describe(), testing::HasSubstr("no PipeWire server at " + mPipeWire.Folder()));
+        mPipeWire.Start();
+        ASSERT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return now.mDefaultOutput != 0; }));
+    }
+    std::ranges::sort(seen);
+    EXPECT_EQ(std::ranges::adjacent_find(seen), seen.end()) << "a number stood for two streams";
+}
+
+TEST_F(PipeWireServerTest, FollowsADeviceThatIsUnpluggedAndPluggedInAgain)
+{
+    auto counter = PlayCounter("counter");
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("counter")}, recorder);
+    capture->SetSilenced(true);
+    mPipeWire.WaitForNote("counter", "target.object");
+    const uint32_t before = FindOutput(mServer->Snapshot(), "speakers")->mID;
+    mPipeWire.UnloadSink("speakers");
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "counter", "headset"); }))
+        << "what was silenced on the speakers is not silenced anywhere else";
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
+    mPipeWire.LoadSink("speakers");
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "counter", "speakers"); }));
+    EXPECT_NE(FindOutput(mServer->Snapshot(), "speakers")->mID, before);
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
+}
+
+}  // namespace desktop

@@ -1,0 +1,185 @@
+#include "support/PrivatePipeWire.h"
+
+#include "support/ServerControl.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+namespace support {
+
+namespace {
+
+using Registry = ServerControl::Registry;
+using platform::machine::pipewire::Metadata;
+
+bool HasPorts(Registry& registry, const std::string& name)
+{
+    const auto* node = registry.FindNode(name);
+    return node != nullptr && !registry.PortsOf(node->mID, false).empty();
+}
+
+bool HasNote(const Metadata* metadata, uint32_t subject, const std::string& key, const std::string& text)
+{
+    const Metadata::Value* value = metadata == nullptr ? nullptr : metadata->Find(subject, key);
+    return value != nullptr && value->mText == text;
+}
+
+void Pin(ServerControl& control, const std::string& key, unsigned number)
+{
+    const Metadata::Value value{"", std::to_string(number)};
+    control.WaitUntil("settings", [](Registry& registry) { return registry.Settings() != nullptr; });
+    control.With([&](Registry& registry) { registry.Settings()->Set(0, key, &value); });
+    control.WaitUntil(key, [&](Registry& registry) { return HasNote(registry.Settings(), 0, key, value.mText); });
+}
+
+}  // namespace
+
+PrivatePipeWire::PrivatePipeWire(Streams streams)
+{
+    std::string pattern = "/tmp/cvn-XXXXXX";  // short: a socket's path has a limit of 108 bytes
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder for a private server");
+    mFolder = pattern;
+    PrepareEnvironment(streams);
+    Start();
+}
+
+PrivatePipeWire::~PrivatePipeWire()
+{
+    Kill();
+    std::error_code ignored;
+    std::filesystem::remove_all(mFolder, ignored);
+}
+
+void PrivatePipeWire::PrepareEnvironment(Streams streams)
+{
+    const std::string conf = CompanionFolder() + "/conf/";
+    const auto set = [](const char* name, const std::string& value) { setenv(name, value.c_str(), 1); };
+    for (const char* name : {"XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR", "HOME"}) set(name, mFolder);
+    set("XDG_STATE_HOME", mFolder + "/state");
+    set("XDG_CONFIG_HOME", mFolder + "/config");
+    set("XDG_DATA_HOME", mFolder + "/data");
+    set("XDG_CACHE_HOME", mFolder + "/cache");
+    set("PIPEWIRE_CONFIG_DIR", conf + "pipewire");
+    set("WIREPLUMBER_CONFIG_DIR", conf + (streams == Streams::Restored ? "wireplumber-restore" : "wireplumber"));
+    set("WIREPLUMBER_DATA_DIR", "/usr/share/wireplumber");
+    set("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    set("LC_ALL", "C.UTF-8");
+    unsetenv("PIPEWIRE_REMOTE");
+    unsetenv("PULSE_SERVER");
+}
+
+void PrivatePipeWire::Start()
+{
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    setenv("PIPEWIRE_NOTIFICATION_FD", std::to_string(ready[1]).c_str(), 1);
+    mServer.emplace(std::vector<std::string>{"pipewire"}, ready[1]);
+    unsetenv("PIPEWIRE_NOTIFICATION_FD");
+    close(ready[1]);
+    ReadLine(ready[0]);
+    close(ready[0]);
+    mManager.emplace(std::vector<std::string>{"wireplumber"});
+    mControl = std::make_unique<ServerControl>();
+    mControl->WaitUntil("a default sink", [](Registry& registry) {
+        return registry.Defaults() != nullptr && registry.Defaults()->Find(0, "default.audio.sink") != nullptr;
+    });
+}
+
+void PrivatePipeWire::Kill()
+{
+    mControl.reset();
+    if (mServer) mServer->End(SIGKILL);
+    if (mManager) mManager->End(SIGKILL);
+}
+
+void PrivatePipeWire::SetQuantum(unsigned frames)
+{
+    Pin(*mControl, "clock.force-quantum", frames);
+}
+
+void PrivatePipeWire::SetRate(unsigned rateHz)
+{
+    Pin(*mControl, "clock.force-rate", rateHz);
+}
+
+void PrivatePipeWire::LoadSink(const std::string& name, const std::string& positions)
+{
+    mControl->With([&](Registry& registry) {
+        pw_properties* properties =
+            pw_properties_new(PW_KEY_FACTORY_NAME, "support.null-audio-sink", PW_KEY_NODE_NAME, name.c_str(),
+                              PW_KEY_NODE_DESCRIPTION, name.c_str(), PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position",
+                              ("[ " + positions + " ]").c_str(), PW_KEY_AUDIO_RATE, "48000", PW_KEY_PRIORITY_SESSION,
+                              "1000", PW_KEY_PRIORITY_DRIVER, "1000", PW_KEY_OBJECT_LINGER, "true", nullptr);
+        pw_core_create_object(registry.Core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties->dict,
+                              0);
+        pw_properties_free(properties);
+    });
+    mControl->WaitUntil("sink " + name, [&](Registry& registry) { return HasPorts(registry, name); });
+}
+
+void PrivatePipeWire::UnloadSink(const std::string& name)
+{
+    mControl->With([&](Registry& registry) {
+        if (const auto* node = registry.FindNode(name)) registry.Destroy(node->mID);
+    });
+    mControl->WaitUntil("no sink " + name, [&](Registry& registry) { return registry.FindNode(name) == nullptr; });
+}
+
+void PrivatePipeWire::SetDefaultSink(const std::string& name)
+{
+    const Metadata::Value value{"Spa:String:JSON", "{ \"name\": \"" + name + "\" }"};
+    mControl->With([&](Registry& registry) { registry.Defaults()->Set(0, "default.configured.audio.sink", &value); });
+    mControl->WaitUntil("default sink " + name, [&](Registry& registry) {
+        return registry.Defaults() != nullptr &&
+               registry.Defaults()->Text("default.audio.sink").find("\"" + name + "\"") != std::string::npos;
+    });
+}
+
+ChildProcess PrivatePipeWire::Play(std::vector<std::string> options)
+{
+    options.insert(options.begin(), "./corvane-test-app");
+    ChildProcess application(options);
+    application.ReadLine();
+    return application;
+}
+
+std::optional<std::string> PrivatePipeWire::NoteOf(const std::string& nodeName, const std::string& key)
+{
+    std::optional<std::string> note;
+    mControl->With([&](Registry& registry) {
+        const auto* node = registry.FindNode(nodeName);
+        const Metadata::Value* value = node == nullptr ? nullptr : registry.Defaults()->Find(node->mID, key);
+        if (value != nullptr) note = value->mText;
+    });
+    return note;
+}
+
+void PrivatePipeWire::WaitForNote(const std::string& nodeName, const std::string& key)
+{
+    mControl->WaitUntil("note " + key, [&](Registry& registry) {
+        const auto* node = registry.FindNode(nodeName);
+        return node != nullptr && registry.Defaults() != nullptr &&
+               registry.Defaults()->Find(node->mID, key) != nullptr;
+    });
+}
+
+void PrivatePipeWire::Note(const std::string& nodeName, const std::string& key, const std::string& value)
+{
+    const Metadata::Value noted{"Spa:String", value};
+    uint32_t subject = PW_ID_ANY;
+    mControl->WaitUntil("node " + nodeName, [&](Registry& registry) {
+        const auto* node = registry.FindNode(nodeName);
+        if (node != nullptr) subject = node->mID;
+        return node != nullptr;
+    });
+    mControl->With([&](Registry& registry) { registry.Defaults()->Set(subject, key, &noted); });
+    mControl->WaitUntil("note " + key,
+                        [&](Registry& registry) { return HasNote(registry.Defaults(), subject, key, value); });
+}
+
+}  // namespace support
