@@ -1,6 +1,6 @@
 // FrameQueue: interleaved float frames from one writer thread to one reader thread, first in, first out.
 // Why: a server's data thread and a tap's consumer must never wait for whoever takes their frames on.
-// What does not fit is refused and counted, never overwritten.
+// What does not fit is refused, never overwritten; the writer counts it.
 #pragma once
 
 #include <atomic>
