@@ -46,3 +46,5 @@ function(corvane_test name)
   endif()
   gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
 endfunction()
+
+include(${CMAKE_CURRENT_LIST_DIR}/Bundle.cmake)

@@ -4,10 +4,40 @@
 
 #include "platform/foundation/CFDictionary.h"
 
+#include <atomic>
+
+namespace cf
+{
+
+/// A folder, its Info.plist, and its library once that is loaded.
+class Bundle final : public Object
+{
+public:
+    static constexpr CFTypeID kTypeID = 29;
+    Bundle(std::string folder, Ref<Dictionary> info) : mFolder(std::move(folder)), mInfo(std::move(info)) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    std::string Describe() const override { return mFolder; }
+
+    const Dictionary& Info() const { return *mInfo.Get(); }
+    /// Where `name` lies in the bundle's library, which is loaded at need; null where that fails.
+    void* FindFunction(const std::string& name) const;
+
+private:
+    void* Load() const;
+
+    const std::string mFolder;
+    const Ref<Dictionary> mInfo;
+    mutable std::atomic<void*> mLibrary{nullptr};  // stored (release) and loaded (acquire) by any thread
+};
+
+}  // namespace cf
+
 CFTypeID CFBundleGetTypeID();
-/// The bundle at a folder, or null where its Info.plist is missing, hostile (over 1 MiB, too deep, entity
-/// declarations) or not a dictionary.
+/// The bundle at a folder, or null where its Info.plist is missing, no regular file, beyond the
+/// limits that PropertyList.h states, or not a dictionary.
 CFBundleRef CFBundleCreate(CFAllocatorRef allocator, const char* folder);
+/// Null where the Info.plist has none.
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
 /// A value of the Info.plist; null where there is none.
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
