@@ -1,0 +1,160 @@
+#include "platform/foundation/CFBundle.h"
+#include "platform/kernel/IOKit.h"
+#include "platform/machine/Files.h"
+#include "platform/machine/Machine.h"
+#include "platform/machine/linux/LinuxMachine.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The real machine, with a folder of bundles that a test fills.
+class MachineWithBundles final : public platform::machine::Machine, platform::machine::Files {
+public:
+    explicit MachineWithBundles(const fs::path& folder) : mFolder(folder.string()) {}
+
+    platform::machine::Clock& GetClock() override { return mReal->GetClock(); }
+    platform::machine::Threads& GetThreads() override { return mReal->GetThreads(); }
+    platform::machine::Memory& GetMemory() override { return mReal->GetMemory(); }
+    platform::machine::Processes& GetProcesses() override { return mReal->GetProcesses(); }
+    platform::machine::AudioServer& GetAudioServer() override { return mReal->GetAudioServer(); }
+    platform::machine::Files& GetFiles() override { return *this; }
+
+private:
+    std::string Resolve(const std::string& path) override { return path; }
+    std::string BundleFolder() override { return mFolder; }
+
+    const std::unique_ptr<Machine> mReal = platform::machine::MakeLinuxMachine();
+    const std::string mFolder;
+};
+
+/// Installs the machine before any case of this program asks for one, around a folder of its own.
+class BundleFolder final : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        std::string folder = (fs::temp_directory_path() / "corvane-bundles-XXXXXX").string();
+        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        mPath = folder;
+        platform::machine::Machine::Install(std::make_unique<MachineWithBundles>(mPath));
+    }
+    void TearDown() override { fs::remove_all(mPath); }
+    const fs::path& Path() const { return mPath; }
+
+private:
+    fs::path mPath;
+};
+
+auto* const sFolder = static_cast<BundleFolder*>(testing::AddGlobalTestEnvironment(new BundleFolder));
+
+class Bundles : public testing::Test {
+protected:
+    void SetUp() override { fs::create_directories(mFolder); }
+    void TearDown() override { fs::remove_all(mFolder); }
+
+    /// Makes a bundle whose Info.plist has these keys and strings.
+    fs::path Make(const std::string& name, const std::vector<std::pair<std::string, std::string>>& info)
+    {
+        fs::create_directories(mFolder / name);
+        std::ofstream plist(mFolder / name / "Info.plist");
+        plist << "<plist><dict>";
+        for (const auto& [key, value] : info) plist << "<key>" << key << "</key><string>" << value << "</string>";
+        plist << "</dict></plist>";
+        return mFolder / name;
+    }
+
+    const fs::path mFolder = sFolder->Path();
+};
+
+cf::Ref<cf::Bundle> Open(const fs::path& folder)
+{
+    return cf::Ref<cf::Bundle>::Adopt(CFBundleCreate(kCFAllocatorDefault, folder.c_str()));
+}
+
+/// The numbers of all services of the test bundle's class, each released.
+std::vector<int64_t> WitnessNumbers()
+{
+    io_iterator_t iterator = IO_OBJECT_NULL;
+    EXPECT_EQ(IOServiceGetMatchingServices(kIOMasterPortDefault, IOServiceMatching("org_corvane_Witness"), &iterator),
+              0);
+    std::vector<int64_t> numbers;
+    while (const io_service_t service = IOIteratorNext(iterator)) {
+        const auto number =
+            cf::Ref<cf::Object>::Adopt(IORegistryEntryCreateCFProperty(service, CFSTR("number"), nullptr, 0));
+        CFNumberGetValue(cf::As<cf::Number>(number.Get()), kCFNumberSInt64Type, &numbers.emplace_back());
+        EXPECT_EQ(IOObjectRelease(service), kIOReturnSuccess);
+    }
+    EXPECT_EQ(IOObjectRelease(iterator), kIOReturnSuccess);
+    return numbers;
+}
+
+TEST_F(Bundles, HostAndBundleShareOnePlatform)
+{
+    const auto bundle = Open(WITNESS_BUNDLE);
+    ASSERT_TRUE(bundle);
+    void* create = CFBundleGetFunctionPointerForName(bundle.Get(), CFSTR("CorvaneCreateService"));
+    ASSERT_NE(create, nullptr);
+    const std::unique_ptr<platform::kernel::IOService> witness(
+        reinterpret_cast<platform::kernel::IOService* (*)()>(create)());
+    const auto constant = cf::Ref<cf::Object>::Adopt(witness->CopyProperty(CFSTR("constant")));
+    EXPECT_EQ(constant.Get(), CFSTR("made by whoever comes first"));
+    const auto machine = cf::Ref<cf::Object>::Adopt(witness->CopyProperty(CFSTR("machine")));
+    int64_t address = 0;
+    CFNumberGetValue(cf::As<cf::Number>(machine.Get()), kCFNumberSInt64Type, &address);
+    EXPECT_EQ(address, reinterpret_cast<int64_t>(&platform::machine::Machine::Current()));
+}
+
+TEST_F(Bundles, ServicesAreFoundInTheOrderOfNamesAndMadeOnceAProcess)
+{
+    EXPECT_TRUE(WitnessNumbers().empty());
+    Make("Broken.bundle", {{"CorvaneServiceClass", "org_corvane_Witness"}, {"CFBundleExecutable", "libabsent.so"}});
+    Make("Other.bundle", {{"CorvaneServiceClass", "org_corvane_Other"}});
+    fs::create_directory(mFolder / "Empty.bundle");
+    fs::create_directory_symlink(WITNESS_BUNDLE, mFolder / "Z.bundle");
+    fs::create_directory_symlink(WITNESS_BUNDLE, mFolder / "A.bundle");
+    fs::create_directory_symlink(WITNESS_BUNDLE, mFolder / "Witness.other");
+    const std::vector<int64_t> first = WitnessNumbers();
+    ASSERT_EQ(first.size(), 2u);
+    EXPECT_LT(first[0], first[1]);
+    EXPECT_EQ(WitnessNumbers(), first);
+}
+
+TEST_F(Bundles, AreRefusedWithoutAnInfoPlistThatIsASmallRegularFile)
+{
+    EXPECT_FALSE(Open(mFolder / "absent"));
+    EXPECT_FALSE(Open(mFolder)) << "no Info.plist";
+    fs::create_directories(mFolder / "folder" / "Info.plist");
+    EXPECT_FALSE(Open(mFolder / "folder"));
+    fs::create_directory(mFolder / "pipe");
+    ASSERT_EQ(mkfifo((mFolder / "pipe" / "Info.plist").c_str(), 0600), 0);
+    EXPECT_FALSE(Open(mFolder / "pipe")) << "and opening it does not wait";
+    fs::resize_file(Make("huge", {}) / "Info.plist", 4 << 20);
+    EXPECT_FALSE(Open(mFolder / "huge"));
+    std::ofstream(Make("list", {}) / "Info.plist") << "<plist><array/></plist>";
+    EXPECT_FALSE(Open(mFolder / "list"));
+}
+
+TEST_F(Bundles, LoadNothingFromOutsideTheirFolder)
+{
+    const fs::path library = fs::path(WITNESS_BUNDLE) / "libWitness.so";
+    fs::copy_file(library, mFolder / "libWitness.so");
+    for (const std::string& executable :
+         {std::string("../libWitness.so"), library.string(), std::string(".."), std::string()}) {
+        const auto bundle = Open(Make("Escape.bundle", {{"CFBundleExecutable", executable}}));
+        ASSERT_TRUE(bundle);
+        EXPECT_EQ(CFBundleGetFunctionPointerForName(bundle.Get(), CFSTR("CorvaneCreateService")), nullptr)
+            << executable;
+    }
+    const auto bundle = Open(WITNESS_BUNDLE);
+    EXPECT_EQ(cf::ToStdString(CFBundleGetIdentifier(bundle.Get())), "org.corvane.tests.witness");
+    EXPECT_EQ(CFBundleGetFunctionPointerForName(bundle.Get(), CFSTR("NoSuchFunction")), nullptr);
+}
+
+}  // namespace
