@@ -170,7 +170,7 @@ void Lane::StartWithin(uint64_t firstFrame, float* block)
 /// The tap's frame at which the cycle's first frame goes into its voice, to come out in its right place.
 uint64_t Lane::PlaceOf(const CycleStamp& stamp) noexcept
 {
-    if (mSpliced) return uint64_t(std::max(0.0, std::round(mHeardUntil - Waiting().DelayOutputFrames())));
+    if (mSpliced) return uint64_t(std::max(0.0, std::ceil(mHeardUntil - Waiting().DelayOutputFrames())));
     const double secondsEarlier = double(Waiting().DelayFrames()) / stamp.mRateHz;
     const double halfFrameNanos = 0.5e9 / mTapRateHz;
     return mSchedule.FramesBy(stamp.mHostNanos + mLatencyNanos + uint64_t(halfFrameNanos) -
@@ -185,17 +185,44 @@ void Lane::BeginStretch(uint64_t at) noexcept
         mStarved += uint32_t(std::lround(std::max(0.0, heardFrom - mHeardUntil)));
 
     mInput.Begin();
-    if (mSpliced) {
-        mFollower.Restart(stamp.mRateHz, mEnd, stamp.mHostNanos);
-    } else {
-        mFollower.Start(stamp.mRateHz, double(mEnd), stamp.mHostNanos);
-        mFollower.AddStamp(mEnd, stamp.mHostNanos);
-    }
+    // What a splice's clock is ahead of its frames stays, as a time: frames of another rate are another unit.
+    double ahead = 0;
+    if (mSpliced) ahead = (mFollower.PositionAt(stamp.mHostNanos) - double(mEnd)) / mExpected.mRateHz * stamp.mRateHz;
+    mFollower.Start(stamp.mRateHz, double(mEnd) + ahead, stamp.mHostNanos);
+    mFollower.AddStamp(mEnd, stamp.mHostNanos);
     mFramesLeft = stamp.mFrames;
     Expect(stamp);
     mCurrent = 1 - mCurrent;
     mRunning = true;
+    if (mSpliced) Advance(Current().DelayFrames() - (mHeardUntil - double(at)) * Current().NominalRatio());
     mSpliced = false;
+}
+
+/// Moves the new voice so many frames into its stretch before it is heard, to the fraction of a frame: sound that
+/// goes on at another rate must not be a frame early or late, which would click.
+///
+/// Whole frames of silence go in before, as many as bring the ratio near its nominal; two pieces, so that it is
+/// back at the nominal afterwards.
+void Lane::Advance(double inputFrames) noexcept
+{
+    constexpr unsigned kPieceFrames = kBlockFrames / 2;
+    const double nominal = Current().NominalRatio();
+    const double usual = 2 * kPieceFrames * nominal;
+    if (inputFrames >= usual) return;  // too late to be a splice; the ratio pays it back
+    const double silence = std::round(usual - inputFrames);
+    const double ratio = (inputFrames + silence) / kPieceFrames - nominal;
+
+    auto silenceLeft = unsigned(silence);
+    float unheard[kPieceFrames * 2] = {};
+    for (const double pieceRatio : {ratio, nominal}) {
+        const unsigned needed = Current().InputFramesFor(kPieceFrames, pieceRatio);
+        const unsigned silent = std::min(silenceLeft, needed);
+        float* input = Current().Input();
+        std::fill_n(input, size_t(needed) * mInput.Channels(), 0.0f);
+        Take(input + size_t(silent) * mInput.Channels(), needed - silent);
+        Current().Render(kPieceFrames, pieceRatio, unheard);
+        silenceLeft -= silent;
+    }
 }
 
 void Lane::EndStretch(uint64_t frame, unsigned frames, double playedFrames) noexcept
@@ -212,12 +239,13 @@ void Lane::EndStretch(uint64_t frame, unsigned frames, double playedFrames) noex
 void Lane::Run(uint64_t frame, unsigned frames, float* output) noexcept
 {
     const double ratio = RatioFor(frame, frames);
+    const double phase = Current().Phase();
     const unsigned needed = Current().InputFramesFor(frames, ratio);
     float* input = Current().Input();
     const unsigned taken = Take(input, needed);
     std::fill(input + size_t(taken) * mInput.Channels(), input + size_t(needed) * mInput.Channels(), 0.0f);
     Current().Render(frames, ratio, output);
-    if (taken < needed) EndStretch(frame, frames, taken / ratio);
+    if (taken < needed) EndStretch(frame, frames, std::max(0.0, (taken - phase) / ratio));
 }
 
 /// Input frames an output frame, such that the lane moves to where the clocks say it should be.

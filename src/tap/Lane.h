@@ -64,6 +64,7 @@ private:
     void StartWithin(uint64_t firstFrame, float* block);
     uint64_t PlaceOf(const CycleStamp& stamp) noexcept;
     void BeginStretch(uint64_t at) noexcept;
+    void Advance(double inputFrames) noexcept;
     void EndStretch(uint64_t frame, unsigned frames, double playedFrames) noexcept;
     void DiscardFrames(int64_t frames) noexcept;
 
