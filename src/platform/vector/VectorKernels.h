@@ -1,0 +1,40 @@
+// VectorKernels: arithmetic on runs of floats under its published names, and the weaving of channels.
+// Why: clipping, summing and weaving are what a cycle does to every sample. The loops are compiled twice, for the
+// oldest 64-bit processor and for lanes of eight, and add and round the same way in both.
+// Strides are in samples. Outputs may be inputs, sample for sample, but not overlap them otherwise.
+#pragma once
+
+#include <cstddef>
+
+using vDSP_Stride = ptrdiff_t;
+using vDSP_Length = size_t;
+
+/// c = a + b. @realtime yes
+void vDSP_vadd(const float* a, vDSP_Stride strideA, const float* b, vDSP_Stride strideB, float* c, vDSP_Stride strideC,
+               vDSP_Length count);
+
+/// d = a * *b + c, rounded after each of the two. @realtime yes
+void vDSP_vsma(const float* a, vDSP_Stride strideA, const float* b, const float* c, vDSP_Stride strideC, float* d,
+               vDSP_Stride strideD, vDSP_Length count);
+
+/// d = a limited to [*low, *high]; what is not a number passes. @realtime yes
+void vDSP_vclip(const float* a, vDSP_Stride strideA, const float* low, const float* high, float* d, vDSP_Stride strideD,
+                vDSP_Length count);
+
+namespace platform::vector {
+
+/// The most channels that are woven at a time.
+constexpr unsigned kWeaveChannels = 8;
+
+/// Puts `count` channels beside each other into frames of `stride` samples: interleaved[k * stride + c].
+///
+/// @param count  1 .. kWeaveChannels
+/// @realtime     yes
+void Interleave(const float* const* channels, unsigned count, float* interleaved, size_t stride,
+                size_t frames) noexcept;
+
+/// The reverse.
+void Deinterleave(const float* interleaved, size_t stride, float* const* channels, unsigned count,
+                  size_t frames) noexcept;
+
+}  // namespace platform::vector

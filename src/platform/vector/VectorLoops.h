@@ -1,0 +1,25 @@
+// VectorLoops: the inner loops of VectorKernels, compiled once an instruction set from VectorLoops.inl.
+#pragma once
+
+#include <cstddef>
+
+namespace platform::vector::loops {
+
+struct VectorLoops {
+    void (*add)(const float* a, const float* b, float* c, size_t count) noexcept;
+    void (*scaleAndAdd)(const float* a, float scale, const float* c, float* d, size_t count) noexcept;
+    void (*clip)(const float* a, float low, float high, float* d, size_t count) noexcept;
+    void (*interleave)(const float* const* channels, unsigned count, float* interleaved, size_t stride,
+                       size_t frames) noexcept;
+    void (*deinterleave)(const float* interleaved, size_t stride, float* const* channels, unsigned count,
+                         size_t frames) noexcept;
+};
+
+/// The fastest set that this processor runs.
+const VectorLoops& BestVectorLoops() noexcept;
+
+/// The sets themselves. Wide runs only where the processor has AVX2.
+extern const VectorLoops kBaselineVectorLoops;
+extern const VectorLoops kWideVectorLoops;
+
+}  // namespace platform::vector::loops
