@@ -35,7 +35,11 @@ uint64_t InTenSeconds()
 
 class PipeWireServerTest : public testing::Test {
 protected:
-    PipeWireServerTest() { EXPECT_TRUE(mServer->WaitUntilReady(InTenSeconds())) << mServer->Describe(); }
+    explicit PipeWireServerTest(PrivatePipeWire::Streams streams = PrivatePipeWire::Streams::Forgotten)
+        : mPipeWire(streams)
+    {
+        EXPECT_TRUE(mServer->WaitUntilReady(InTenSeconds())) << mServer->Describe();
+    }
 
     ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
     {
@@ -67,9 +71,10 @@ protected:
     ServerWatch mWatch{*mServer};
 };
 
-class PipeWireServerThatRestoresTest : public testing::Test {
+/// The session manager keeps here where a stream was sent, and sends the next of its kind there too.
+class RememberingPipeWireServerTest : public PipeWireServerTest {
 protected:
-    PrivatePipeWire mPipeWire{PrivatePipeWire::Streams::Restored};
+    RememberingPipeWireServerTest() : PipeWireServerTest(PrivatePipeWire::Streams::Restored) {}
 };
 
 }  // namespace
@@ -206,6 +211,66 @@ TEST_F(PipeWireServerTest, SilencesAnApplicationThatIsStillCapturedWholeAndRelea
     EXPECT_TRUE(speakers.BecomesSilent());
     capture.reset();
     EXPECT_TRUE(speakers.BecomesAudible());
+}
+
+TEST_F(PipeWireServerTest, LetsSoundBeHeardAgainWhenTheCapturingProcessIsKilled)
+{
+    auto tone = mPipeWire.Play({"--name", "tone"});
+    SpeakerProbe speakers("speakers");
+    ASSERT_TRUE(speakers.BecomesAudible());
+    for (int round = 0; round < 2; ++round) {
+        ChildProcess silencer({"./corvane-test-silencer", "tone"});
+        EXPECT_EQ(silencer.ReadLine(), "capturing");
+        EXPECT_TRUE(speakers.BecomesSilent());
+        EXPECT_TRUE(PlaysOn(mServer->Snapshot(), "tone", "speakers")) << "another process's hole counts as home, too";
+        silencer.End(SIGKILL);
+        EXPECT_TRUE(speakers.BecomesAudible());
+    }
+    EXPECT_TRUE(mPipeWire.NoteOf("tone", "target.object")->starts_with("corvane.hole."));
+    const auto next = MakePipeWireServer();
+    ASSERT_TRUE(next->WaitUntilReady(InTenSeconds()));
+    mPipeWire.WaitForNote("tone", "target.object", false);
+}
+
+TEST_F(PipeWireServerTest, SilencesAnApplicationThatMayNotBeMoved)
+{
+    auto fixed = mPipeWire.Play({"--name", "fixed", "--properties", "node.dont-reconnect=true"});
+    SpeakerProbe speakers("speakers");
+    ASSERT_TRUE(speakers.BecomesAudible());
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("fixed")}, recorder);
+    capture->SetSilenced(true);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    EXPECT_TRUE(PlaysOn(mServer->Snapshot(), "fixed", "speakers"));
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
+    capture.reset();
+    EXPECT_TRUE(speakers.BecomesAudible());
+    EXPECT_TRUE(PlaysOn(mServer->Snapshot(), "fixed", "speakers"));
+}
+
+TEST_F(RememberingPipeWireServerTest, SilencesNobodyElseAndGivesBackWhereTheUserSentAStream)
+{
+    auto first = mPipeWire.Play({"--name", "first", "--properties", "media.role=Music"});
+    mPipeWire.Note("first", "target.object", "speakers");
+    SpeakerProbe speakers("speakers");
+    CaptureRecorder recorder;
+    auto capture = Capture({StreamOf("first")}, recorder);
+    capture->SetSilenced(true);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    auto second = mPipeWire.Play({"--name", "second", "--properties", "media.role=Music"});
+    EXPECT_TRUE(speakers.BecomesAudible());
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "second", "speakers"); }));
+    second.End(SIGTERM);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    capture->SetSilenced(false);
+    EXPECT_TRUE(speakers.BecomesAudible());
+    EXPECT_EQ(mPipeWire.NoteOf("first", "target.object"), "speakers");
+
+    capture->SetSilenced(true);
+    EXPECT_TRUE(speakers.BecomesSilent());
+    mPipeWire.Note("first", "target.object", "headset");
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "first", "headset"); }))
+        << "a user who moves a silenced stream has the last word";
 }
 
 TEST_F(PipeWireServerTest, RebuildsCapturesWhenTheServerIsKilledAndStartedAgain)

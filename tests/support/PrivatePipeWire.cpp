@@ -159,12 +159,12 @@ std::optional<std::string> PrivatePipeWire::NoteOf(const std::string& nodeName, 
     return note;
 }
 
-void PrivatePipeWire::WaitForNote(const std::string& nodeName, const std::string& key)
+void PrivatePipeWire::WaitForNote(const std::string& nodeName, const std::string& key, bool noted)
 {
     mControl->WaitUntil("note " + key, [&](Registry& registry) {
         const auto* node = registry.FindNode(nodeName);
         return node != nullptr && registry.Defaults() != nullptr &&
-               registry.Defaults()->Find(node->mID, key) != nullptr;
+               (registry.Defaults()->Find(node->mID, key) != nullptr) == noted;
     });
 }
 

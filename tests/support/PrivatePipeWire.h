@@ -49,8 +49,8 @@ public:
 
     /// The value noted for the node of that name under `key`, as target.object.
     std::optional<std::string> NoteOf(const std::string& nodeName, const std::string& key);
-    /// Returns when anything is noted for that node under `key`.
-    void WaitForNote(const std::string& nodeName, const std::string& key);
+    /// Returns when something, or nothing, is noted for that node under `key`.
+    void WaitForNote(const std::string& nodeName, const std::string& key, bool noted = true);
     /// Notes `value` for that node, as a program of the user would.
     void Note(const std::string& nodeName, const std::string& key, const std::string& value);
 

@@ -6,14 +6,6 @@
 
 namespace platform::machine::pipewire {
 
-namespace {
-
-// Ports made before anyone asks, so that a common stream is linked without waiting for one: its first frame counts.
-constexpr ChannelPosition kPreparedPositions[] = {ChannelPosition::FrontLeft, ChannelPosition::FrontRight,
-                                                  ChannelPosition::Mono};
-
-}  // namespace
-
 Capture::Capture(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client)
     : mAround(surroundings), mUID(std::move(uid)), mName(std::move(name)), mClient(client)
 {
@@ -57,11 +49,22 @@ void Capture::Update()
 
 void Capture::RenewFilter()
 {
-    if (mFilter && mFilter->Works()) return;
+    if (mFilter && !mFilter->IsOver()) return;
     mLinks.reset();
-    mFilter.emplace(mAround.mContext, mName, mClient, [this] { mAround.mChanged.Signal(); });
-    for (const ChannelPosition position : kPreparedPositions) mFilter->EnsurePort(position);
+    mFilter.emplace(mAround.mContext, mName, LikelyChannels(), mClient, [this] { mAround.mChanged.Signal(); });
     mLinks.emplace(mAround.mRegistry, *mFilter);
+}
+
+// The session manager gives a stream the channels of the device it plays on, so that these are the ports that
+// will be needed. Ports that are there already let the first frame of a stream be caught.
+std::vector<ChannelPosition> Capture::LikelyChannels() const
+{
+    const Node* device = mAround.mRegistry.FindNode(mUID);
+    std::vector<ChannelPosition> channels;
+    if (device != nullptr) channels = ChannelsOf(mAround.mRegistry, *device, false);
+    std::erase(channels, ChannelPosition::Unknown);
+    if (channels.empty()) channels = {ChannelPosition::FrontLeft, ChannelPosition::FrontRight};
+    return channels;
 }
 
 void Capture::Detach()

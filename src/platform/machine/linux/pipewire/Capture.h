@@ -39,6 +39,7 @@ public:
 
 private:
     void RenewFilter();
+    std::vector<ChannelPosition> LikelyChannels() const;
 
     Surroundings mAround;
     std::string mUID;

@@ -2,12 +2,18 @@
 
 #include "platform/machine/linux/pipewire/Objects.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace platform::machine::pipewire {
 
 namespace {
+
+// Between the loss of a node and the next try: a server that refuses it is not asked without end.
+constexpr uint64_t kPauseNanos = 200'000'000;
 
 // The sound of one port in this cycle, or null where nothing came. The buffer stays valid for the cycle
 // after it was handed back.
@@ -21,6 +27,12 @@ const float* Samples(void* port, uint32_t frames) noexcept
     const bool holds = data.data != nullptr && (data.chunk->flags & SPA_CHUNK_FLAG_EMPTY) == 0 &&
                        offset <= data.maxsize && data.maxsize - offset >= frames * sizeof(float);
     return holds ? reinterpret_cast<const float*>(static_cast<const char*>(data.data) + offset) : nullptr;
+}
+
+std::string UniqueNodeName(const std::string& name)
+{
+    static std::atomic<unsigned> sCount{0};  // only unique; no order
+    return name + "." + std::to_string(getpid()) + "." + std::to_string(sCount.fetch_add(1, std::memory_order_relaxed));
 }
 
 }  // namespace
@@ -43,36 +55,41 @@ const pw_core_events CaptureFilter::kCoreEvents = {
         },
 };
 
-CaptureFilter::CaptureFilter(Context& context, const std::string& name, CaptureClient& client,
-                             std::function<void()> broken)
-    : mContext(context), mOnBroken(std::move(broken)), mClient(&client)
+CaptureFilter::CaptureFilter(Context& context, const std::string& name, std::span<const ChannelPosition> positions,
+                             CaptureClient& client, std::function<void()> over)
+    : mContext(context),
+      mPause(context.GetLoop(),
+             [this, over = std::move(over)] {
+                 mOver = true;
+                 over();
+             }),
+      mClient(&client)
 {
-    mCore = pw_context_connect(mContext.Get(), nullptr, 0);
-    if (mCore == nullptr) return;
-    pw_core_add_listener(mCore, &mCoreHook, &kCoreEvents, this);
-    Connect(name);
+    if (!Connect(name, positions)) Break();
 }
 
-void CaptureFilter::Connect(const std::string& name)
+bool CaptureFilter::Connect(const std::string& name, std::span<const ChannelPosition> positions)
 {
-    static std::atomic<unsigned> sCount{0};  // only unique; no order
-    const std::string nodeName =
-        name + "." + std::to_string(getpid()) + "." + std::to_string(sCount.fetch_add(1, std::memory_order_relaxed));
+    mCore = pw_context_connect(mContext.Get(), nullptr, 0);
+    if (mCore == nullptr) return false;
+    pw_core_add_listener(mCore, &mCoreHook, &kCoreEvents, this);
     // No class and no latency: a class would have the session manager route it, and a latency would change
     // the cycle of the applications that it listens to.
     mFilter = pw_filter_new(
         mCore, name.c_str(),
-        pw_properties_new(PW_KEY_NODE_NAME, nodeName.c_str(), PW_KEY_NODE_DESCRIPTION, name.c_str(), PW_KEY_MEDIA_TYPE,
-                          "Audio", PW_KEY_MEDIA_CATEGORY, "Capture", kRoleKey, "capture", nullptr));
-    if (mFilter == nullptr) return;
+        pw_properties_new(PW_KEY_NODE_NAME, UniqueNodeName(name).c_str(), PW_KEY_NODE_DESCRIPTION, name.c_str(),
+                          PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Capture", kRoleKey, "capture", nullptr));
+    if (mFilter == nullptr) return false;
     pw_filter_add_listener(mFilter, &mHook, &kEvents, this);
-    if (pw_filter_connect(mFilter, PW_FILTER_FLAG_RT_PROCESS, nullptr, 0) < 0) mBroken = true;
+    for (const ChannelPosition position : positions)
+        if (!HasPort(position)) AddPort(position);
+    return pw_filter_connect(mFilter, PW_FILTER_FLAG_RT_PROCESS, nullptr, 0) >= 0;
 }
 
 CaptureFilter::~CaptureFilter()
 {
     mClient.store(nullptr, std::memory_order_release);
-    if (mContext.Get() != nullptr) mContext.WaitForDataThread();
+    mContext.RunOnDataThread({});
     if (mFilter != nullptr) {
         spa_hook_remove(&mHook);
         pw_filter_destroy(mFilter);
@@ -84,22 +101,31 @@ CaptureFilter::~CaptureFilter()
 
 void CaptureFilter::Break()
 {
-    mBroken = true;
-    mOnBroken();
+    if (std::exchange(mBroken, true)) return;
+    mPause.Arm(kPauseNanos);
 }
 
 std::optional<uint32_t> CaptureFilter::NodeID() const
 {
-    const uint32_t id = Works() ? pw_filter_get_node_id(mFilter) : PW_ID_ANY;
+    const uint32_t id = mBroken ? PW_ID_ANY : pw_filter_get_node_id(mFilter);
     return id == PW_ID_ANY ? std::nullopt : std::optional(id);
+}
+
+bool CaptureFilter::HasPort(ChannelPosition position) const
+{
+    const auto inputs = std::span(mInputs).first(mInputCount.load(std::memory_order_relaxed));
+    return std::ranges::any_of(inputs, [&](const Input* input) { return input->mPosition == position; });
 }
 
 void CaptureFilter::EnsurePort(ChannelPosition position)
 {
+    // The data thread walks the filter's list of ports in every cycle, so that it has to stand still meanwhile.
+    if (!mBroken && !HasPort(position)) mContext.RunOnDataThread([&] { AddPort(position); });
+}
+
+void CaptureFilter::AddPort(ChannelPosition position)
+{
     const unsigned count = mInputCount.load(std::memory_order_relaxed);
-    const auto known = std::span(mInputs).first(count);
-    if (!Works() || std::ranges::any_of(known, [&](const Input* input) { return input->mPosition == position; }))
-        return;
     const std::string channel = NameOf(position);
     void* input = pw_filter_add_port(
         mFilter, PW_DIRECTION_INPUT, PW_FILTER_PORT_FLAG_MAP_BUFFERS, sizeof(Input),

@@ -20,17 +20,20 @@ namespace platform::machine::pipewire {
 
 class CaptureFilter {
 public:
-    /// Puts the node on the server. Control calls, as all here, are made under the loop's lock.
+    /// Puts the node on the server, with ports for `positions`. Control calls, as all here, are made under
+    /// the loop's lock.
     ///
-    /// @param broken called on the loop's thread when the node was taken away from us
-    CaptureFilter(Context& context, const std::string& name, CaptureClient& client, std::function<void()> broken);
+    /// @param over called on the loop's thread when the node was refused or taken away from us, after a
+    ///             pause: this object is of no more use then
+    CaptureFilter(Context& context, const std::string& name, std::span<const ChannelPosition> positions,
+                  CaptureClient& client, std::function<void()> over);
     /// After this no Render runs and none will.
     ~CaptureFilter();
     CaptureFilter(const CaptureFilter&) = delete;
     CaptureFilter& operator=(const CaptureFilter&) = delete;
 
-    /// Whether it stands; false also where the server refused it.
-    bool Works() const { return mFilter != nullptr && !mBroken; }
+    /// Whether it should be replaced by another.
+    bool IsOver() const { return mOver; }
 
     /// The node's number on the server; nothing before the server gave one.
     std::optional<uint32_t> NodeID() const;
@@ -43,7 +46,9 @@ private:
         ChannelPosition mPosition;
     };
 
-    void Connect(const std::string& name);
+    bool Connect(const std::string& name, std::span<const ChannelPosition> positions);
+    bool HasPort(ChannelPosition position) const;
+    void AddPort(ChannelPosition position);
     void Process(const spa_io_position* position) noexcept;
     void Break();
 
@@ -51,12 +56,13 @@ private:
     static const pw_core_events kCoreEvents;
 
     Context& mContext;
-    std::function<void()> mOnBroken;
     pw_core* mCore = nullptr;
     spa_hook mCoreHook{};
     pw_filter* mFilter = nullptr;
     spa_hook mHook{};
     bool mBroken = false;
+    bool mOver = false;
+    LoopTimer mPause;
     std::array<Input*, kPositions> mInputs{};
     std::atomic<unsigned> mInputCount{0};  // stored by control calls (release), read by the data thread (acquire)
     std::atomic<CaptureClient*> mClient;   // stored by the destructor (release), read by the data thread (acquire)

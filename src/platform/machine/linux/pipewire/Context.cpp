@@ -5,14 +5,14 @@
 
 namespace platform::machine::pipewire {
 
-Context::Context(Loop& loop)
+Context::Context(Loop& loop) : mLoop(loop)
 {
-    if (TryConfiguration(loop, "client-rt.conf")) return;
-    if (TryConfiguration(loop, "client.conf")) {
+    if (TryConfiguration("client-rt.conf")) return;
+    if (TryConfiguration("client.conf")) {
         mShortcoming = "without client-rt.conf, so audio threads are scheduled as any other";
         return;
     }
-    GoWithoutConfiguration(loop);
+    GoWithoutConfiguration();
 }
 
 Context::~Context()
@@ -20,15 +20,15 @@ Context::~Context()
     if (mContext != nullptr) pw_context_destroy(mContext);
 }
 
-bool Context::TryConfiguration(Loop& loop, const char* file)
+bool Context::TryConfiguration(const char* file)
 {
-    mContext = pw_context_new(loop.Get(), pw_properties_new(PW_KEY_CONFIG_NAME, file, nullptr), 0);
+    mContext = pw_context_new(mLoop.Get(), pw_properties_new(PW_KEY_CONFIG_NAME, file, nullptr), 0);
     return mContext != nullptr;
 }
 
-void Context::GoWithoutConfiguration(Loop& loop)
+void Context::GoWithoutConfiguration()
 {
-    if (!TryConfiguration(loop, "null")) {
+    if (!TryConfiguration("null")) {
         mShortcoming = "PipeWire's client library could not be set up: is its installation complete?";
         return;
     }
@@ -39,10 +39,14 @@ void Context::GoWithoutConfiguration(Loop& loop)
     mShortcoming = "without PipeWire's client configuration, so audio threads are scheduled as any other";
 }
 
-void Context::WaitForDataThread()
+void Context::RunOnDataThread(const std::function<void()>& action)
 {
-    const auto nothing = [](spa_loop*, bool, uint32_t, const void*, size_t, void*) { return 0; };
-    pw_data_loop_invoke(pw_context_get_data_loop(mContext), nothing, 0, nullptr, 0, true, nullptr);
+    const auto run = [](spa_loop*, bool, uint32_t, const void*, size_t, void* given) {
+        if (const auto& todo = *static_cast<const std::function<void()>*>(given)) todo();
+        return 0;
+    };
+    pw_data_loop_invoke(pw_context_get_data_loop(mContext), run, 0, nullptr, 0, true,
+                        const_cast<std::function<void()>*>(&action));
 }
 
 }  // namespace platform::machine::pipewire

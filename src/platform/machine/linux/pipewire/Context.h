@@ -3,6 +3,7 @@
 
 #include "platform/machine/linux/pipewire/Loop.h"
 
+#include <functional>
 #include <string>
 
 struct pw_context;
@@ -20,18 +21,22 @@ public:
     /// Null where the library could not be set up at all.
     pw_context* Get() const { return mContext; }
 
-    /// Returns when the data thread has ended what it was doing at the time of the call.
+    Loop& GetLoop() const { return mLoop; }
+
+    /// Has the data thread run `action` between two cycles, and returns when it has. With nothing to do this
+    /// waits for the end of what it was doing at the time of the call.
     ///
     /// @thread any but the data thread, under the loop's lock
-    void WaitForDataThread();
+    void RunOnDataThread(const std::function<void()>& action);
 
     /// What could not be had, as the rest of a sentence; empty where all could.
     const std::string& Shortcoming() const { return mShortcoming; }
 
 private:
-    bool TryConfiguration(Loop& loop, const char* file);
-    void GoWithoutConfiguration(Loop& loop);
+    bool TryConfiguration(const char* file);
+    void GoWithoutConfiguration();
 
+    Loop& mLoop;
     pw_context* mContext = nullptr;
     std::string mShortcoming;
 };
