@@ -6,11 +6,9 @@
 #include <cerrno>
 #include <string_view>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-namespace
-{
+namespace {
 
 /// Reads to the end; nothing on an error or when there is more than `mostBytes`.
 std::optional<std::string> ReadAll(int descriptor, size_t mostBytes)

@@ -5,16 +5,15 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <set>
 #include <string_view>
 #include <system_error>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 namespace fs = std::filesystem;
 
-namespace
-{
+namespace {
 
 constexpr size_t kMostEntryBytes = 256 * 1024;
 constexpr size_t kMostEntries = 8192;
@@ -112,7 +111,7 @@ DesktopEntries::Stamps DesktopEntries::ReadStamps() const
 
 void DesktopEntries::Scan()
 {
-    mSeen.clear();
+    std::set<std::string> seen;  // identifiers: an earlier folder's entry hides a later one's
     mByPath.clear();
     mByName.clear();
     for (const fs::path& folder : mFolders) {
@@ -123,19 +122,19 @@ void DesktopEntries::Scan()
         }
         // By identifier, so that "player" comes before "player-private" and the order is everyone's.
         std::sort(files.begin(), files.end(), [](const fs::path& a, const fs::path& b) { return a.stem() < b.stem(); });
-        for (const fs::path& file : files) Add(file);
+        for (const fs::path& file : files) {
+            if (seen.insert(file.stem()).second) Add(file);
+        }
     }
 }
 
 void DesktopEntries::Add(const fs::path& file)
 {
-    const std::string identifier = file.stem();
-    if (!mSeen.emplace(identifier, true).second) return;
     const std::string text = ReadBoundedFile(file, kMostEntryBytes).value_or("");
     if (FindInKeyFile(text, kGroup, "Type") != "Application" || FindInKeyFile(text, kGroup, "Hidden") == "true") return;
     const std::string program = ProgramOfExecLine(FindInKeyFile(text, kGroup, "Exec"));
     if (program.empty()) return;
-    const Entry entry{identifier, FindInKeyFile(text, kGroup, "Name")};
+    const Entry entry{file.stem(), FindInKeyFile(text, kGroup, "Name")};
     if (const std::string path = Locate(program); !path.empty()) mByPath.emplace(path, entry);
     mByName.emplace(fs::path(program).filename(), entry);
 }

@@ -41,7 +41,6 @@ private:
     std::vector<std::filesystem::path> mProgramFolders;
     std::unique_ptr<std::mutex> mMutex = std::make_unique<std::mutex>();  // guards all below
     Stamps mStamps;
-    std::map<std::string, bool> mSeen;  // identifiers: an earlier folder's entry hides a later one's
     std::map<std::string, Entry> mByPath;
     std::map<std::string, Entry> mByName;
 };

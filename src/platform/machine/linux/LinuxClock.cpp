@@ -5,8 +5,7 @@
 #include <cerrno>
 #include <ctime>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 uint64_t LinuxClock::NowNanos()
 {

@@ -4,11 +4,9 @@
 #include <filesystem>
 #include <system_error>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-namespace
-{
+namespace {
 
 const char sInThisLibrary = 0;
 

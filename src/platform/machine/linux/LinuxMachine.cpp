@@ -9,16 +9,13 @@
 
 #include <mutex>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 std::unique_ptr<AudioServer> MakePipeWireServer();
 
-namespace
-{
+namespace {
 
-class LinuxMachine final : public Machine
-{
+class LinuxMachine final : public Machine {
 public:
     Clock& GetClock() override { return mClock; }
     Threads& GetThreads() override { return mThreads; }

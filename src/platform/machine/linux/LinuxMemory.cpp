@@ -9,11 +9,9 @@
 #include <cerrno>
 #include <charconv>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-namespace
-{
+namespace {
 
 /// Bytes that this process has locked, as the kernel counts them against the limit.
 uint64_t LockedBytes()

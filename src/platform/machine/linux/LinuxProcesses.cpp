@@ -8,11 +8,9 @@
 #include <string_view>
 #include <vector>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-namespace
-{
+namespace {
 
 constexpr size_t kMostBytes = 64 * 1024;
 

@@ -11,11 +11,9 @@
 #include <cstring>
 #include <memory>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-namespace
-{
+namespace {
 
 constexpr int kLowestPriority = 1;
 constexpr int kHighestPriority = 80;
