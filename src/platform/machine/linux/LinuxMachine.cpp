@@ -6,12 +6,11 @@
 #include "platform/machine/linux/LinuxMemory.h"
 #include "platform/machine/linux/LinuxProcesses.h"
 #include "platform/machine/linux/LinuxThreads.h"
+#include "platform/machine/linux/pipewire/PipeWireServer.h"
 
 #include <mutex>
 
 namespace platform::machine {
-
-std::unique_ptr<AudioServer> MakePipeWireServer();
 
 namespace {
 
