@@ -7,16 +7,13 @@
 
 #include <cstdint>
 
-namespace cf
-{
+namespace cf {
 
-namespace
-{
+namespace {
 
 constexpr size_t kTrailerBytes = 32;
 
-class BinaryScan
-{
+class BinaryScan {
 public:
     explicit BinaryScan(std::string_view bytes) : mBytes(bytes) {}
 
@@ -62,8 +59,10 @@ private:
                 return VisitReferences(at, count, depth);
             case 0xD:
                 return count <= mEnd && VisitReferences(at, 2 * count, depth);
+            case 0x4:
+                return CountText(at, count, 1);
             default:
-                return CountText(at, count, kind == 0x6 ? 2 : 1);
+                return CountText(at, count, kind == 0x6 ? 2 : 1) && !HasNul(at, count, kind == 0x6 ? 2 : 1);
         }
     }
 
@@ -92,6 +91,16 @@ private:
         if (count > (mEnd - at) / width || count * width > kPropertyListMaxStringBytes) return false;
         mTextBytes += count * width;
         return mTextBytes <= kPropertyListMaxBytes;
+    }
+
+    // The parser takes text for what ends at a NUL in one place and not in the next, and stops the process
+    // where the two differ.
+    bool HasNul(uint64_t at, uint64_t count, size_t width) const
+    {
+        for (uint64_t character = 0; character < count; ++character) {
+            if (Read(at + character * width, width) == 0) return true;
+        }
+        return false;
     }
 
     const std::string_view mBytes;

@@ -179,6 +179,15 @@ TEST(PropertyList, ClaimsBeyondTheFileAreRefused)
     }
 }
 
+TEST(PropertyList, TextWithANulIsRefusedAndDataMayHoldAnything)
+{
+    const std::string nul(1, '\0'), entry = "\xD1" + BigEndian(1, 4) + BigEndian(2, 4);
+    EXPECT_FALSE(IsAccepted(Binary({entry, Text("a" + nul + "b"), Text("x")})));
+    EXPECT_FALSE(IsAccepted(Binary({entry, "\x62" + nul + "a" + nul + nul, Text("x")})));
+    EXPECT_EQ(Read(Binary({entry, Text("a"), Text("x")})), "{ a = x; }");
+    EXPECT_EQ(Read(Binary({entry, Text("a"), "\x41" + nul})), "{ }") << "data is left out";
+}
+
 TEST(PropertyList, XMLWithDeclarationsOrAmbiguousMarkupIsRefused)
 {
     const std::string plain = XML("<true/>");
