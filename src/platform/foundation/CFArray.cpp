@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cassert>
 
-namespace cf
-{
+namespace cf {
 
 bool Array::IsEqual(const Object& other) const
 {

@@ -9,8 +9,7 @@
 #include <string>
 #include <utility>
 
-namespace cf
-{
+namespace cf {
 class Object;
 class String;
 class Number;
@@ -44,12 +43,10 @@ CFHashCode CFHash(CFTypeRef object);
 /// A description for people, as a string that the caller releases.
 CFStringRef CFCopyDescription(CFTypeRef object);
 
-namespace cf
-{
+namespace cf {
 
 /// The base of everything counted. A new object has one owner, who made it.
-class Object
-{
+class Object {
 public:
     Object() = default;
     Object(const Object&) = delete;
@@ -80,8 +77,7 @@ const T* As(CFTypeRef object)
 /// Owns one reference. Made by Adopt from what a Copy or Create call returned, by Share from what a Get
 /// call returned.
 template <class T>
-class Ref
-{
+class Ref {
 public:
     Ref() = default;
     static Ref Adopt(const T* object) { return Ref(object); }

@@ -10,11 +10,9 @@
 #include <cstdio>
 #include <optional>
 
-namespace
-{
+namespace {
 
-class Descriptor
-{
+class Descriptor {
 public:
     // Non-blocking, because opening a pipe would wait for its writer.
     explicit Descriptor(const std::string& path) : mNumber(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
@@ -54,8 +52,7 @@ bool IsPlainFileName(const std::string& name)
 
 }  // namespace
 
-namespace cf
-{
+namespace cf {
 
 void* Bundle::Load() const
 {

@@ -6,12 +6,10 @@
 
 #include <atomic>
 
-namespace cf
-{
+namespace cf {
 
 /// A folder, its Info.plist, and its library once that is loaded.
-class Bundle final : public Object
-{
+class Bundle final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 29;
     Bundle(std::string folder, Ref<Dictionary> info) : mFolder(std::move(folder)), mInfo(std::move(info)) {}

@@ -4,8 +4,7 @@
 #include <cassert>
 #include <functional>
 
-namespace cf
-{
+namespace cf {
 
 bool Dictionary::IsEqual(const Object& other) const
 {

@@ -5,8 +5,7 @@
 #include <functional>
 #include <limits>
 
-namespace
-{
+namespace {
 
 constexpr double kTwoTo63 = 9223372036854775808.0;
 
@@ -54,8 +53,7 @@ bool StoreReal(const cf::Number::Value& value, double& real)
 
 }  // namespace
 
-namespace cf
-{
+namespace cf {
 
 bool Number::IsEqual(const Object& other) const
 {

@@ -11,12 +11,10 @@
 #include <variant>
 #include <vector>
 
-namespace cf
-{
+namespace cf {
 
 /// Text, always valid UTF-8.
-class String final : public Object
-{
+class String final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 7;
     explicit String(std::string text) : mText(std::move(text)) {}
@@ -33,8 +31,7 @@ private:
 };
 
 /// A whole number or a real one. They are equal where their values are, whatever their kinds.
-class Number final : public Object
-{
+class Number final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 22;
     using Value = std::variant<int64_t, double>;
@@ -52,8 +49,7 @@ private:
 };
 
 /// Objects in order. Only the thread that made a mutable one may use it until it stops changing.
-class Array final : public Object
-{
+class Array final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 19;
     using Values = std::vector<Ref<Object>>;
@@ -72,8 +68,7 @@ private:
 };
 
 /// Objects by name, in the order of their names, so that descriptions repeat.
-class Dictionary final : public Object
-{
+class Dictionary final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 18;
     using Entries = std::map<std::string, Ref<Object>, std::less<>>;

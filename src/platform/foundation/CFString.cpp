@@ -5,8 +5,7 @@
 #include <mutex>
 #include <string_view>
 
-namespace
-{
+namespace {
 
 struct Utf8Lead {
     unsigned mFollowers;
@@ -50,8 +49,7 @@ bool IsUtf8(std::string_view text)
 
 }  // namespace
 
-namespace cf
-{
+namespace cf {
 
 bool String::IsEqual(const Object& other) const
 {

@@ -8,11 +8,9 @@
 #include <cstdlib>
 #include <memory>
 
-namespace cf
-{
+namespace cf {
 
-namespace
-{
+namespace {
 
 using Node = std::unique_ptr<void, decltype(&plist_free)>;
 using Text = std::unique_ptr<char, decltype(&std::free)>;

@@ -8,8 +8,7 @@
 
 #include <cstddef>
 
-namespace cf
-{
+namespace cf {
 
 constexpr size_t kPropertyListMaxBytes = size_t(1) << 20;
 

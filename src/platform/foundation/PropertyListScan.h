@@ -6,8 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace cf
-{
+namespace cf {
 
 constexpr size_t kPropertyListMaxDepth = 32;             // the outermost object has depth 1
 constexpr size_t kPropertyListMaxObjects = 65'536;       // at each mention: shared ones are copied by the parser

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 
-namespace cf
-{
+namespace cf {
 
-namespace
-{
+namespace {
 
-class XMLScan
-{
+class XMLScan {
 public:
     explicit XMLScan(std::string_view text) : mRest(text) {}
 

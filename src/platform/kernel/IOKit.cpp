@@ -7,8 +7,7 @@
 #include <map>
 #include <variant>
 
-namespace
-{
+namespace {
 
 using platform::kernel::IOService;
 using platform::kernel::IOUserClient;
@@ -33,8 +32,7 @@ private:
 };
 
 /// A user client, its service, which outlives it, and the lock that makes its calls come one at a time.
-class Connection
-{
+class Connection {
 public:
     Connection(std::shared_ptr<IOService> service, std::unique_ptr<IOUserClient> client)
         : mService(std::move(service)), mClient(std::move(client))
@@ -61,8 +59,7 @@ private:
 };
 
 /// What the numbers stand for. The lock is held for a look and no longer; nothing is destroyed under it.
-class ObjectTable
-{
+class ObjectTable {
 public:
     using Object = std::variant<std::shared_ptr<IOService>, std::shared_ptr<Iterator>, std::shared_ptr<Connection>>;
 

@@ -57,8 +57,7 @@ kern_return_t IOConnectCallMethod(io_connect_t connect, uint32_t selector, const
 kern_return_t IOConnectCallScalarMethod(io_connect_t connect, uint32_t selector, const uint64_t* scalarsIn,
                                         uint32_t scalarsInCount, uint64_t* scalarsOut, uint32_t* scalarsOutCount);
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 /// One method call as the service sees it. Counts of what comes out are room on entry, use on return.
 struct MethodCall {
@@ -75,8 +74,7 @@ struct MethodCall {
 
 /// One open connection to a service. Calls come from any thread of the client, one at a time; the
 /// destructor is the close.
-class IOUserClient
-{
+class IOUserClient {
 public:
     virtual ~IOUserClient() = default;
     virtual kern_return_t SetProperties(CFTypeRef properties) = 0;
@@ -84,8 +82,7 @@ public:
 };
 
 /// A service: a class name, properties, and connections. Its calls come from any thread, several at once.
-class IOService
-{
+class IOService {
 public:
     virtual ~IOService() = default;
     virtual const char* GetClass() const = 0;

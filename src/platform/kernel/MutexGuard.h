@@ -3,11 +3,9 @@
 
 #include "platform/kernel/Threads.h"
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
-class MutexGuard
-{
+class MutexGuard {
 public:
     explicit MutexGuard(pthread_mutex_t& mutex) : mMutex(mutex) { kernel::pthread_mutex_lock(&mMutex); }
     ~MutexGuard() { kernel::pthread_mutex_unlock(&mMutex); }

@@ -10,11 +10,9 @@
 #include <iterator>
 #include <system_error>
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
-namespace
-{
+namespace {
 
 /// Folders named "*.bundle", in the order of their names.
 std::vector<std::string> BundleFolders()

@@ -10,12 +10,10 @@
 #include <string>
 #include <vector>
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 /// All calls may come from any thread.
-class ServiceRegistry
-{
+class ServiceRegistry {
 public:
     using Services = std::vector<std::shared_ptr<IOService>>;
 
