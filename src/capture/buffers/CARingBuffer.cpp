@@ -14,9 +14,9 @@
 //    status is a behind one. A release store of the index alone orders what stands before it, not the samples
 //    after it: hence fences. On x86 they cost nothing.
 //
-// 4. The writer's own loads are relaxed: nobody else stores. Reset from the reader's side breaks that; the swap
-//    of the index then fails, so that an emptied ring is not filled again by a store which began before. What is
-//    stored in that moment may be lost.
+// 4. The writer's own loads are relaxed: nobody else stores. Nor does the index need a compare-and-swap, which with
+//    one writer is no contest, and would wait for all samples to leave the processor, twice a store: a quarter of
+//    its time. Reset from the reader's side may be undone by a store in flight, and that is accepted.
 //
 // The samples themselves are no atomics (docs/decisions/0004-ring-sample-copy.md).
 #include "capture/buffers/CARingBuffer.inl"

@@ -52,14 +52,12 @@ void BasicRingBuffer<Memory>::Reset() noexcept
 template <class Memory>
 void BasicRingBuffer<Memory>::SetTimeBounds(int64_t start, int64_t end) noexcept
 {
-    uint32_t current = mTimeBoundsQueuePtr.load(std::memory_order_relaxed);
-    const uint32_t next = current + 1;
+    const uint32_t next = mTimeBoundsQueuePtr.load(std::memory_order_relaxed) + 1;
     TimeBounds& bounds = mTimeBoundsQueue[next & kQueueMask];
     bounds.mUpdateCounter.store(next, std::memory_order_relaxed);
     bounds.mStartTime.store(start, std::memory_order_release);
     bounds.mEndTime.store(end, std::memory_order_release);
-    // Fails only where the reader's side has reset the ring meanwhile, and then the reset stands.
-    mTimeBoundsQueuePtr.compare_exchange_strong(current, next, std::memory_order_release, std::memory_order_relaxed);
+    mTimeBoundsQueuePtr.store(next, std::memory_order_release);
 }
 
 template <class Memory>

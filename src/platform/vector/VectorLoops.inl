@@ -1,4 +1,6 @@
 // The loops themselves, over whatever instruction set the including file has chosen.
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 
@@ -31,79 +33,105 @@ void Clip(const float* a, float low, float high, float* d, size_t count) noexcep
     for (size_t i = 0; i < count; ++i) d[i] = Lesser(high, Greater(low, a[i]));
 }
 
-using Lanes4 = float __attribute__((vector_size(16)));
-using Lanes8 = float __attribute__((vector_size(32)));
+// Four frames of four channels, turned over: a row is a channel before and a frame after, or the other way round.
+struct FourChannels {
+    using Lanes = float __attribute__((vector_size(16)));
+    static constexpr unsigned kChannels = 4;
 
-template <typename Lanes>
-void Load(Lanes& lanes, const float* from) noexcept
-{
-    std::memcpy(&lanes, from, sizeof lanes);
-}
-
-template <typename Lanes>
-void Save(const Lanes& lanes, float* to) noexcept
-{
-    std::memcpy(to, &lanes, sizeof lanes);
-}
-
-// Rows become columns, in steps that swap ever larger blocks: each shuffle is one instruction.
-inline void Transpose(Lanes4 (&rows)[4]) noexcept
-{
-    const Lanes4 a = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
-    const Lanes4 b = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
-    const Lanes4 c = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
-    const Lanes4 d = __builtin_shufflevector(rows[2], rows[3], 2, 6, 3, 7);
-    rows[0] = __builtin_shufflevector(a, c, 0, 1, 4, 5);
-    rows[1] = __builtin_shufflevector(a, c, 2, 3, 6, 7);
-    rows[2] = __builtin_shufflevector(b, d, 0, 1, 4, 5);
-    rows[3] = __builtin_shufflevector(b, d, 2, 3, 6, 7);
-}
-
-inline void Transpose(Lanes8 (&rows)[8]) noexcept
-{
-    Lanes8 pairs[8], quads[8];
-    for (int i = 0; i < 8; i += 2) {
-        pairs[i] = __builtin_shufflevector(rows[i], rows[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        pairs[i + 1] = __builtin_shufflevector(rows[i], rows[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    static inline void LoadChannels(Lanes& row, const float* const* channels, size_t frame) noexcept
+    {
+        std::memcpy(&row, channels[0] + frame, sizeof row);
     }
-    for (int i = 0; i < 8; i += 4) {
-        for (int half = 0; half < 2; ++half) {
-            const Lanes8 left = pairs[i + half], right = pairs[i + 2 + half];
-            quads[i + 2 * half] = __builtin_shufflevector(left, right, 0, 1, 8, 9, 4, 5, 12, 13);
-            quads[i + 2 * half + 1] = __builtin_shufflevector(left, right, 2, 3, 10, 11, 6, 7, 14, 15);
-        }
+
+    static inline void SaveChannels(const Lanes& row, float* const* channels, size_t frame) noexcept
+    {
+        std::memcpy(channels[0] + frame, &row, sizeof row);
     }
-    for (int i = 0; i < 4; ++i) {
-        rows[i] = __builtin_shufflevector(quads[i], quads[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        rows[i + 4] = __builtin_shufflevector(quads[i], quads[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+
+    static inline void Transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept
+    {
+        const Lanes ab = __builtin_shufflevector(a, b, 0, 4, 1, 5), AB = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+        const Lanes cd = __builtin_shufflevector(c, d, 0, 4, 1, 5), CD = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+        a = __builtin_shufflevector(ab, cd, 0, 1, 4, 5), b = __builtin_shufflevector(ab, cd, 2, 3, 6, 7);
+        c = __builtin_shufflevector(AB, CD, 0, 1, 4, 5), d = __builtin_shufflevector(AB, CD, 2, 3, 6, 7);
     }
+};
+
+#if defined(CORVANE_LANES_OF_EIGHT)
+// The same with two channels a row, four apart, so that no sample has to cross the middle of a row.
+struct EightChannels {
+    using Lanes = float __attribute__((vector_size(32)));
+    static constexpr unsigned kChannels = 8;
+
+    static inline void LoadChannels(Lanes& row, const float* const* channels, size_t frame) noexcept
+    {
+        FourChannels::Lanes low, high;
+        FourChannels::LoadChannels(low, channels, frame);
+        FourChannels::LoadChannels(high, channels + 4, frame);
+        row = __builtin_shufflevector(low, high, 0, 1, 2, 3, 4, 5, 6, 7);
+    }
+
+    static inline void SaveChannels(const Lanes& row, float* const* channels, size_t frame) noexcept
+    {
+        FourChannels::SaveChannels(__builtin_shufflevector(row, row, 0, 1, 2, 3), channels, frame);
+        FourChannels::SaveChannels(__builtin_shufflevector(row, row, 4, 5, 6, 7), channels + 4, frame);
+    }
+
+    static inline void Transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept
+    {
+        const Lanes ab = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+        const Lanes AB = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+        const Lanes cd = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
+        const Lanes CD = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
+        a = __builtin_shufflevector(ab, cd, 0, 1, 8, 9, 4, 5, 12, 13);
+        b = __builtin_shufflevector(ab, cd, 2, 3, 10, 11, 6, 7, 14, 15);
+        c = __builtin_shufflevector(AB, CD, 0, 1, 8, 9, 4, 5, 12, 13);
+        d = __builtin_shufflevector(AB, CD, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+};
+#endif
+
+// The group's pointers in a place of their own, which stores of samples cannot change: the loops keep them at hand.
+template <typename Group, typename Pointer>
+std::array<Pointer, Group::kChannels> Pointers(Pointer const* channels) noexcept
+{
+    std::array<Pointer, Group::kChannels> all;
+    std::copy_n(channels, Group::kChannels, all.begin());
+    return all;
 }
 
-// `kChannels` channels, `kChannels` frames at a time; returns the frames done.
-template <typename Lanes, unsigned kChannels>
-size_t InterleaveSquares(const float* const* channels, float* interleaved, size_t stride, size_t frames) noexcept
+template <typename Group>
+void InterleaveGroup(const float* const* channels, float* interleaved, size_t stride, size_t frames) noexcept
 {
-    Lanes rows[kChannels];
+    const auto all = Pointers<Group>(channels);
+    typename Group::Lanes a, b, c, d;
     size_t frame = 0;
-    for (; frame + kChannels <= frames; frame += kChannels) {
-        for (unsigned i = 0; i < kChannels; ++i) Load(rows[i], channels[i] + frame);
-        Transpose(rows);
-        for (unsigned i = 0; i < kChannels; ++i) Save(rows[i], interleaved + (frame + i) * stride);
+    for (; frame + 4 <= frames; frame += 4, interleaved += 4 * stride) {
+        Group::LoadChannels(a, &all[0], frame), Group::LoadChannels(b, &all[1], frame);
+        Group::LoadChannels(c, &all[2], frame), Group::LoadChannels(d, &all[3], frame);
+        Group::Transpose(a, b, c, d);
+        std::memcpy(interleaved, &a, sizeof a), std::memcpy(interleaved + stride, &b, sizeof b);
+        std::memcpy(interleaved + 2 * stride, &c, sizeof c), std::memcpy(interleaved + 3 * stride, &d, sizeof d);
     }
-    return frame;
+    for (; frame < frames; ++frame, interleaved += stride)
+        for (unsigned i = 0; i < Group::kChannels; ++i) interleaved[i] = channels[i][frame];
 }
 
-template <typename Lanes, unsigned kChannels>
-size_t DeinterleaveSquares(const float* interleaved, size_t stride, float* const* channels, size_t frames) noexcept
+template <typename Group>
+void DeinterleaveGroup(const float* interleaved, size_t stride, float* const* channels, size_t frames) noexcept
 {
-    Lanes rows[kChannels];
+    const auto all = Pointers<Group>(channels);
+    typename Group::Lanes a, b, c, d;
     size_t frame = 0;
-    for (; frame + kChannels <= frames; frame += kChannels) {
-        for (unsigned i = 0; i < kChannels; ++i) Load(rows[i], interleaved + (frame + i) * stride);
-        Transpose(rows);
-        for (unsigned i = 0; i < kChannels; ++i) Save(rows[i], channels[i] + frame);
+    for (; frame + 4 <= frames; frame += 4, interleaved += 4 * stride) {
+        std::memcpy(&a, interleaved, sizeof a), std::memcpy(&b, interleaved + stride, sizeof b);
+        std::memcpy(&c, interleaved + 2 * stride, sizeof c), std::memcpy(&d, interleaved + 3 * stride, sizeof d);
+        Group::Transpose(a, b, c, d);
+        Group::SaveChannels(a, &all[0], frame), Group::SaveChannels(b, &all[1], frame);
+        Group::SaveChannels(c, &all[2], frame), Group::SaveChannels(d, &all[3], frame);
     }
-    return frame;
+    for (; frame < frames; ++frame, interleaved += stride)
+        for (unsigned i = 0; i < Group::kChannels; ++i) channels[i][frame] = interleaved[i];
 }
 
 void InterleavePair(const float* left, const float* right, float* interleaved, size_t frames) noexcept
@@ -122,39 +150,37 @@ void DeinterleavePair(const float* interleaved, float* left, float* right, size_
     }
 }
 
+void InterleaveOne(const float* channel, float* interleaved, size_t stride, size_t frames) noexcept
+{
+    for (size_t frame = 0; frame < frames; ++frame) interleaved[frame * stride] = channel[frame];
+}
+
+void DeinterleaveOne(const float* interleaved, size_t stride, float* channel, size_t frames) noexcept
+{
+    for (size_t frame = 0; frame < frames; ++frame) channel[frame] = interleaved[frame * stride];
+}
+
 void Interleave(const float* const* channels, unsigned count, float* interleaved, size_t stride, size_t frames) noexcept
 {
     if (count == 2 && stride == 2) return InterleavePair(channels[0], channels[1], interleaved, frames);
-    unsigned channel = 0;
-    while (channel < count) {
-        const unsigned left = count - channel;
-        const unsigned group = left >= 8 ? 8 : left >= 4 ? 4 : 1;
-        size_t frame = 0;
-        if (group == 8) frame = InterleaveSquares<Lanes8, 8>(channels + channel, interleaved + channel, stride, frames);
-        if (group == 4) frame = InterleaveSquares<Lanes4, 4>(channels + channel, interleaved + channel, stride, frames);
-        for (; frame < frames; ++frame)
-            for (unsigned i = channel; i < channel + group; ++i) interleaved[frame * stride + i] = channels[i][frame];
-        channel += group;
-    }
+    unsigned at = 0;
+#if defined(CORVANE_LANES_OF_EIGHT)
+    for (; at + 8 <= count; at += 8) InterleaveGroup<EightChannels>(channels + at, interleaved + at, stride, frames);
+#endif
+    for (; at + 4 <= count; at += 4) InterleaveGroup<FourChannels>(channels + at, interleaved + at, stride, frames);
+    for (; at < count; ++at) InterleaveOne(channels[at], interleaved + at, stride, frames);
 }
 
 void Deinterleave(const float* interleaved, size_t stride, float* const* channels, unsigned count,
                   size_t frames) noexcept
 {
     if (count == 2 && stride == 2) return DeinterleavePair(interleaved, channels[0], channels[1], frames);
-    unsigned channel = 0;
-    while (channel < count) {
-        const unsigned left = count - channel;
-        const unsigned group = left >= 8 ? 8 : left >= 4 ? 4 : 1;
-        size_t frame = 0;
-        if (group == 8)
-            frame = DeinterleaveSquares<Lanes8, 8>(interleaved + channel, stride, channels + channel, frames);
-        if (group == 4)
-            frame = DeinterleaveSquares<Lanes4, 4>(interleaved + channel, stride, channels + channel, frames);
-        for (; frame < frames; ++frame)
-            for (unsigned i = channel; i < channel + group; ++i) channels[i][frame] = interleaved[frame * stride + i];
-        channel += group;
-    }
+    unsigned at = 0;
+#if defined(CORVANE_LANES_OF_EIGHT)
+    for (; at + 8 <= count; at += 8) DeinterleaveGroup<EightChannels>(interleaved + at, stride, channels + at, frames);
+#endif
+    for (; at + 4 <= count; at += 4) DeinterleaveGroup<FourChannels>(interleaved + at, stride, channels + at, frames);
+    for (; at < count; ++at) DeinterleaveOne(interleaved + at, stride, channels[at], frames);
 }
 
 constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave};
