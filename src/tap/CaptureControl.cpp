@@ -1,6 +1,6 @@
 #include "tap/CaptureControl.h"
 
-#include "tap/Locked.h"
+#include "platform/kernel/MutexGuard.h"
 
 namespace tap {
 
@@ -26,7 +26,7 @@ CaptureControl::~CaptureControl()
     mServer.RemoveListener(this);
     if (mStarted) {
         {
-            const Locked locked(mSignalMutex);
+            const kernel::MutexGuard guard(mSignalMutex);
             mStop = true;
         }
         kernel::pthread_cond_signal(&mSignal);
@@ -46,14 +46,14 @@ bool CaptureControl::Start()
 
 void CaptureControl::SetSilenced(bool silenced)
 {
-    const Locked locked(mCaptureMutex);
+    const kernel::MutexGuard guard(mCaptureMutex);
     for (Capture& capture : mCaptures) capture.mNode->SetSilenced(silenced);
 }
 
 void CaptureControl::OnServerChanged() noexcept
 {
     {
-        const Locked locked(mSignalMutex);
+        const kernel::MutexGuard guard(mSignalMutex);
         mChanged = true;
     }
     kernel::pthread_cond_signal(&mSignal);
@@ -69,7 +69,7 @@ void* CaptureControl::Run(void* self)
 /// @return false when it is time to end
 bool CaptureControl::WaitForChange()
 {
-    const Locked locked(mSignalMutex);
+    const kernel::MutexGuard guard(mSignalMutex);
     while (!mChanged && !mStop) kernel::pthread_cond_wait(&mSignal, &mSignalMutex);
     mChanged = false;
     return !mStop;
@@ -78,7 +78,7 @@ bool CaptureControl::WaitForChange()
 void CaptureControl::Apply()
 {
     const platform::machine::ServerSnapshot snapshot = mServer.Snapshot();
-    const Locked locked(mCaptureMutex);
+    const kernel::MutexGuard guard(mCaptureMutex);
     auto streams = mMembership.Assign(snapshot);
     for (size_t i = 0; i < mCaptures.size(); ++i) {
         if (streams[i] == mCaptures[i].mStreams) continue;
