@@ -16,11 +16,9 @@
 #include <map>
 #include <mutex>
 
-namespace support
-{
+namespace support {
 
-class FakeAudioServer final : public platform::machine::AudioServer
-{
+class FakeAudioServer final : public platform::machine::AudioServer {
 public:
     platform::machine::ServerSnapshot mSnapshot;
 
@@ -37,8 +35,7 @@ public:
     uint64_t LongestCycleNanos() override { return 0; }
 };
 
-class FakeProcesses final : public platform::machine::Processes
-{
+class FakeProcesses final : public platform::machine::Processes {
 public:
     pid_t mSelf = 999;
     std::map<pid_t, platform::machine::ProcessRecord> mTable;
@@ -57,8 +54,7 @@ public:
     }
 };
 
-class FakeThreads final : public platform::machine::LinuxThreads
-{
+class FakeThreads final : public platform::machine::LinuxThreads {
 public:
     bool mGrants = true;
 
@@ -80,8 +76,7 @@ private:
     std::map<pthread_t, platform::machine::SchedulingWish> mWishes;
 };
 
-class FakeFiles final : public platform::machine::Files
-{
+class FakeFiles final : public platform::machine::Files {
 public:
     std::string mRoot;  // stands before every well-known path
 
@@ -89,8 +84,7 @@ public:
     std::string BundleFolder() override { return mRoot + "/bundles"; }
 };
 
-class FakeMachine final : public platform::machine::Machine
-{
+class FakeMachine final : public platform::machine::Machine {
 public:
     FakeAudioServer mServer;
     FakeProcesses mProcesses;

@@ -8,11 +8,9 @@
 #include <fstream>
 #include <string>
 
-namespace support
-{
+namespace support {
 
-class FolderTree
-{
+class FolderTree {
 public:
     FolderTree()
     {

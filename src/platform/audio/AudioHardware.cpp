@@ -14,8 +14,7 @@ using platform::audio::NativeDevices;
 using platform::machine::ChannelPosition;
 using platform::machine::OutputDevice;
 
-namespace
-{
+namespace {
 
 OSStatus AnswerInfo(std::optional<UInt32> bytes, UInt32* size, Boolean* writable)
 {

@@ -5,11 +5,9 @@
 
 #include <atomic>
 
-namespace platform::audio
-{
+namespace platform::audio {
 
-namespace
-{
+namespace {
 
 constexpr uint64_t kFirstLookNanos = 2'000'000'000;
 

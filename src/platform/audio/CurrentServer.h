@@ -5,8 +5,7 @@
 
 #include "platform/machine/AudioServer.h"
 
-namespace platform::audio
-{
+namespace platform::audio {
 
 /// One look at the server. The first in a process waits for the server, two seconds at most.
 ///

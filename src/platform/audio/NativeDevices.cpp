@@ -1,7 +1,7 @@
 #include "platform/audio/NativeDevices.h"
 
 #include "platform/audio/CurrentServer.h"
-#include "platform/kernel/Threads.h"
+#include "platform/kernel/MutexGuard.h"
 
 #include <map>
 #include <string>
@@ -16,11 +16,9 @@ AudioDeviceID NumberOf(const std::string& uid)
 {
     static pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards the numbers
     static std::map<std::string, AudioDeviceID> sNumbers;
-    kernel::pthread_mutex_lock(&sMutex);
+    const kernel::MutexGuard guard(sMutex);
     const AudioDeviceID next = kFirstDevice + AudioDeviceID(sNumbers.size());
-    const AudioDeviceID number = sNumbers.try_emplace(uid, next).first->second;
-    kernel::pthread_mutex_unlock(&sMutex);
-    return number;
+    return sNumbers.try_emplace(uid, next).first->second;
 }
 
 }  // namespace

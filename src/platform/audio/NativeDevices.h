@@ -7,8 +7,7 @@
 
 #include <vector>
 
-namespace platform::audio
-{
+namespace platform::audio {
 
 struct NativeDevice {
     AudioDeviceID mID = 0;  // never 0 or 1; the same whenever a device of this UID is there

@@ -3,8 +3,7 @@
 #include "platform/machine/Machine.h"
 #include "platform/machine/Memory.h"
 
-namespace
-{
+namespace {
 
 constexpr mach_port_t kThisTask = 0x103;  // any number but 0, which names no task
 
@@ -44,8 +43,7 @@ kern_return_t vm_deallocate(mach_port_t task, vm_address_t address, vm_size_t si
     return KERN_SUCCESS;
 }
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 vm_size_t vm_page_size()
 {

@@ -7,8 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace
-{
+namespace {
 
 constexpr OSStatus kUndefinedSelector = -5551;
 constexpr SInt32 kSystemVersion = 0x1058;
@@ -34,8 +33,7 @@ OSStatus Gestalt(OSType selector, SInt32* response)
     return 0;
 }
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 pid_t getpid()
 {

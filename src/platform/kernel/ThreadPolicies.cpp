@@ -7,13 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 using machine::SchedulingWish;
 
-namespace
-{
+namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kInvalidArgument = 4;

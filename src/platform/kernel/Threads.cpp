@@ -8,15 +8,13 @@
 #include <cerrno>
 #include <limits>
 
-namespace platform::kernel
-{
+namespace platform::kernel {
 
 using machine::Machine;
 
 static_assert(EBUSY == kErrorBusy, "lock results pass unchanged");
 
-namespace
-{
+namespace {
 
 machine::Threads& CurrentThreads()
 {

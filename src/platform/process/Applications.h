@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace platform::process
-{
+namespace platform::process {
 
 /// How an application's identifier was found, best first.
 enum class IdentifierSource { SandboxID, DesktopScope, DesktopEntry, ServerProperty, Executable };

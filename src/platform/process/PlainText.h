@@ -5,8 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::process
-{
+namespace platform::process {
 
 /// `text` with every control character, and every byte that is not UTF-8, replaced by U+FFFD.
 std::string PlainText(std::string_view text);

@@ -7,12 +7,10 @@
 #include <optional>
 #include <vector>
 
-namespace platform::process
-{
+namespace platform::process {
 
 /// A view of the table that reads each row once. For one question's time, on one thread.
-class ProcessTree
-{
+class ProcessTree {
 public:
     /// The row of a process; null where there is none, for 0 and for negative numbers.
     const machine::ProcessRecord* Find(pid_t pid);

@@ -5,8 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 enum class Links { Follow, Refuse };
 

@@ -10,11 +10,9 @@
 #include <mutex>
 #include <vector>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-class DesktopEntries
-{
+class DesktopEntries {
 public:
     /// Entries are those of `dataFolders`' "applications", an earlier folder's before a later one's. Programs
     /// that an entry names without a path are looked for in `programFolders`.

@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <ctime>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 inline timespec HostTimespec(uint64_t nanos)
 {

@@ -3,11 +3,9 @@
 
 #include "platform/machine/Clock.h"
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-class LinuxClock final : public Clock
-{
+class LinuxClock final : public Clock {
 public:
     uint64_t NowNanos() override;
     void SleepUntil(uint64_t nanos) override;

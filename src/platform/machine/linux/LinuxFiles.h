@@ -3,11 +3,9 @@
 
 #include "platform/machine/Files.h"
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-class LinuxFiles final : public Files
-{
+class LinuxFiles final : public Files {
 public:
     std::string Resolve(const std::string& wellKnownPath) override;
     /// The folder "corvane" beside the library that this code is in: the same in a build and installed.

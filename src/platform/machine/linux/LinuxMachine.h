@@ -5,8 +5,7 @@
 
 #include <memory>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 /// The machine that every process stands on unless another was installed. Connects to nothing yet: the
 /// audio server is reached when GetAudioServer is first called.

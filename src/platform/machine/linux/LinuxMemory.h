@@ -6,11 +6,9 @@
 #include <atomic>
 #include <cstdint>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-class LinuxMemory final : public Memory
-{
+class LinuxMemory final : public Memory {
 public:
     size_t PageBytes() override;
     void* Allocate(size_t bytes) override;

@@ -7,11 +7,9 @@
 #include "platform/machine/Processes.h"
 #include "platform/machine/linux/DesktopEntries.h"
 
-namespace platform::machine
-{
+namespace platform::machine {
 
-class LinuxProcesses final : public Processes
-{
+class LinuxProcesses final : public Processes {
 public:
     /// The table of the running system.
     LinuxProcesses();

@@ -6,16 +6,14 @@
 
 #include <atomic>
 
-namespace platform::machine
-{
+namespace platform::machine {
 
 /// The fixed priority for a level: 1 for 0, 80 for 1, a step each 1/79. The audio server's own threads run
 /// at 88, and nothing of ours may keep them waiting.
 int FixedPriorityForLevel(float level);
 float LevelForFixedPriority(int priority);
 
-class LinuxThreads : public Threads
-{
+class LinuxThreads : public Threads {
 public:
     int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override;
     int Join(pthread_t thread, void** result) override;
