@@ -1,0 +1,117 @@
+// TapFixture: a tap on a scripted service, and what its callback was given.
+#pragma once
+
+#include "avcapture/AVCaptureCorvane.h"
+#include "support/ScriptedMachine.h"
+#include "support/ScriptedTapService.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+inline AudioStreamBasicDescription FloatFormat(double rate = 44100, uint32_t channels = 2)
+{
+    return {rate,
+            kAudioFormatLinearPCM,
+            kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
+            channels * 4,
+            1,
+            channels * 4,
+            channels,
+            32,
+            0};
+}
+
+inline AudioStreamBasicDescription Int16Format(uint32_t flags = 0)
+{
+    return {44100,
+            kAudioFormatLinearPCM,
+            kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked | flags,
+            4,
+            1,
+            4,
+            2,
+            16,
+            0};
+}
+
+inline cf::Ref<cf::Object> Number(int32_t value)
+{
+    return cf::Ref<cf::Object>::Adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
+}
+
+inline cf::Ref<cf::Array> Array(std::vector<CFTypeRef> values)
+{
+    return cf::Ref<cf::Array>::Adopt(CFArrayCreate(kCFAllocatorDefault, values.data(), CFIndex(values.size())));
+}
+
+/// What a chunk was delivered with.
+struct Delivered {
+    std::vector<uint8_t> mBytes;
+    uint32_t mFrames;
+    uint64_t mTimeUS;
+
+    float FloatAt(size_t sample) const
+    {
+        float value;
+        std::memcpy(&value, mBytes.data() + sample * 4, 4);
+        return value;
+    }
+};
+
+class TapFixture : public testing::Test {
+protected:
+    TapFixture()
+    {
+        mService->mVersion = Number(2);
+        mDetails.audioFormat = FloatFormat();
+    }
+    ~TapFixture() override
+    {
+        mTap.reset();
+        EXPECT_EQ(mService->mClients, 0);
+        EXPECT_EQ(mMachine.GetMemory().mBytes, mBytesBefore);
+        platform::kernel::WithdrawServices();
+    }
+
+    int32_t Create(const cf::Ref<cf::Array>& devices = Array({CFSTR("speakers")}),
+                   const cf::Ref<cf::Array>& processes = {}, bool translated = false)
+    {
+        AVCaptureCorvane* tap = nullptr;
+        const int32_t error = AVCaptureCorvane::CreateWithCallback(&tap, Take, mUserData, mDetails, devices.Get(),
+                                                                   processes.Get(), mFlags, translated);
+        mTap.reset(tap);
+        EXPECT_EQ(tap == nullptr, error != 0);
+        return error;
+    }
+
+    /// A tap whose reader stands at the writer, with no thread of its own.
+    void CreateAtWriter()
+    {
+        ASSERT_EQ(Create(), 0);
+        mTap->MoveToWriter();
+    }
+
+    support::ScriptedMachine& mMachine = support::ScriptedMachine::Get();
+    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
+    size_t mBytesBefore = mMachine.GetMemory().mBytes;
+    AVCaptureDetails mDetails;
+    unsigned int mFlags = kAVCaptureLowLatencyAudio;
+    void* mUserData = this;
+    std::vector<Delivered> mDelivered;
+    std::function<int()> mOnChunk = [] { return 0; };  // after the chunk was kept
+    std::unique_ptr<AVCaptureCorvane> mTap;
+
+private:
+    static int Take(void* self, const void* samples, uint32_t bytes, uint32_t frames, uint64_t timeUS,
+                    AudioStreamBasicDescription format)
+    {
+        auto& fixture = *static_cast<TapFixture*>(self);
+        const auto* from = static_cast<const uint8_t*>(samples);
+        EXPECT_EQ(format.mFormatFlags, fixture.mDetails.audioFormat.mFormatFlags);
+        fixture.mDelivered.push_back({{from, from + bytes}, frames, timeUS});
+        return fixture.mOnChunk();
+    }
+};
