@@ -5,7 +5,7 @@
 //
 // Periods grow as the stamps come in: a sixteenth of a second at first, so that good stamps give a rate within
 // a second, then twice as long each time that all 32 are full, up to a second. Longer ones (a crystal drifts
-// meanwhile) are used only while the slope is not known well.
+// meanwhile) are used only where scatter is what keeps the slope from being known well.
 #include "platform/vector/ClockFollower.h"
 
 #include <algorithm>
@@ -54,6 +54,7 @@ struct Regression {
     double mSlope = 0;
     double mSpreadX = 0;  // sum of squares about the mean
     double mScatter = 0;  // of one point about the line, seconds
+    double mTurn = 0;     // how much steeper the later half is than the earlier
     unsigned mUsed = 0;
 
     double Beyond(double x, double y) const noexcept { return y - mMeanY - mSlope * (x - mMeanX); }
@@ -117,7 +118,17 @@ Regression RobustLine(const Points& points) noexcept
         used = next;
         line = LeastSquares(points, used);
     }
+    const Used earlier((uint64_t{1} << points.mCount / 2) - 1);
+    line.mTurn = LeastSquares(points, used & ~earlier).mSlope - LeastSquares(points, used & earlier).mSlope;
     return line;
+}
+
+/// How much the slope changes while it is going to be held, or between the halves where those are longer. Stamps
+/// that a server has smoothed scatter little while its own filter still swings; it shows in this alone.
+double TurnInASecond(const Regression& line, const Points& points) noexcept
+{
+    const double halfSeconds = (points.mX[points.mCount - 1] - points.mX[0]) / 2;
+    return std::isnan(line.mTurn) ? 1 : std::abs(line.mTurn) / std::min(halfSeconds, 1.0);
 }
 
 }  // namespace
@@ -149,6 +160,7 @@ void ClockFollower::Forget(double nominalHz) noexcept
     mPeriodNanos = kFirstPeriodNanos;
     mIsOpen = false;
     mScalarError = 1;
+    mLongerHelps = false;
     mPhaseErrorSeconds = 1;
     mKnown = false;
     mHeldScalar = 1.0;
@@ -203,8 +215,7 @@ void ClockFollower::TakeIntoPeriod(const Stamp& stamp) noexcept
 void ClockFollower::ClosePeriod() noexcept
 {
     if (mClosed == kPeriods) {
-        const bool longer =
-            mPeriodNanos < kUsualPeriodNanos || (mPeriodNanos < kLongestPeriodNanos && mScalarError > kGoodError);
+        const bool longer = mPeriodNanos < kUsualPeriodNanos || (mPeriodNanos < kLongestPeriodNanos && mLongerHelps);
         if (longer)
             MergePeriods();
         else
@@ -241,7 +252,10 @@ void ClockFollower::Fit() noexcept
 
     // Few points may scatter little by chance, and they are looked at again and again until they do.
     const double sigmas = 5 + 25.0 / (line.mUsed - 2);
-    const double error = sigmas * line.mScatter / std::sqrt(line.mSpreadX);
+    const double scattered = sigmas * line.mScatter / std::sqrt(line.mSpreadX);
+    const double turned = TurnInASecond(line, points);
+    const double error = std::max(scattered, turned);
+    mLongerHelps = scattered > std::max(turned, kGoodError);
     if (mKnown && error > kKnownError) return;  // a bad minute: what is known stays
 
     mScalarError = error;

@@ -89,6 +89,7 @@ private:
     Line mLine;
     double mScalarError = 1;        // how far mLine.mScalar may lie off, or 1 where that cannot be told
     double mPhaseErrorSeconds = 1;  // how far the line's newest end scatters
+    bool mLongerHelps = false;      // whether longer periods would bring that down
     bool mKnown = false;
 
     // What is handed out: a line since mHeldNanos.

@@ -115,6 +115,43 @@ TEST(ClockFollower, NeverClaimsToKnowARateThatIsOffByTwoPPM)
     EXPECT_LT(knownAfter[60], 25);
 }
 
+TEST(ClockFollower, IsNotFooledByStampsWhoseOwnFilterStillSwings)
+{
+    for (const double startPPM : {-100.0, -20.0, 20.0, 100.0}) {
+        for (const double settling : {0.3, 1.0, 3.0}) {  // seconds
+            ClockFollower follower;
+            follower.Start(kHz, 0, kStartNanos);
+            for (int64_t frames = 0; frames < 90 * 48000; frames += 256) {
+                const double seconds = static_cast<double>(frames) / kHz;
+                const double swing = startPPM * 1e-6 * settling * (std::exp(-seconds / settling) - 1);
+                follower.AddStamp(frames, kStartNanos + static_cast<uint64_t>(1e9 + (seconds + swing) * 1e9));
+                if (!follower.IsKnown()) continue;
+                ASSERT_LT(std::abs(follower.MeasuredScalar() - 1), 2e-6)
+                    << startPPM << ' ' << settling << ' ' << seconds;
+            }
+            EXPECT_TRUE(follower.IsKnown()) << startPPM << " " << settling;
+        }
+    }
+}
+
+TEST(ClockFollower, ABadMinuteAndALateServerLeaveTheRateAlone)
+{
+    Driver driver(80, 512, OnTime, 3);
+    double worst = 0;
+    const auto runTo = [&](double seconds) {
+        for (; driver.Seconds() < seconds; driver.Cycle())
+            if (driver.mFollower.IsKnown())
+                worst = std::max(worst, std::abs(driver.RateErrorPPM(driver.mFollower.MeasuredScalar())));
+    };
+    runTo(30);
+    driver.mLate = [](std::mt19937& random) { return random() % 64 * 1e-3; };
+    runTo(90);
+    driver.mLate = [](std::mt19937&) { return 5e-3; };  // and 5 ms late for good
+    runTo(240);
+    EXPECT_LT(worst, 2);
+    EXPECT_NEAR(driver.PhaseError(), -5e-3 * kHz, 0.1);
+}
+
 TEST(ClockFollower, HandsOutFloatsASecondAtATimeWhoseRoundingIsCarriedOn)
 {
     Driver driver(123.456789, 512, OnTime, 1);

@@ -1,0 +1,168 @@
+#include "platform/machine/simulated/Scenario.h"
+
+#include "platform/machine/simulated/Unseen.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace platform::machine::simulated {
+
+namespace {
+
+SimulatedMachine& InstallOne()
+{
+    auto machine = std::make_unique<SimulatedMachine>();
+    SimulatedMachine& installed = *machine;
+    Machine::Install(std::move(machine));
+    return installed;
+}
+
+uint64_t Nanos(nanoseconds length)
+{
+    return static_cast<uint64_t>(std::max<int64_t>(0, length.count()));
+}
+
+}  // namespace
+
+// ---- Happening
+
+Happening& Happening::Script(std::string line, std::function<void()> action)
+{
+    mMachine.GetAgenda().At(mNanos, nullptr, [&machine = mMachine, line = std::move(line), action = std::move(action)] {
+        machine.GetTrace().Add(line);
+        const Unseen unseen;
+        action();
+    });
+    return *this;
+}
+
+Happening& Happening::plug(Output& output)
+{
+    return Script(output.UID() + " plugged", [&world = mMachine.GetWorld(), &output] { world.Plug(output); });
+}
+
+Happening& Happening::unplug(Output& output)
+{
+    return Script(output.UID() + " unplugged", [&world = mMachine.GetWorld(), &output] { world.Unplug(output); });
+}
+
+Happening& Happening::makeDefault(Output& output)
+{
+    return Script(output.UID() + " is the default", [&world = mMachine.GetWorld(), &output] { world.Choose(output); });
+}
+
+Happening& Happening::rate(Output& output, uint32_t hertz)
+{
+    return Script(output.UID() + " at " + std::to_string(hertz) + " Hz", [&output, hertz] { output.rate(hertz); });
+}
+
+Happening& Happening::quantum(Output& output, uint32_t frames)
+{
+    return Script(output.UID() + " at quantum " + std::to_string(frames),
+                  [&output, frames] { output.quantum(frames); });
+}
+
+Happening& Happening::crystal(Output& output, double ppm)
+{
+    return Script(output.UID() + " off by " + std::to_string(ppm) + " ppm", [&output, ppm] { output.crystal(ppm); });
+}
+
+Happening& Happening::start(Stream& stream)
+{
+    return Script(stream.Name() + " plays",
+                  [&world = mMachine.GetWorld(), &stream] { world.SetPlaying(stream, true); });
+}
+
+Happening& Happening::stop(Stream& stream)
+{
+    return Script(stream.Name() + " stops",
+                  [&world = mMachine.GetWorld(), &stream] { world.SetPlaying(stream, false); });
+}
+
+Happening& Happening::move(Stream& stream, Output& output)
+{
+    return Script(stream.Name() + " moves to " + output.UID(),
+                  [&world = mMachine.GetWorld(), &stream, &output] { world.Move(stream, &output); });
+}
+
+Happening& Happening::end(Application& application)
+{
+    return Script(application.Name() + " ends",
+                  [&world = mMachine.GetWorld(), &application] { world.End(application); });
+}
+
+Happening& Happening::serverDown()
+{
+    return Script("server down", [&world = mMachine.GetWorld()] { world.SetServerUp(false); });
+}
+
+Happening& Happening::serverUp()
+{
+    return Script("server up", [&world = mMachine.GetWorld()] { world.SetServerUp(true); });
+}
+
+Happening& Happening::stall(const std::string& thread, nanoseconds length)
+{
+    const uint64_t until = mNanos + Nanos(length);
+    return Script(thread + " stalls",
+                  [&gate = mMachine.GetGate(), thread, until] { gate.Stall(thread.c_str(), until); });
+}
+
+Happening& Happening::stepClock(nanoseconds length)
+{
+    const uint64_t step = Nanos(length);
+    return Script("clock steps by " + std::to_string(step) + " ns", [&machine = mMachine, step] {
+        machine.GetGate().StepClock(step);
+        machine.GetAudioServer().Shift(step);
+    });
+}
+
+Happening& Happening::call(std::function<void()> action)
+{
+    mMachine.GetAgenda().At(mNanos, nullptr, std::move(action));
+    return *this;
+}
+
+// ---- Scenario
+
+Scenario::Scenario() : mMachine(InstallOne())
+{
+    mMachine.Start();
+}
+
+Scenario::~Scenario()
+{
+    mMachine.Stop();
+}
+
+Application& Scenario::application(std::string name, pid_t pid, pid_t parent, std::string executable)
+{
+    return mMachine.GetWorld().AddApplication(std::move(name), pid, parent, std::move(executable));
+}
+
+Happening Scenario::at(nanoseconds sinceStart)
+{
+    return {mMachine, kStartNanos + Nanos(sinceStart)};
+}
+
+void Scenario::lateWakeups(nanoseconds most, uint64_t seed)
+{
+    mMachine.GetGate().WakeLate(Nanos(most), seed);
+}
+
+void Scenario::runUntil(nanoseconds sinceStart)
+{
+    mMachine.GetClock().SleepUntil(kStartNanos + Nanos(sinceStart));
+}
+
+void Scenario::runFor(nanoseconds length)
+{
+    runUntil(now() + length);
+}
+
+nanoseconds Scenario::now() const
+{
+    return nanoseconds(mMachine.GetGate().NowNanos() - kStartNanos);
+}
+
+}  // namespace platform::machine::simulated

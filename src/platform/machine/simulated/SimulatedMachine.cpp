@@ -1,0 +1,28 @@
+#include "platform/machine/simulated/SimulatedMachine.h"
+
+namespace platform::machine::simulated {
+
+void SimulatedClock::SleepUntil(uint64_t nanos)
+{
+    while (mGate.NowNanos() < nanos) mGate.Block(WaitFor::Time, nullptr, nanos);
+}
+
+SimulatedMachine::SimulatedMachine()
+{
+    mProcesses.Spawn({.mPID = 1, .mName = "init"});
+    mProcesses.Spawn({.mPID = SimulatedProcesses::kSelf, .mParent = 1, .mName = "corvane"});
+}
+
+void SimulatedMachine::Start()
+{
+    mAgenda.Start();
+    mServer.Start();
+}
+
+void SimulatedMachine::Stop()
+{
+    mServer.Stop();
+    mAgenda.Stop();
+}
+
+}  // namespace platform::machine::simulated

@@ -1,0 +1,250 @@
+#include "platform/machine/simulated/SimulatedServer.h"
+
+#include "platform/machine/simulated/Gate.h"
+#include "platform/machine/simulated/SimulatedCapture.h"
+#include "platform/machine/simulated/SimulatedThreads.h"
+#include "platform/machine/simulated/Unseen.h"
+#include "platform/machine/simulated/World.h"
+
+#include <algorithm>
+
+namespace platform::machine::simulated {
+
+SimulatedServer::SimulatedServer(Gate& gate, SimulatedThreads& threads, World& world)
+    : mGate(gate), mThreads(threads), mWorld(world)
+{
+    mWorld.mOnChange = [this] { OnWorldChanged(); };
+    mWorld.mOnCycle = [this](Driver& driver) { OnCycle(driver); };
+}
+
+SimulatedServer::~SimulatedServer() = default;
+
+void SimulatedServer::Start()
+{
+    mStarted = mThreads.CreatePunctual(&mControl, "control", RunControl, this) == 0;
+}
+
+void SimulatedServer::Stop()
+{
+    if (!mStarted) return;
+    {
+        const Unseen unseen;
+        mStop = true;
+    }
+    mGate.WakeAll(&mControl);
+    mThreads.Join(mControl, nullptr);
+    mStarted = false;
+}
+
+// ---- Looks at the server
+
+ServerSnapshot SimulatedServer::Snapshot()
+{
+    const Unseen unseen;
+    ServerSnapshot snapshot;
+    snapshot.mGeneration = mGeneration;
+    snapshot.mConnected = mWorld.IsServerUp();
+    for (const auto& output : mWorld.Outputs())
+        if (output->Number()) snapshot.mOutputs.push_back(output->mDevice);
+    for (const auto& stream : mWorld.Streams())
+        if (stream->Number()) snapshot.mStreams.push_back(stream->mStream);
+    if (const Output* chosen = mWorld.Default()) snapshot.mDefaultOutput = chosen->Number();
+    return snapshot;
+}
+
+bool SimulatedServer::WaitUntilReady(uint64_t deadlineNanos)
+{
+    const Unseen unseen;
+    while (!mWorld.IsServerUp() && mGate.NowNanos() < deadlineNanos) mGate.Block(WaitFor::Work, &mWorld, deadlineNanos);
+    return mWorld.IsServerUp();
+}
+
+std::string SimulatedServer::Describe()
+{
+    const Unseen unseen;
+    return mWorld.IsServerUp() ? "connected to the simulated server"
+                               : "the simulated server is away: script its return";
+}
+
+// ---- Listeners
+
+void SimulatedServer::AddListener(ServerListener* listener)
+{
+    auto listening = std::make_shared<Listening>();
+    listening->mListener = listener;
+    listening->mAdded.store(1, std::memory_order_release);
+    const Unseen unseen;
+    mListeners.push_back(std::move(listening));
+}
+
+void SimulatedServer::RemoveListener(ServerListener* listener)
+{
+    std::shared_ptr<Listening> listening;
+    {
+        const Unseen unseen;
+        const auto found = std::ranges::find(mListeners, listener, [](const auto& each) { return each->mListener; });
+        if (found == mListeners.end()) return;
+        listening = *found;
+        mListeners.erase(found);
+        while (mTelling == listening.get()) mGate.Block(WaitFor::Work, &mTelling);
+    }
+    static_cast<void>(listening->mTold.load(std::memory_order_acquire));
+}
+
+void* SimulatedServer::RunControl(void* self)
+{
+    auto& server = *static_cast<SimulatedServer*>(self);
+    while (server.WaitForChange()) server.Tell();
+    return nullptr;
+}
+
+/// @return false when it is time to end
+bool SimulatedServer::WaitForChange()
+{
+    const Unseen unseen;
+    while (!mStop && mToldGeneration == mGeneration) mGate.Block(WaitFor::Work, &mControl);
+    mToldGeneration = mGeneration;
+    return !mStop;
+}
+
+void SimulatedServer::Tell()
+{
+    for (const auto& listening : CopyListeners()) {
+        {
+            const Unseen unseen;
+            if (std::ranges::find(mListeners, listening) == mListeners.end()) continue;
+            mTelling = listening.get();
+        }
+        static_cast<void>(listening->mAdded.load(std::memory_order_acquire));
+        listening->mListener->OnServerChanged();
+        listening->mTold.store(1, std::memory_order_release);
+        const Unseen unseen;
+        mTelling = nullptr;
+        mGate.WakeAll(&mTelling);
+    }
+}
+
+std::vector<std::shared_ptr<SimulatedServer::Listening>> SimulatedServer::CopyListeners()
+{
+    const Unseen unseen;
+    return mListeners;
+}
+
+void SimulatedServer::OnWorldChanged()
+{
+    Settle();
+    ++mGeneration;
+    mGate.WakeAll(&mControl);
+    mGate.WakeAll(&mWorld);
+}
+
+void SimulatedServer::Shift(uint64_t nanos)
+{
+    mWorld.Shift(nanos);
+    for (SimulatedCapture* capture : mCaptures) capture->Hole().Shift(nanos);
+}
+
+// ---- Captures
+
+std::unique_ptr<CaptureNode> SimulatedServer::OpenCapture(const std::string& uid, const std::string&,
+                                                          CaptureClient& client)
+{
+    return std::make_unique<SimulatedCapture>(*this, mGate, uid, client);
+}
+
+void SimulatedServer::Add(SimulatedCapture* capture)
+{
+    mCaptures.push_back(capture);
+}
+
+void SimulatedServer::Remove(SimulatedCapture* capture)
+{
+    std::erase(mCaptures, capture);
+    Settle();
+}
+
+void SimulatedServer::Settle()
+{
+    PlaceStreams();
+    RunHoles();
+}
+
+/// A stream at home on an output plays into the hole of the first capture of that output that silences it.
+void SimulatedServer::PlaceStreams()
+{
+    for (const auto& stream : mWorld.Streams()) {
+        Output* home = stream->mHome = mWorld.PlaceOf(*stream);
+        stream->mDriver = home ? &home->mDriver : nullptr;
+        stream->mStream.mOutputs.clear();
+        if (!home) continue;
+        stream->mStream.mOutputs.push_back(home->Number());
+        const auto silencer = std::ranges::find_if(mCaptures, [&](const auto* capture) {
+            return capture->UID() == home->UID() && capture->Silences(*stream);
+        });
+        if (silencer != mCaptures.end()) stream->mDriver = &(*silencer)->Hole();
+    }
+}
+
+/// A hole has a clock while something plays into it.
+void SimulatedServer::RunHoles()
+{
+    for (SimulatedCapture* capture : mCaptures) {
+        Driver& hole = capture->Hole();
+        const Output* home = mWorld.Find(capture->UID());
+        const bool needed =
+            std::ranges::any_of(mWorld.Streams(), [&](const auto& each) { return each->mDriver == &hole; });
+        if (!needed) {
+            hole.Stop();
+            continue;
+        }
+        hole.mSettings.mRateHz = home->mDriver.mSettings.mRateHz;
+        hole.mSettings.mQuantumFrames = home->mDriver.mSettings.mQuantumFrames;
+        if (!hole.IsRunning()) hole.Start(mWorld.NewNumber());
+    }
+}
+
+Driver* SimulatedServer::DriverOf(const SimulatedCapture& capture) const
+{
+    const Output* home = mWorld.Find(capture.UID());
+    if (!home) return nullptr;
+    for (const auto& stream : mWorld.Streams()) {
+        if (stream->mHome == home && stream->mDriver != &home->mDriver && capture.Captures(*stream))
+            return stream->mDriver;
+    }
+    return const_cast<Driver*>(&home->mDriver);
+}
+
+// ---- Cycles
+
+void SimulatedServer::OnCycle(Driver& driver)
+{
+    std::vector<SimulatedCapture*> captures;
+    {
+        const Unseen unseen;
+        PlayStreams(driver);
+        std::ranges::copy_if(mCaptures, std::back_inserter(captures),
+                             [&](const auto* capture) { return DriverOf(*capture) == &driver; });
+    }
+    // Rendering never blocks, so that no capture goes meanwhile.
+    for (SimulatedCapture* capture : captures) capture->Render(driver, mWorld.Streams());
+}
+
+void SimulatedServer::PlayStreams(Driver& driver)
+{
+    const unsigned frames = driver.Now().mSettings.mQuantumFrames;
+    for (const auto& stream : mWorld.Streams()) {
+        if (stream->mDriver != &driver || !stream->mStream.mPlaying) continue;
+        stream->Play(frames);
+        LetHear(*stream, driver);
+        stream->mFrame += frames;
+    }
+}
+
+void SimulatedServer::LetHear(Stream& stream, const Driver& driver)
+{
+    if (&driver != &stream.mHome->mDriver) return;
+    stream.mHeardFrames += driver.Now().mSettings.mQuantumFrames;
+    if (stream.mListener) stream.mListener({*stream.mHome, driver.Now().mHostNanos, stream.mFrame, stream.mSamples});
+}
+
+}  // namespace platform::machine::simulated

@@ -1,0 +1,174 @@
+// World: what the simulated audio server deals with: outputs, applications, their streams, and where each
+// stream plays.
+// Why: the rules a desktop follows when devices come and go stand here, apart from the port. A stream plays on
+// the output that it wishes for while that is there, and on the default output otherwise; the default is the
+// one that was chosen while that is there, and the first one otherwise.
+// Start at Output and Application; a Scenario makes them and moves them about.
+#pragma once
+
+#include "platform/machine/AudioServer.h"
+#include "platform/machine/simulated/Driver.h"
+#include "platform/machine/simulated/Signal.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace platform::machine::simulated {
+
+class SimulatedProcesses;
+class World;
+
+/// An output device, plugged in from its making. The verbs set it up, before its first cycle or later; they take
+/// effect with the next cycle.
+class Output {
+public:
+    Output(World& world, std::string uid);
+
+    Output& named(std::string name);
+    Output& rate(uint32_t hertz);
+    Output& quantum(uint32_t frames);
+    Output& channels(std::vector<ChannelPosition> positions);
+    /// Its crystal is off by so many millionths; above 0: fast.
+    Output& crystal(double ppm);
+    /// What it says of its crystal. 1 unless set: it does not know.
+    Output& saidRateScalar(double scalar);
+    /// Each cycle runs, and is stamped, up to `most` late.
+    Output& jitter(std::chrono::nanoseconds most);
+    /// Is away until it is plugged in.
+    Output& absent();
+
+    const std::string& UID() const { return mDevice.mUID; }
+    /// The server's number for it now; 0 while it is away.
+    uint32_t Number() const { return mDevice.mID; }
+
+private:
+    friend class World;
+    friend class SimulatedServer;
+
+    World& mWorld;
+    OutputDevice mDevice;
+    bool mPlugged = true;
+    Driver mDriver;
+};
+
+/// What reached the speakers of one stream in one cycle.
+struct HeardCycle {
+    const Output& mOutput;
+    uint64_t mHostNanos;
+    uint64_t mFirstFrame;  // of the stream
+    std::span<const std::vector<float>> mChannels;
+};
+
+/// One stream of an application. Its frames are consumed one after another, whoever's clock asks for them.
+class Stream {
+public:
+    using Listener = std::function<void(const HeardCycle&)>;
+
+    Stream& channels(std::vector<ChannelPosition> positions);
+    /// Is there but does not play yet.
+    Stream& stopped();
+    /// Calls `listener` on the data thread with all that is heard of it.
+    Stream& heardBy(Listener listener);
+
+    /// Frames that its application had to provide so far.
+    uint64_t PlayedFrames() const { return mFrame; }
+    /// Those of them that came out of some output's speakers.
+    uint64_t HeardFrames() const { return mHeardFrames; }
+    /// The server's number for it now; 0 while it is not there.
+    uint32_t Number() const { return mStream.mID; }
+    /// Its application's.
+    const std::string& Name() const { return mStream.mApplicationName; }
+
+private:
+    friend class Application;
+    friend class World;
+    friend class SimulatedServer;
+    friend class SimulatedCapture;
+
+    void Play(unsigned frames);
+
+    World* mWorld = nullptr;
+    PlaybackStream mStream;
+    Signal mSignal;
+    Output* mWish = nullptr;  // null: whatever is the default
+    Listener mListener;
+    uint64_t mFrame = 0;
+    uint64_t mHeardFrames = 0;
+    Output* mHome = nullptr;                   // where it is heard, or would be if it were not silenced
+    Driver* mDriver = nullptr;                 // whose cycles consume it
+    std::vector<std::vector<float>> mSamples;  // of the cycle that runs, a channel each
+};
+
+/// A process that may play.
+class Application {
+public:
+    Application(World& world, std::string name, pid_t pid) : mWorld(world), mName(std::move(name)), mPID(pid) {}
+
+    /// Begins to play `signal`, on `output` or else on the default one.
+    Stream& plays(Signal signal, Output* output = nullptr);
+    Stream& plays(Signal signal, Output& output) { return plays(std::move(signal), &output); }
+    /// What it tells the server of itself.
+    Application& identifier(std::string id);
+
+    pid_t PID() const { return mPID; }
+    const std::string& Name() const { return mName; }
+
+private:
+    friend class World;
+
+    World& mWorld;
+    std::string mName;
+    std::string mIdentifier;
+    pid_t mPID;
+};
+
+class World {
+public:
+    World(Agenda& agenda, SimulatedProcesses& processes) : mAgenda(agenda), mProcesses(processes) {}
+
+    std::function<void()> mOnChange;        // something changed; called by whoever changed it
+    std::function<void(Driver&)> mOnCycle;  // on the data thread
+
+    Output& AddOutput(std::string uid);
+    Application& AddApplication(std::string name, pid_t pid, pid_t parent, std::string executable);
+    Stream& AddStream(Stream stream);
+
+    void Plug(Output& output);
+    void Unplug(Output& output);
+    void Choose(Output& output);
+    void Move(Stream& stream, Output* output);
+    void SetPlaying(Stream& stream, bool playing);
+    /// The process ends, and with it its streams.
+    void End(Application& application);
+    /// The server goes, or comes back with other numbers for everything.
+    void SetServerUp(bool up);
+    /// All clocks stood still for so long.
+    void Shift(uint64_t nanos);
+
+    void Changed() { mOnChange(); }
+    bool IsServerUp() const { return mServerUp; }
+    Output* Default() const;
+    Output* Find(const std::string& uid) const;
+    Output* PlaceOf(const Stream& stream) const;
+    uint32_t NewNumber() { return mNextNumber++; }
+    Agenda& GetAgenda() { return mAgenda; }
+    std::span<const std::unique_ptr<Output>> Outputs() const { return mOutputs; }
+    std::span<const std::unique_ptr<Stream>> Streams() const { return mStreams; }
+
+private:
+    void Bring(Output& output);
+    void Take(Output& output);
+
+    Agenda& mAgenda;
+    SimulatedProcesses& mProcesses;
+    std::vector<std::unique_ptr<Output>> mOutputs;
+    std::vector<std::unique_ptr<Application>> mApplications;
+    std::vector<std::unique_ptr<Stream>> mStreams;
+    Output* mChosen = nullptr;
+    bool mServerUp = true;
+    uint32_t mNextNumber = 31;
+};
+
+}  // namespace platform::machine::simulated
