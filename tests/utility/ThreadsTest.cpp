@@ -1,0 +1,220 @@
+// Mutex, guard, thread and host time, on the running system's machine.
+#include "platform/kernel/Threads.h"
+#include "utility/CAException.h"
+#include "utility/CAGuard.h"
+#include "utility/CAHostTimeBase.h"
+#include "utility/CAPThread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+
+namespace {
+
+namespace kernel = platform::kernel;
+
+// Runs `work` on another thread, and waits for it.
+void OnAnotherThread(std::function<void()> work)
+{
+    pthread_t thread;
+    const auto entry = [](void* argument) -> void* {
+        (*static_cast<std::function<void()>*>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(kernel::pthread_create(&thread, nullptr, entry, &work), 0);
+    ASSERT_EQ(kernel::pthread_join(thread, nullptr), 0);
+}
+
+TEST(CAMutex, TheOutermostLockAloneTakesAndUnlocks)
+{
+    CAMutex mutex("test");
+    EXPECT_TRUE(mutex.Lock());
+    EXPECT_FALSE(mutex.Lock());
+    bool needsUnlock = true;
+    EXPECT_TRUE(mutex.Try(needsUnlock));
+    EXPECT_FALSE(needsUnlock);
+    EXPECT_FALSE(mutex.IsFree());
+    mutex.Unlock();
+    EXPECT_TRUE(mutex.IsFree());
+    mutex.Unlock();
+    {
+        const CAMutex::Scope outer(mutex);
+        {
+            const CAMutex::Scope inner(mutex);
+        }
+        EXPECT_TRUE(mutex.IsOwnedByCurrentThread());
+    }
+    EXPECT_TRUE(mutex.IsFree());
+}
+
+TEST(CAMutex, AnotherThreadNeitherTakesNorFreesIt)
+{
+    CAMutex mutex("test");
+    mutex.Lock();
+    OnAnotherThread([&mutex] {
+        bool needsUnlock = true;
+        EXPECT_FALSE(mutex.Try(needsUnlock));
+        EXPECT_FALSE(needsUnlock);
+        EXPECT_FALSE(mutex.IsOwnedByCurrentThread());
+        mutex.Unlock();
+    });
+    EXPECT_TRUE(mutex.IsOwnedByCurrentThread());
+    mutex.Unlock();
+    OnAnotherThread([&mutex] {
+        bool needsUnlock = false;
+        EXPECT_TRUE(mutex.Try(needsUnlock));
+        EXPECT_TRUE(needsUnlock);
+        mutex.Unlock();
+    });
+}
+
+TEST(CAGuard, WaitingWithoutOwningItThrowsOne)
+{
+    CAGuard guard("test");
+    const auto errorOf = [](auto wait) {
+        try {
+            wait();
+        } catch (const CAException& exception) {
+            return exception.GetError();
+        }
+        return OSStatus(0);
+    };
+    EXPECT_EQ(errorOf([&guard] { guard.Wait(); }), 1);
+    EXPECT_EQ(errorOf([&guard] { guard.WaitFor(5); }), 1);
+}
+
+TEST(CAGuard, TimedWaitsEndNoSoonerThanAskedAndLeaveTheGuardOwned)
+{
+    CAGuard guard("test");
+    const CAMutex::Scope scope(guard);
+    EXPECT_TRUE(guard.WaitFor(0));
+    EXPECT_TRUE(guard.WaitUntil(CAHostTimeBase::GetCurrentTimeInNanos() - 1));
+    const uint64_t start = CAHostTimeBase::GetCurrentTimeInNanos();
+    while (!guard.WaitUntil(start + 2'000'000)) {
+    }
+    EXPECT_GE(CAHostTimeBase::GetCurrentTimeInNanos(), start + 2'000'000);
+    while (!guard.WaitFor(1'000'000'001)) {
+    }
+    EXPECT_GE(CAHostTimeBase::GetCurrentTimeInNanos(), start + 1'002'000'001);
+    EXPECT_TRUE(guard.IsOwnedByCurrentThread());
+}
+
+TEST(CAGuard, NotifyHandsTheGuardToAWaiterAndBack)
+{
+    struct Shared {
+        CAGuard mGuard{"test"};
+        int mTurn = 0;
+    } shared;
+    const auto takeTurn = [](void* argument) -> void* {
+        auto& [guard, turn] = *static_cast<Shared*>(argument);
+        const CAMutex::Scope scope(guard);
+        turn = 1;
+        guard.NotifyAll();
+        return nullptr;
+    };
+    CAPThread other(takeTurn, &shared, 31, false, false);
+    {
+        const CAMutex::Scope scope(shared.mGuard);
+        other.Start();
+        while (shared.mTurn == 0) shared.mGuard.Wait();
+        EXPECT_TRUE(shared.mGuard.IsOwnedByCurrentThread());
+    }
+    while (other.IsRunning()) sched_yield();
+}
+
+struct Counted {
+    std::atomic<int> mRuns{0}, mDeletions{0};
+    CAGuard mGuard{"counted"};
+
+    void WaitUntil(std::function<bool()> done)
+    {
+        const CAMutex::Scope scope(mGuard);
+        while (!done()) mGuard.Wait();
+    }
+    void Tell(std::atomic<int>& counter)
+    {
+        const CAMutex::Scope scope(mGuard);
+        ++counter;
+        mGuard.NotifyAll();
+    }
+};
+
+void* CountARun(void* counted)
+{
+    auto* const self = static_cast<Counted*>(counted);
+    self->Tell(self->mRuns);
+    return nullptr;
+}
+
+class Tracked final : public CAPThread {
+public:
+    Tracked(Routine entry, Counted& counted) : CAPThread(entry, &counted, 31, false, true, "tracked"), mCounted(counted)
+    {
+    }
+    ~Tracked() override { mCounted.Tell(mCounted.mDeletions); }
+
+private:
+    Counted& mCounted;
+};
+
+TEST(CAPThread, AThreadThatDeletesItselfIsGoneAfterItsWork)
+{
+    static Counted sCounted;  // the last to touch it is a detached thread
+    for (int turn = 1; turn <= 20; ++turn) {
+        (new Tracked(CountARun, sCounted))->Start();
+        sCounted.WaitUntil([turn] { return sCounted.mDeletions == turn; });
+        EXPECT_EQ(sCounted.mRuns, turn);
+    }
+}
+
+TEST(CAPThread, NothingLeavesTheThreadNotEvenAnException)
+{
+    static Counted sCounted;
+    (new Tracked([](void*) -> void* { throw CAException(5); }, sCounted))->Start();
+    sCounted.WaitUntil([] { return sCounted.mDeletions == 1; });
+}
+
+TEST(CAPThread, StartingTwiceStartsOneThreadAndAfterItsEndAnother)
+{
+    static Counted sCounted;
+    static std::atomic<bool> sMayEnd;
+    CAPThread thread(
+        [](void* argument) -> void* {
+            CountARun(argument);
+            sCounted.WaitUntil([] { return sMayEnd.load(); });
+            return nullptr;
+        },
+        &sCounted, 1'000'000, 100'000, 1'000'000, true, false, "twice");
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_EQ(thread.GetScheduledPriority(), 0u);
+    thread.Start();
+    thread.Start();
+    sCounted.WaitUntil([] { return sCounted.mRuns > 0; });
+    EXPECT_TRUE(thread.IsRunning());
+    EXPECT_FALSE(thread.IsCurrentThread());
+    EXPECT_GT(thread.GetScheduledPriority(), 0u);
+    thread.SetPriority(31, false);
+    sMayEnd = true;
+    while (thread.IsRunning()) {
+        const CAMutex::Scope scope(sCounted.mGuard);
+        sCounted.mGuard.NotifyAll();
+    }
+    EXPECT_EQ(sCounted.mRuns, 1);
+    thread.Start();
+    sCounted.WaitUntil([] { return sCounted.mRuns == 2; });
+    while (thread.IsRunning()) sched_yield();
+}
+
+TEST(CAHostTimeBase, ConversionsAreExactBelow2To53AndReachTheTopHalfOfTheRange)
+{
+    for (const uint64_t nanos : {uint64_t{0}, uint64_t{1}, uint64_t{1'000'000'000'000'007}, (uint64_t{1} << 53) - 1,
+                                 uint64_t{1} << 63, (uint64_t{1} << 63) + 4096}) {
+        EXPECT_EQ(CAHostTimeBase::ConvertToNanos(nanos), nanos);
+        EXPECT_EQ(CAHostTimeBase::ConvertFromNanos(nanos), nanos);
+    }
+    EXPECT_EQ(CAHostTimeBase::ConvertToNanos(UINT64_MAX), UINT64_MAX);
+    EXPECT_EQ(CAHostTimeBase::GetFrequency() * CAHostTimeBase::GetInverseFrequency(), 1.0);
+}
+
+}  // namespace
