@@ -21,6 +21,7 @@ endif()
 
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/archive)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)  # a copied build works where it lies
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 # corvane_room(<name> LINKS <targets> SOURCES <files>): a static room above the platform line.
@@ -30,16 +31,22 @@ function(corvane_room name)
   target_link_libraries(corvane-${name} PUBLIC corvane-options ${ROOM_LINKS})
 endfunction()
 
-# corvane_test(<name> LINKS <targets> SOURCES <files> [SERIAL] [TIMEOUT s]): one GoogleTest program; each case a CTest test.
+# A GoogleTest program at <build>/tests/test-<name>.
+function(corvane_test_program name)
+  cmake_parse_arguments(T "" "" "LINKS;SOURCES" ${ARGN})
+  add_executable(test-${name} ${T_SOURCES})
+  target_include_directories(test-${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(test-${name} PRIVATE corvane-options ${T_LINKS} GTest::gtest_main GTest::gmock)
+  set_target_properties(test-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+endfunction()
+
+# corvane_test(<name> LINKS <targets> SOURCES <files> [TIMEOUT s]): each case of the program is a CTest test.
 function(corvane_test name)
   cmake_parse_arguments(T "SERIAL" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 120)
   endif()
-  add_executable(test-${name} ${T_SOURCES})
-  target_include_directories(test-${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(test-${name} PRIVATE corvane-options ${T_LINKS} GTest::gtest_main GTest::gmock)
-  set_target_properties(test-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  corvane_test_program(${name} LINKS ${T_LINKS} SOURCES ${T_SOURCES})
   set(properties TIMEOUT ${T_TIMEOUT} LABELS "${T_LABELS}")
   if(T_SERIAL)
     list(APPEND properties RUN_SERIAL ON)
@@ -47,4 +54,13 @@ function(corvane_test name)
   gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
 endfunction()
 
-include(${CMAKE_CURRENT_LIST_DIR}/Bundle.cmake)
+# corvane_desktop_test(<name> LINKS <targets> SOURCES <files>): one CTest test for the program, on a private
+# PipeWire, with nothing else running beside it.
+function(corvane_desktop_test name)
+  cmake_parse_arguments(T "" "" "LINKS;SOURCES" ${ARGN})
+  corvane_test_program(${name} LINKS corvane-desktop-support ${T_LINKS} SOURCES ${T_SOURCES})
+  add_dependencies(test-${name} corvane-test-app)
+  add_test(NAME Desktop.${name}
+    COMMAND ${PROJECT_SOURCE_DIR}/scripts/run-desktop-test ${PROJECT_BINARY_DIR} tests/test-${name})
+  set_tests_properties(Desktop.${name} PROPERTIES LABELS desktop RUN_SERIAL ON TIMEOUT 600)
+endfunction()

@@ -48,7 +48,9 @@ void CatchStopSignals()
     action.sa_handler = [](int number) { sStopSignal = number; };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is a write error like any other
+    // A reader that went away and a limit on sizes are write errors like any other.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool ProcessExists(pid_t pid)

@@ -16,7 +16,7 @@ enum class SampleFormat { Float32, Signed24, Signed16 };
 /// Bytes of one sample in the file.
 unsigned BytesPerSample(SampleFormat format);
 
-/// The header of a file that holds `frames` frames: 80 bytes, of the 64-bit form where 32 bits do not suffice.
+/// The header of a file that holds `frames` frames: 94 bytes, of the 64-bit form where 32 bits do not suffice.
 ///
 /// @param endless  the sizes say "until the end", for a stream that cannot be written anew
 std::vector<uint8_t> MakeWavHeader(SampleFormat format, unsigned channels, unsigned rateHz, uint64_t frames,

@@ -1,0 +1,291 @@
+// "corvane record" and "corvane list" on a private PipeWire, as a person would use them.
+#include "desktop/CommandRun.h"
+#include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
+#include "support/SpeakerProbe.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <signal.h>
+
+#include <fstream>
+
+namespace desktop {
+namespace {
+
+using support::CheckCounter;
+using support::ChildProcess;
+using support::CounterReport;
+using support::PrivatePipeWire;
+
+constexpr unsigned kRateHz = 48000;
+constexpr size_t kFrameBytes = 2 * sizeof(float);
+#ifdef CORVANE_SANITIZED
+constexpr unsigned kLongSeconds = 10;
+#else
+constexpr unsigned kLongSeconds = 60;
+#endif
+
+class RecordTest : public ::testing::Test {
+protected:
+    ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
+    {
+        more.insert(more.end(), {"--name", name, "--counter"});
+        return mPipeWire.Play(more);
+    }
+    std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
+
+    PrivatePipeWire mPipeWire;
+};
+
+std::vector<float> Negated(std::vector<float> samples)
+{
+    for (float& sample : samples) sample = -sample;
+    return samples;
+}
+
+// The left channel counts up, the right one down, and both say the same.
+void ExpectUnbrokenCounter(const Recording& recording, size_t atLeastFrames)
+{
+    const CounterReport left = CheckCounter(recording.Channel(0));
+    const CounterReport right = CheckCounter(Negated(recording.Channel(1)));
+    EXPECT_EQ(left.mBreaks, 0u) << "first at frame " << left.mFirstBreak;
+    EXPECT_EQ(right.mBreaks, 0u) << "first at frame " << right.mFirstBreak;
+    EXPECT_EQ(left.mLeadingSilence, right.mLeadingSilence);
+    EXPECT_GE(left.mFrames, atLeastFrames);
+}
+
+TEST_F(RecordTest, TakesEveryFrameOfOneApplicationBitForBitAndNoneOfAnother)
+{
+    mPipeWire.SetQuantum(1024);
+    auto chosen = PlayCounter("chosen");
+    auto other = PlayCounter("other");
+    CommandRun run({"record", "--json", "--source", "app:chosen", "-d", std::to_string(kLongSeconds), File()});
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const auto result = nlohmann::json::parse(run.Output());
+    EXPECT_EQ(result["frames"], kLongSeconds * kRateHz);
+    EXPECT_EQ(result["frames_lost"], 0);
+    EXPECT_EQ(result["frames_dropped"], 0);
+    const Recording recording = ReadRecording(File());
+    EXPECT_EQ(recording.mRateHz, int(kRateHz));
+    EXPECT_EQ(recording.Frames(), size_t(kLongSeconds) * kRateHz);
+    ExpectUnbrokenCounter(recording, recording.Frames() - kRateHz);
+}
+
+TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
+{
+    auto tone = mPipeWire.Play({"--name", "tone", "--frequency", "997", "--amplitude", "0.5"});
+    auto other = mPipeWire.Play({"--name", "other", "--frequency", "440", "--amplitude", "0.9"});
+    CommandRun run({"record", "--source", "app:tone", "-d", "4", File()});
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const Recording recording = ReadRecording(File());
+    for (unsigned channel : {0u, 1u}) {
+        const std::vector<float> samples = recording.Channel(channel);
+        const auto fit = support::FitSine(std::span(samples).subspan(kRateHz, 2 * kRateHz), 997, kRateHz);
+        EXPECT_NEAR(fit.mAmplitude, 0.5, 1e-6);
+        EXPECT_LT(fit.mResidualDB, -140);
+        EXPECT_LT(support::LevelDB(samples, 440, kRateHz), -100);
+    }
+}
+
+TEST_F(RecordTest, KeepsTheDialogueOfAFilm)
+{
+    mPipeWire.LoadSink("surround", "FL FR FC LFE RL RR");
+    mPipeWire.SetDefaultSink("surround");
+    auto film = mPipeWire.Play({"--name", "film", "--positions", "FC", "--target", "surround", "--amplitude", "0.5"});
+    CommandRun run({"record", "--source", "app:film", "-d", "2", File()});
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const Recording recording = ReadRecording(File());
+    for (unsigned channel : {0u, 1u}) {
+        const std::vector<float> samples = recording.Channel(channel);
+        const auto fit = support::FitSine(std::span(samples).subspan(kRateHz, kRateHz / 2), 440, kRateHz);
+        EXPECT_NEAR(fit.mAmplitude, 0.5 * 0.70710678, 1e-5);
+    }
+}
+
+TEST_F(RecordTest, FollowsAProcessesDescendantsAndChoosesByOutput)
+{
+    auto browser = PlayCounter("browser", {"--child"});
+    CommandRun byParent({"record", "--source", "pid:" + std::to_string(browser.ID()), "-d", "2", File("a.wav")});
+    ASSERT_EQ(byParent.Wait(), 0) << byParent.Errors();
+    ExpectUnbrokenCounter(ReadRecording(File("a.wav")), kRateHz);
+
+    auto elsewhere = PlayCounter("elsewhere", {"--target", "headset"});
+    CommandRun fromHeadset({"record", "--from", "headset", "-d", "2", File("b.wav")});
+    ASSERT_EQ(fromHeadset.Wait(), 0) << fromHeadset.Errors();
+    ExpectUnbrokenCounter(ReadRecording(File("b.wav")), kRateHz);
+
+    CommandRun everything(
+        {"record", "--source", "system", "--from", "speakers", "--from", "headset", "-d", "1", File("c.wav")});
+    EXPECT_EQ(everything.Wait(), 0) << everything.Errors();
+    EXPECT_GT(CheckCounter(ReadRecording(File("c.wav")).Channel(0)).mBreaks, 0u) << "a sum of two counters is none";
+}
+
+TEST_F(RecordTest, ChangesOfQuantumCostNoFrame)
+{
+    mPipeWire.SetQuantum(256);
+    auto chosen = PlayCounter("chosen");
+    CommandRun run({"record", "--source", "app:chosen", "-d", "5", File()});
+    unsigned quantum = 1024;
+    for (const unsigned seconds : {1u, 2u, 3u}) {
+        WaitForSize(File(), size_t(seconds) * kRateHz * kFrameBytes);
+        mPipeWire.SetQuantum(quantum);
+        quantum = quantum == 1024 ? 128 : 2048;
+    }
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    ExpectUnbrokenCounter(ReadRecording(File()), 3 * kRateHz);
+}
+
+TEST_F(RecordTest, AStoppedRecorderNeverHoldsUpAnApplication)
+{
+    for (const unsigned quantum : {256u, 1024u}) {
+        mPipeWire.SetQuantum(quantum);
+        auto chosen = PlayCounter("chosen");
+        support::SpeakerProbe speakers("speakers");
+        ASSERT_TRUE(speakers.BecomesAudible());
+        CommandRun run({"record", "--force", "--source", "app:chosen", "-d", "20", File()});
+        WaitForSize(File(), kRateHz * kFrameBytes);
+        run.Signal(SIGSTOP);
+        const std::vector<float> heard = speakers.Next(2 * kRateHz);
+        run.Signal(SIGCONT);
+        EXPECT_EQ(CheckCounter(heard).mBreaks, 0u) << "at quantum " << quantum;
+        run.Signal(SIGINT);
+        EXPECT_EQ(run.Wait(), 0) << run.Errors();
+    }
+}
+
+TEST_F(RecordTest, GoesOnInSilenceWhileTheServerIsAway)
+{
+    auto chosen = PlayCounter("chosen");
+    CommandRun run({"record", "--source", "pid:" + std::to_string(getpid()), "-d", "6", File()});
+    WaitForSize(File(), kRateHz * kFrameBytes);
+    chosen.End(SIGKILL);
+    mPipeWire.Kill();
+    run.WaitForError("away");
+    mPipeWire.Start();
+    run.WaitForError("back");
+    auto again = PlayCounter("again");
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const std::vector<float> left = ReadRecording(File()).Channel(0);
+    EXPECT_EQ(left.size(), 6u * kRateHz) << "the time that passed, whatever came";
+    EXPECT_NE(left[kRateHz / 2], 0) << "sound before";
+    EXPECT_NE(left.back(), 0) << "and after";
+}
+
+TEST_F(RecordTest, GoesOnWhenItsApplicationDiesAndWhenItsOutputIsUnplugged)
+{
+    mPipeWire.LoadSink("dock");
+    auto chosen = PlayCounter("chosen", {"--target", "dock"});
+    auto dying = PlayCounter("dying", {"--target", "headset"});
+    CommandRun run({"record", "--source", "system", "--from", "dock", "--from", "headset", "-d", "6", File()});
+    WaitForSize(File(), kRateHz * kFrameBytes);
+    dying.End(SIGKILL);
+    WaitForSize(File(), 2 * kRateHz * kFrameBytes);
+    chosen.End(SIGKILL);
+    mPipeWire.UnloadSink("dock");
+    WaitForSize(File(), 3 * kRateHz * kFrameBytes);
+    mPipeWire.LoadSink("dock");
+    auto again = PlayCounter("again", {"--target", "dock"});
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const std::vector<float> left = ReadRecording(File()).Channel(0);
+    EXPECT_EQ(left.size(), 6u * kRateHz);
+    EXPECT_EQ(CheckCounter(std::span(left).subspan(left.size() - kRateHz / 2)).mBreaks, 0u)
+        << "the sink was taken up again";
+}
+
+TEST_F(RecordTest, TheFileSurvivesWhateverEndsTheProgram)
+{
+    auto chosen = PlayCounter("chosen");
+    for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
+        CommandRun run({"record", "--force", "--source", "app:chosen", File()});
+        WaitForSize(File(), 2 * kRateHz * kFrameBytes);
+        run.Signal(number);
+        EXPECT_EQ(run.Wait(), number == SIGKILL ? 128 + SIGKILL : 0) << run.Errors();
+        const Recording recording = ReadRecording(File());
+        EXPECT_GE(recording.Frames(), kRateHz) << "up to the last second, signal " << number;
+        EXPECT_EQ(CheckCounter(recording.Channel(0)).mBreaks, 0u);
+    }
+}
+
+TEST_F(RecordTest, AFullDiskIsToldAndWhatWasRecordedStaysReadable)
+{
+    auto chosen = PlayCounter("chosen");
+    CommandRun run({"record", "--source", "app:chosen", File()}, "ulimit -f 500");
+    EXPECT_EQ(run.Wait(), 1);
+    EXPECT_NE(run.Errors().find(File()), std::string::npos) << run.Errors();
+    EXPECT_GE(ReadRecording(File()).Frames(), 20'000u);
+}
+
+TEST_F(RecordTest, StandardOutputGetsAStream)
+{
+    auto chosen = PlayCounter("chosen");
+    CommandRun run({"record", "--source", "app:chosen", "-f", "s16", "-d", "1", "-"});
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    EXPECT_EQ(run.Output().size(), 94 + kRateHz * 4u) << "a header, then the frames, and nothing else";
+    EXPECT_EQ(run.Output().substr(0, 4), "RIFF");
+    EXPECT_NE(run.Errors().find("frames lost: 0"), std::string::npos) << run.Errors();
+}
+
+TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
+{
+    auto chosen = PlayCounter("chosen");
+    std::ofstream(File("there.wav")) << "precious";
+    struct Case {
+        std::vector<std::string> mArguments;
+        int mCode;
+        std::string mSays;
+    };
+    const Case cases[] = {
+        {{"record", "--source", "app:chosn", File()}, 4, "app:chosen"},
+        {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
+        {{"record", "--from", "speaker", File()}, 4, "speakers"},
+        {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
+        {{"record", "-r", "fast", File()}, 2, "'fast'"},
+        {{"record", "-d", "soon", File()}, 2, "'soon'"},
+        {{"record", "-f", "mp3", File()}, 2, "'mp3'"},
+        {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},
+        {{"record"}, 2, "file"},
+        {{"record", File("there.wav")}, 2, "--force"},
+        {{"record", "-d", "1", mPipeWire.Folder() + "/nowhere/a.wav"}, 1, "nowhere/a.wav"},
+    };
+    for (const Case& c : cases) {
+        CommandRun run(c.mArguments);
+        EXPECT_EQ(run.Wait(), c.mCode) << c.mSays << ": " << run.Errors();
+        EXPECT_NE(run.Errors().find(c.mSays), std::string::npos) << run.Errors();
+        EXPECT_FALSE(std::filesystem::exists(File())) << "nothing is left behind: " << c.mSays;
+    }
+    mPipeWire.Kill();
+    CommandRun alone({"record", File()});
+    EXPECT_EQ(alone.Wait(), 3) << alone.Errors();
+    EXPECT_NE(alone.Errors().find("pipewire-0"), std::string::npos) << alone.Errors();
+}
+
+TEST_F(RecordTest, ListsWhatThereIs)
+{
+    auto chosen = PlayCounter("chosen");
+    auto browser = PlayCounter("browser", {"--child"});
+    CommandRun apps({"list", "apps", "--json"});
+    ASSERT_EQ(apps.Wait(), 0) << apps.Errors();
+    const auto list = nlohmann::json::parse(apps.Output())["applications"];
+    ASSERT_EQ(list.size(), 2u) << apps.Output();
+    EXPECT_EQ(list[0]["name"], "browser");
+    EXPECT_EQ(list[0]["pid"], browser.ID()) << "the topmost process stands for its helper";
+    EXPECT_EQ(list[0]["helpers"].size(), 1u);
+    EXPECT_EQ(list[1]["name"], "chosen");
+    EXPECT_EQ(list[1]["playing"], true);
+    EXPECT_EQ(list[1]["identifier_source"], "executable");
+    EXPECT_NE(list[1]["path"].get<std::string>().find("corvane-test-app"), std::string::npos);
+
+    CommandRun outputs({"list", "outputs", "--json"});
+    ASSERT_EQ(outputs.Wait(), 0) << outputs.Errors();
+    const auto devices = nlohmann::json::parse(outputs.Output())["outputs"];
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[0]["uid"], "speakers");
+    EXPECT_EQ(devices[0]["default"], true);
+    EXPECT_EQ(devices[0]["channels"], 2);
+    EXPECT_EQ(devices[0]["rate"], 48000);
+}
+
+}  // namespace
+}  // namespace desktop
