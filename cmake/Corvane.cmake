@@ -3,6 +3,8 @@
 # The build tree has the shape of an installation, so that the program finds its library and its bundles
 # by the same relative paths in both: <build>/corvane, <build>/lib/*.so, <build>/lib/corvane/*.bundle.
 
+include(${CMAKE_CURRENT_LIST_DIR}/Bundle.cmake)
+
 find_program(CCACHE ccache)
 if(CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})

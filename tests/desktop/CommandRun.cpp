@@ -14,6 +14,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 namespace desktop {
 
