@@ -1,0 +1,295 @@
+#include "platform/machine/simulated/Scenario.h"
+#include "support/Forked.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <cmath>
+
+namespace platform::machine::simulated {
+
+using namespace std::chrono_literals;
+using support::ExpectForked;
+using support::Forked;
+using support::RunForked;
+using testing::HasSubstr;
+
+namespace {
+
+/// Keeps what a capture is given.
+struct Recorder final : CaptureClient {
+    void Render(const CaptureCycle& cycle) noexcept override
+    {
+        mCycles.push_back(cycle);
+        mCycles.back().mChannels = {};
+        mPositions.clear();
+        for (const CaptureCycle::Channel& channel : cycle.mChannels) mPositions.push_back(channel.mPosition);
+        if (!cycle.mChannels.empty()) {
+            const float* left = cycle.mChannels.front().mSamples;
+            mLeft.insert(mLeft.end(), left, left + cycle.mFrames);
+        }
+    }
+
+    /// How many samples are not the successor of the one before.
+    size_t Breaks() const
+    {
+        size_t breaks = 0;
+        for (size_t i = 1; i < mLeft.size(); ++i) breaks += mLeft[i] != mLeft[i - 1] + 1;
+        return breaks;
+    }
+
+    std::vector<CaptureCycle> mCycles;
+    std::vector<ChannelPosition> mPositions;  // of the last cycle
+    std::vector<float> mLeft;
+};
+
+/// Takes a snapshot whenever it is told to, and notes it.
+struct Watcher final : ServerListener {
+    explicit Watcher(Scenario& scenario) : mScenario(scenario) { Server().AddListener(this); }
+    ~Watcher() { Server().RemoveListener(this); }
+    SimulatedServer& Server() { return mScenario.machine().GetAudioServer(); }
+
+    void OnServerChanged() noexcept override
+    {
+        const ServerSnapshot now = Server().Snapshot();
+        std::string line = now.mConnected ? "connected" : "away";
+        for (const PlaybackStream& stream : now.mStreams) {
+            line += ", " + stream.mApplicationName + (stream.mPlaying ? " plays on " : " stopped on ");
+            for (const OutputDevice& output : now.mOutputs)
+                if (stream.mOutputs == std::vector{output.mID}) line += output.mUID;
+        }
+        mScenario.trace().Add(line);
+    }
+
+    Scenario& mScenario;
+};
+
+struct Taken {
+    Recorder mRecorder;
+    std::unique_ptr<CaptureNode> mNode;
+};
+
+void Take(Scenario& s, const std::string& uid, const Stream& stream, Taken& taken)
+{
+    if (!taken.mNode) taken.mNode = s.machine().GetAudioServer().OpenCapture(uid, "recorder", taken.mRecorder);
+    taken.mNode->SetStreams(std::vector{stream.Number()});
+}
+
+}  // namespace
+
+TEST(Server, ACrystalThatIsOffShowsInTheStampsForAnHourAndInNothingElse)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& speakers = s.output("speakers").rate(48000).quantum(1024).crystal(+300);
+        Recorder recorder;
+        auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
+        s.runUntil(1h);
+        const CaptureCycle& first = recorder.mCycles.front();
+        for (const CaptureCycle& cycle : recorder.mCycles) {
+            const auto frames = static_cast<double>(cycle.mSampleTime - first.mSampleTime);
+            const auto nanos = static_cast<double>(cycle.mHostNanos - kStartNanos);
+            ASSERT_NEAR(nanos, frames / (48000 * 1.0003) * 1e9, 1);
+            ASSERT_EQ(cycle.mRateScalar, 1);
+            ASSERT_EQ(cycle.mRateHz, 48000u);
+            ASSERT_EQ(cycle.mClockID, speakers.Number());
+        }
+        EXPECT_EQ(recorder.mCycles.size(), static_cast<size_t>(std::ceil(3600 * 48000 * 1.0003 / 1024)));
+    });
+}
+
+TEST(Server, AStreamsFramesFollowOnEachOtherThroughEveryChangeOfItsClock)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& speakers = s.output("speakers").quantum(256).jitter(2ms);
+        auto& headset = s.output("headset").quantum(1024).crystal(-300);
+        auto& game = s.application("game", 200).plays(Counter(), speakers);
+        auto& other = s.application("other", 201).plays(Counter(), speakers);
+        Taken onSpeakers, onHeadset;
+        Take(s, "speakers", game, onSpeakers);
+        s.at(1s).quantum(speakers, 1024).crystal(speakers, 300);
+        s.at(2s).rate(speakers, 44100);
+        s.runUntil(3s);
+        onSpeakers.mNode->SetSilenced(true);
+        const uint64_t heard = game.HeardFrames();
+        const uint32_t ownClock = onSpeakers.mRecorder.mCycles.back().mClockID;
+        s.runUntil(4s);
+        EXPECT_EQ(game.HeardFrames(), heard);
+        EXPECT_EQ(other.HeardFrames(), other.PlayedFrames());
+        EXPECT_NE(onSpeakers.mRecorder.mCycles.back().mClockID, ownClock);
+        onSpeakers.mNode->SetSilenced(false);
+        s.runUntil(5s);
+        EXPECT_EQ(onSpeakers.mRecorder.mCycles.back().mClockID, ownClock);
+        EXPECT_GT(game.HeardFrames(), heard + 40000);
+        EXPECT_EQ(onSpeakers.mRecorder.mCycles.back().mRateHz, 44100u);
+        EXPECT_EQ(onSpeakers.mRecorder.Breaks(), 0u);
+
+        const size_t before = onSpeakers.mRecorder.mLeft.size();
+        s.at(5s).move(game, headset);
+        s.runFor(1ns);
+        Take(s, "headset", game, onHeadset);
+        s.runUntil(6s);
+        ASSERT_FALSE(onHeadset.mRecorder.mLeft.empty());
+        EXPECT_EQ(onHeadset.mRecorder.Breaks(), 0u);
+        EXPECT_GE(onSpeakers.mRecorder.mLeft.size(), before);
+        EXPECT_EQ(onHeadset.mRecorder.mLeft.back(), static_cast<float>(game.PlayedFrames() - 1));
+    });
+}
+
+TEST(Server, ACaptureIsTheSumOfItsStreamsByPosition)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& speakers = s.output("speakers");
+        auto& stereo = s.application("music", 200).plays(Counter(), speakers);
+        auto& centre = s.application("film", 201).plays(Counter(), speakers);
+        centre.channels({ChannelPosition::FrontLeft, ChannelPosition::FrontCenter});
+        Recorder recorder;
+        auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
+        s.runUntil(100ms);
+        EXPECT_TRUE(recorder.mPositions.empty());
+        const auto played = static_cast<float>(stereo.PlayedFrames());
+        capture->SetStreams(std::vector{stereo.Number(), centre.Number(), 9999u});
+        s.runUntil(200ms);
+        EXPECT_EQ(recorder.mPositions,
+                  (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontRight, ChannelPosition::FrontCenter}));
+        ASSERT_GT(recorder.mLeft.size(), 1024u);
+        for (size_t i = 0; i < recorder.mLeft.size(); ++i)
+            ASSERT_EQ(recorder.mLeft[i], 2 * (played + static_cast<float>(i)));
+        s.at(200ms).stop(stereo);
+        s.runUntil(300ms);
+        EXPECT_EQ(recorder.mPositions, (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontCenter}));
+        s.at(300ms).stop(centre);
+        s.runUntil(400ms);
+        EXPECT_TRUE(recorder.mPositions.empty());
+    });
+}
+
+TEST(Server, DevicesStreamsAndTheServerComeAndGoAsScriptedOnEveryRunAlike)
+{
+    const auto tell = [] {
+        Scenario s;
+        auto& speakers = s.output("speakers");
+        auto& headset = s.output("headset").absent();
+        auto& game = s.application("game", 200);
+        auto& music = game.plays(Counter(), speakers);
+        auto& film = s.application("film", 201).plays(Tone(440));
+        Watcher watcher(s);
+        s.at(1s).plug(headset).makeDefault(headset);
+        s.at(2s).unplug(speakers);
+        s.at(3s).plug(speakers);
+        s.at(4s).stop(film);
+        s.at(5s).serverDown();
+        s.at(6s).serverUp();
+        s.at(7s).end(game);
+        s.runUntil(4s);
+        const uint32_t number = music.Number(), output = speakers.Number();
+        const uint64_t played = music.PlayedFrames();
+        s.runUntil(5500ms);
+        EXPECT_FALSE(watcher.Server().WaitUntilReady(kStartNanos + 5'900'000'000));
+        EXPECT_TRUE(watcher.Server().WaitUntilReady(kStartNanos + 9'000'000'000));
+        EXPECT_EQ(s.now(), 6s);
+        EXPECT_NE(music.Number(), number);
+        EXPECT_NE(speakers.Number(), output);
+        s.runUntil(6500ms);
+        EXPECT_NEAR(static_cast<double>(music.PlayedFrames() - played), 1.5 * 48000, 2048);
+        s.runUntil(8s);
+        EXPECT_FALSE(s.machine().GetProcesses().Find(200));
+        EXPECT_TRUE(s.machine().GetProcesses().Find(201));
+        printf("%s", s.trace().Text().c_str());
+    };
+    const Forked first = RunForked(tell), second = RunForked(tell);
+    EXPECT_TRUE(first.mPassed);
+    EXPECT_EQ(first.mOutput, second.mOutput);
+    EXPECT_EQ(first.mOutput,
+              "0.000000000 control: connected, game plays on speakers, film plays on speakers\n"
+              "1.000000000 data: headset plugged\n1.000000000 data: headset is the default\n"
+              "1.000000000 control: connected, game plays on speakers, film plays on headset\n"
+              "2.000000000 data: speakers unplugged\n"
+              "2.000000000 control: connected, game plays on headset, film plays on headset\n"
+              "3.000000000 data: speakers plugged\n"
+              "3.000000000 control: connected, game plays on speakers, film plays on headset\n"
+              "4.000000000 data: film stops\n"
+              "4.000000000 control: connected, game plays on speakers, film stopped on headset\n"
+              "5.000000000 data: server down\n5.000000000 control: away\n"
+              "6.000000000 data: server up\n"
+              "6.000000000 control: connected, game plays on speakers, film stopped on headset\n"
+              "7.000000000 data: game ends\n7.000000000 control: connected, film stopped on headset\n");
+}
+
+TEST(Server, ACaptureOutlivesItsDeviceAndTheServer)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& speakers = s.output("speakers");
+        auto& game = s.application("game", 200).plays(Counter());
+        Taken taken;
+        Take(s, "speakers", game, taken);
+        taken.mNode->SetSilenced(true);
+        s.at(1s).unplug(speakers);
+        s.at(2s).plug(speakers);
+        s.at(3s).serverDown();
+        s.at(4s).serverUp();
+        const auto cyclesBetween = [&](nanoseconds from, nanoseconds to) {
+            s.runUntil(from);
+            const size_t before = taken.mRecorder.mCycles.size();
+            s.runUntil(to);
+            return taken.mRecorder.mCycles.size() - before;
+        };
+        EXPECT_GT(cyclesBetween(500ms, 900ms), 10u);
+        EXPECT_EQ(cyclesBetween(1001ms, 1999ms), 0u);
+        EXPECT_GT(cyclesBetween(2s, 2900ms), 10u);
+        EXPECT_EQ(cyclesBetween(3001ms, 3999ms), 0u);
+        EXPECT_GT(cyclesBetween(4001ms, 4500ms), 10u);
+        EXPECT_TRUE(taken.mRecorder.mPositions.empty());  // the stream has another number now
+        Take(s, "speakers", game, taken);
+        s.runUntil(5s);
+        EXPECT_EQ(taken.mRecorder.mPositions.size(), 2u);
+        EXPECT_LT(game.HeardFrames(), game.PlayedFrames());
+    });
+}
+
+TEST(Server, ACycleThatWouldBlockEndsTheProcessWithAReport)
+{
+    struct Blocker final : CaptureClient {
+        explicit Blocker(SimulatedMachine& machine) : mMachine(machine) {}
+        void Render(const CaptureCycle&) noexcept override { mMachine.GetThreads().Lock(&mMutex); }
+        SimulatedMachine& mMachine;
+        pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
+    };
+    const Forked forked = RunForked([] {
+        Scenario s;
+        s.output("speakers");
+        Blocker blocker(s.machine());
+        auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "blocker", blocker);
+        s.machine().GetThreads().Lock(&blocker.mMutex);
+        s.runUntil(1s);
+    });
+    EXPECT_EQ(forked.mSignal, SIGABRT);
+    EXPECT_THAT(forked.mOutput, HasSubstr("A cycle of the audio server would block"));
+    EXPECT_THAT(forked.mOutput, HasSubstr("data: waits for mutex 1 held by main, since 0.000000000 s"));
+}
+
+TEST(Server, AfterTheMachineSleptDevicesGoOnWhereTheyStood)
+{
+    ExpectForked([] {
+        Scenario s;
+        s.output("speakers");
+        Recorder recorder;
+        auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
+        s.at(1s).stepClock(8h);
+        s.runUntil(8h + 2s);
+        EXPECT_EQ(recorder.mCycles.size(), 94u);  // two seconds' worth
+        uint64_t longest = 0;
+        for (size_t i = 1; i < recorder.mCycles.size(); ++i) {
+            ASSERT_EQ(recorder.mCycles[i].mSampleTime, recorder.mCycles[i - 1].mSampleTime + 1024);
+            longest = std::max(longest, recorder.mCycles[i].mHostNanos - recorder.mCycles[i - 1].mHostNanos);
+        }
+        EXPECT_NEAR(static_cast<double>(longest), 8 * 3600e9 + 1024 / 48000.0 * 1e9, 1);
+    });
+}
+
+}  // namespace platform::machine::simulated
