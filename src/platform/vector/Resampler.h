@@ -11,7 +11,7 @@
 namespace platform::vector {
 
 enum class ResamplerStage {
-    Low,  ///< 64 taps: distortion and noise at most -114 dB, 32 frames of delay near ratio 1
+    Low,  ///< 64 taps: distortion and noise below -130 dB up to 15 kHz of 48, 32 frames of delay near ratio 1
 };
 
 class Resampler {
