@@ -3,8 +3,10 @@
 #include "support/ServerControl.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -17,9 +19,17 @@ namespace {
 using Registry = ServerControl::Registry;
 using platform::machine::pipewire::Metadata;
 
+// Numbers of nodes are the server's, and tests know names.
+const platform::machine::pipewire::Node* FindNode(Registry& registry, const std::string& name)
+{
+    for (const auto& [id, node] : registry.Nodes())
+        if (node->Name() == name) return node.get();
+    return nullptr;
+}
+
 bool HasPorts(Registry& registry, const std::string& name)
 {
-    const auto* node = registry.FindNode(name);
+    const auto* node = FindNode(registry, name);
     return node != nullptr && !registry.PortsOf(node->mID, false).empty();
 }
 
@@ -93,6 +103,7 @@ void PrivatePipeWire::Start()
 void PrivatePipeWire::Kill()
 {
     mControl.reset();
+    if (mManager) kill(mManager->ID(), SIGSTOP);  // so that it does not remark on the server's end
     if (mServer) mServer->End(SIGKILL);
     if (mManager) mManager->End(SIGKILL);
 }
@@ -115,8 +126,9 @@ void PrivatePipeWire::LoadSink(const std::string& name, const std::string& posit
                               PW_KEY_NODE_DESCRIPTION, name.c_str(), PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position",
                               ("[ " + positions + " ]").c_str(), PW_KEY_AUDIO_RATE, "48000", PW_KEY_PRIORITY_SESSION,
                               "1000", PW_KEY_PRIORITY_DRIVER, "1000", PW_KEY_OBJECT_LINGER, "true", nullptr);
-        pw_core_create_object(registry.Core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties->dict,
-                              0);
+        void* sink = pw_core_create_object(registry.Core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
+                                           &properties->dict, 0);
+        if (sink != nullptr) pw_proxy_destroy(static_cast<pw_proxy*>(sink));  // it lingers
         pw_properties_free(properties);
     });
     mControl->WaitUntil("sink " + name, [&](Registry& registry) { return HasPorts(registry, name); });
@@ -125,9 +137,9 @@ void PrivatePipeWire::LoadSink(const std::string& name, const std::string& posit
 void PrivatePipeWire::UnloadSink(const std::string& name)
 {
     mControl->With([&](Registry& registry) {
-        if (const auto* node = registry.FindNode(name)) registry.Destroy(node->mID);
+        if (const auto* node = FindNode(registry, name)) registry.Destroy(node->mID);
     });
-    mControl->WaitUntil("no sink " + name, [&](Registry& registry) { return registry.FindNode(name) == nullptr; });
+    mControl->WaitUntil("no sink " + name, [&](Registry& registry) { return FindNode(registry, name) == nullptr; });
 }
 
 void PrivatePipeWire::SetDefaultSink(const std::string& name)
@@ -148,11 +160,29 @@ ChildProcess PrivatePipeWire::Play(std::vector<std::string> options)
     return application;
 }
 
+ChildProcess PrivatePipeWire::ServePulse()
+{
+    const std::string folder = mFolder + "/pulse";
+    std::filesystem::create_directory(folder);
+    const int watch = inotify_init1(IN_CLOEXEC);
+    inotify_add_watch(watch, folder.c_str(), IN_CREATE);
+    ChildProcess server({"pipewire-pulse"});
+    setenv("PULSE_SERVER", ("unix:" + folder + "/native").c_str(), 1);
+    while (!std::filesystem::is_socket(folder + "/native")) {
+        char event[1024];
+        pollfd waiting{watch, POLLIN, 0};
+        if (poll(&waiting, 1, 10'000) <= 0) throw std::runtime_error("pipewire-pulse does not listen");
+        [[maybe_unused]] const ssize_t told = read(watch, event, sizeof(event));
+    }
+    close(watch);
+    return server;
+}
+
 std::optional<std::string> PrivatePipeWire::NoteOf(const std::string& nodeName, const std::string& key)
 {
     std::optional<std::string> note;
     mControl->With([&](Registry& registry) {
-        const auto* node = registry.FindNode(nodeName);
+        const auto* node = FindNode(registry, nodeName);
         const Metadata::Value* value = node == nullptr ? nullptr : registry.Defaults()->Find(node->mID, key);
         if (value != nullptr) note = value->mText;
     });
@@ -162,7 +192,7 @@ std::optional<std::string> PrivatePipeWire::NoteOf(const std::string& nodeName, 
 void PrivatePipeWire::WaitForNote(const std::string& nodeName, const std::string& key, bool noted)
 {
     mControl->WaitUntil("note " + key, [&](Registry& registry) {
-        const auto* node = registry.FindNode(nodeName);
+        const auto* node = FindNode(registry, nodeName);
         return node != nullptr && registry.Defaults() != nullptr &&
                (registry.Defaults()->Find(node->mID, key) != nullptr) == noted;
     });
@@ -173,7 +203,7 @@ void PrivatePipeWire::Note(const std::string& nodeName, const std::string& key, 
     const Metadata::Value noted{"Spa:String", value};
     uint32_t subject = PW_ID_ANY;
     mControl->WaitUntil("node " + nodeName, [&](Registry& registry) {
-        const auto* node = registry.FindNode(nodeName);
+        const auto* node = FindNode(registry, nodeName);
         if (node != nullptr) subject = node->mID;
         return node != nullptr;
     });

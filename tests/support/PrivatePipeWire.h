@@ -47,6 +47,9 @@ public:
     /// Starts corvane-test-app with these options; returns when it plays.
     ChildProcess Play(std::vector<std::string> options);
 
+    /// Starts the go-between for programs that speak to a PulseAudio server; returns when it listens.
+    ChildProcess ServePulse();
+
     /// The value noted for the node of that name under `key`, as target.object.
     std::optional<std::string> NoteOf(const std::string& nodeName, const std::string& key);
     /// Returns when something, or nothing, is noted for that node under `key`.

@@ -59,7 +59,7 @@ void Capture::RenewFilter()
 // will be needed. Ports that are there already let the first frame of a stream be caught.
 std::vector<ChannelPosition> Capture::LikelyChannels() const
 {
-    const Node* device = mAround.mRegistry.FindNode(mUID);
+    const Node* device = mAround.mRegistry.FindSink(mUID);
     std::vector<ChannelPosition> channels;
     if (device != nullptr) channels = ChannelsOf(mAround.mRegistry, *device, false);
     std::erase(channels, ChannelPosition::Unknown);

@@ -45,6 +45,8 @@ struct Node : Described {
 
     const std::string& Name() const { return mProperties.Get(PW_KEY_NODE_NAME); }
     bool IsOurs() const { return !mProperties.Get(kRoleKey).empty(); }
+    /// An output device or a hole.
+    bool IsSink() const { return mProperties.Get(PW_KEY_MEDIA_CLASS).starts_with("Audio/Sink"); }
     bool IsOutputDevice() const { return mProperties.Get(PW_KEY_MEDIA_CLASS) == "Audio/Sink"; }
     bool IsStream() const { return mProperties.Get(PW_KEY_MEDIA_CLASS) == "Stream/Output/Audio"; }
 

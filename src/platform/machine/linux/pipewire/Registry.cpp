@@ -43,9 +43,10 @@ Node* Registry::FindNode(uint32_t id) const
     return found == mNodes.end() ? nullptr : found->second.get();
 }
 
-Node* Registry::FindNode(std::string_view name) const
+Node* Registry::FindSink(std::string_view name) const
 {
-    const auto found = std::ranges::find_if(mNodes, [&](const auto& entry) { return entry.second->Name() == name; });
+    const auto found = std::ranges::find_if(
+        mNodes, [&](const auto& entry) { return entry.second->IsSink() && entry.second->Name() == name; });
     return found == mNodes.end() ? nullptr : found->second.get();
 }
 

@@ -31,7 +31,8 @@ public:
     const std::map<uint32_t, Link>& Links() const { return mLinks; }
 
     Node* FindNode(uint32_t id) const;
-    Node* FindNode(std::string_view name) const;
+    /// The output device, or the hole, of that name: streams may call themselves the same.
+    Node* FindSink(std::string_view name) const;
     /// The stream that is shown above this folder under that number.
     Node* FindStream(uint32_t lastingID) const;
     const Client* FindClient(uint32_t id) const;

@@ -29,7 +29,7 @@ std::string UniqueHoleName()
 // The hole has the channels of the home, so that a stream is mixed to the same channels in it as at home.
 void* MakeHole(Registry& registry, const std::string& name, const std::string& home)
 {
-    const Node* device = registry.FindNode(home);
+    const Node* device = registry.FindSink(home);
     std::vector<ChannelPosition> channels;
     if (device != nullptr) channels = ChannelsOf(registry, *device, false);
     if (channels.empty()) channels = {ChannelPosition::FrontLeft, ChannelPosition::FrontRight};
@@ -77,7 +77,7 @@ Hole::Hole(Registry& registry, const std::string& home)
 bool Hole::IsReady() const
 {
     // Its ports come when the session manager has taken it up; a stream sent here before would not find it.
-    const Node* node = mRegistry.FindNode(mName);
+    const Node* node = mRegistry.FindSink(mName);
     return node != nullptr && node->mKnown && !mRegistry.PortsOf(node->mID, false).empty();
 }
 
@@ -100,10 +100,13 @@ void Silencer::Update(std::span<const uint32_t> streams)
         const Node* stream = mRegistry.FindStream(id);
         if (stream == nullptr || !stream->mKnown) continue;
         const auto found = mSilenced.find(id);
-        if (found != mSilenced.end())
+        if (found == mSilenced.end()) {
+            if (PlaysAtHome(*stream)) Silence(*stream);
+        } else if (found->second.mWay == Way::Yielded) {
+            if (!PlaysAtHome(*stream)) mSilenced.erase(found);  // should it come back, all starts anew
+        } else {
             Follow(found->second);
-        else if (PlaysAtHome(*stream))
-            Silence(*stream);
+        }
     }
 }
 
@@ -129,7 +132,7 @@ void Silencer::DropLostHole()
 
 bool Silencer::PlaysAtHome(const Node& stream) const
 {
-    const Node* home = mRegistry.FindNode(mHome);
+    const Node* home = mRegistry.FindSink(mHome);
     if (home == nullptr || !home->IsOutputDevice() || mRegistry.Defaults() == nullptr) return false;
     const std::vector<std::string> devices = LinkedDevices(mRegistry, stream);
     return devices.empty() || std::ranges::find(devices, mHome) != devices.end();
@@ -137,9 +140,10 @@ bool Silencer::PlaysAtHome(const Node& stream) const
 
 bool Silencer::HomeStands(const Silenced& silenced) const
 {
-    const Node* home = mRegistry.FindNode(mHome);
+    const Node* home = mRegistry.FindSink(mHome);
     if (home == nullptr || !home->IsOutputDevice()) return false;
-    return !silenced.mFollowedDefault || DefaultOutputName(mRegistry) == mHome;
+    const std::string defaultName = silenced.mFollowedDefault ? DefaultOutputName(mRegistry) : mHome;
+    return defaultName.empty() || defaultName == mHome;
 }
 
 void Silencer::Silence(const Node& stream)
@@ -181,7 +185,7 @@ void Silencer::Cut(Silenced& silenced)
 void Silencer::Follow(Silenced& silenced)
 {
     if (silenced.mWay == Way::Unlinked) return Cut(silenced);  // the session manager may have linked it anew
-    if (silenced.mWay == Way::Yielded || mRegistry.Defaults() == nullptr) return;
+    if (mRegistry.Defaults() == nullptr) return;
     const Metadata::Value* target = mRegistry.Defaults()->Find(silenced.mNode, kTargetKey);
     if (target != nullptr && target->mText == mHole->Name()) silenced.mNoted = true;
     const bool silent = target != nullptr && target->mText.starts_with(kHolePrefix);
@@ -207,14 +211,14 @@ void Silencer::RestoreTarget(const Silenced& silenced)
     if (silenced.mNoted && (target == nullptr || target->mText != mHole->Name())) return;  // somebody else's wish
     const std::optional<Metadata::Value>& old = silenced.mOldTarget;
     const bool restored = old && mRegistry.FindStream(silenced.mStream) != nullptr &&
-                          (!old->mText.starts_with(kHolePrefix) || mRegistry.FindNode(old->mText) != nullptr);
+                          (!old->mText.starts_with(kHolePrefix) || mRegistry.FindSink(old->mText) != nullptr);
     defaults->Set(silenced.mNode, kTargetKey, restored ? &*old : nullptr);
 }
 
 void Silencer::RestoreLinks(const Silenced& silenced)
 {
     for (const CutLink& cut : silenced.mCuts) {
-        const Node* device = mRegistry.FindNode(cut.mInputNode);
+        const Node* device = mRegistry.FindSink(cut.mInputNode);
         const auto output = mRegistry.Ports().find(cut.mOutputPort);
         if (device == nullptr || output == mRegistry.Ports().end() || output->second.mNode != silenced.mNode) continue;
         for (const auto& [id, port] : mRegistry.PortsOf(device->mID, false))
@@ -227,7 +231,7 @@ void ForgetLostHoles(Registry& registry)
     if (registry.Defaults() == nullptr) return;
     for (const auto& [key, value] : registry.Defaults()->Values())
         if (key.second == kTargetKey && value.mText.starts_with(kHolePrefix) &&
-            registry.FindNode(value.mText) == nullptr)
+            registry.FindSink(value.mText) == nullptr)
             registry.Defaults()->Set(key.first, kTargetKey, nullptr);
 }
 

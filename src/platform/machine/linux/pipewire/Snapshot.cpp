@@ -66,7 +66,7 @@ PlaybackStream DescribeStream(const Registry& registry, const Node& node, const 
     stream.mPlaying = node.mRunning;
     stream.mChannels = ChannelsOf(registry, node, true);
     for (const std::string& name : OutputNames(registry, node))
-        if (const Node* device = registry.FindNode(name)) stream.mOutputs.push_back(device->mLastingID);
+        if (const Node* device = registry.FindSink(name)) stream.mOutputs.push_back(device->mLastingID);
     std::ranges::sort(stream.mOutputs);
     return stream;
 }
@@ -96,7 +96,7 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
 {
     std::vector<std::string> names;
     const auto add = [&](const std::string& name) {
-        const Node* device = registry.FindNode(name);
+        const Node* device = registry.FindSink(name);
         if (device == nullptr || !device->IsOutputDevice() || !IsShown(*device)) return;
         if (std::ranges::find(names, name) == names.end()) names.push_back(name);
     };
@@ -112,7 +112,7 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
     const Metadata::Value* target =
         registry.Defaults() == nullptr ? nullptr : registry.Defaults()->Find(stream.mID, "target.object");
     const Node* hole =
-        target != nullptr && target->mText.starts_with(kHolePrefix) ? registry.FindNode(target->mText) : nullptr;
+        target != nullptr && target->mText.starts_with(kHolePrefix) ? registry.FindSink(target->mText) : nullptr;
     if (hole != nullptr) addHomeOf(*hole);
     if (stream.mHeldHome) add(*stream.mHeldHome);
     return names;
