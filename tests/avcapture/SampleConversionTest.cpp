@@ -16,8 +16,7 @@ std::vector<uint8_t> Convert(uint32_t type, const std::vector<float>& samples, b
     std::vector<uint8_t> bytes(samples.size() * OutputSampleBytes(type) + 4, 0xEE);
     ConvertSamples(type, samples.data(), swapped, bytes.data(), samples.size());
     EXPECT_EQ(std::vector(bytes.end() - 4, bytes.end()), std::vector<uint8_t>(4, 0xEE)) << "wrote beyond its end";
-    bytes.resize(bytes.size() - 4);
-    return bytes;
+    return {bytes.begin(), bytes.end() - 4};
 }
 
 int16_t AsInt16(float sample)
