@@ -82,7 +82,7 @@ private:
         typename Memory::template Atomic<int64_t> mEndTime{0};
         typename Memory::template Atomic<uint32_t> mUpdateCounter{0};
     };
-    static constexpr uint32_t kQueueEntries = 32;
+    static constexpr uint32_t kQueueEntries = Memory::kTimeBoundsEntries;
     static constexpr uint32_t kQueueMask = kQueueEntries - 1;
     static constexpr int kReadTries = 8;
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #if defined(__SANITIZE_THREAD__)
@@ -16,6 +17,9 @@ extern "C" void AnnotateIgnoreReadsEnd(const char* file, int line);
 struct RingMemory {
     template <typename T>
     using Atomic = std::atomic<T>;
+
+    // Publications until an entry is used again: what a reader has to be held up for before it must try again.
+    static constexpr uint32_t kTimeBoundsEntries = 32;
 
     static void CopyIn(std::byte* to, const void* from, size_t bytes) noexcept { std::memcpy(to, from, bytes); }
     static void Silence(std::byte* to, size_t bytes) noexcept { std::memset(to, 0, bytes); }
