@@ -23,13 +23,18 @@ namespace {
 /// A scenario, and threads whose bodies are written where they start. Joins them at the end.
 class Stage {
 public:
+    Stage() { Threads().InitCondition(&mCondition); }
     ~Stage()
     {
-        for (const pthread_t thread : mThreads) Threads().Join(thread, nullptr);
+        JoinAll();
         Threads().DestroyCondition(&mCondition);
     }
 
-    Stage() { Threads().InitCondition(&mCondition); }
+    void JoinAll()
+    {
+        for (const pthread_t thread : mThreads) Threads().Join(thread, nullptr);
+        mThreads.clear();
+    }
 
     pthread_t Thread(const char* name, std::function<void()> body)
     {
@@ -246,6 +251,7 @@ TEST(Gate, LateWakeUpsLieWithinTheirLimitAndDependOnTheSeedAlone)
                 }
             });
             stage.mScenario.runUntil(2s);
+            stage.JoinAll();
             EXPECT_LE(latest, 2'000'000u);
             EXPECT_GT(latest, 1'000'000u);
             EXPECT_EQ(stage.mScenario.now(), 2s);

@@ -46,6 +46,7 @@ uint64_t Agenda::NowNanos() const
 
 void* Agenda::Run(void* self)
 {
+    const Unseen unseen;
     auto& agenda = *static_cast<Agenda*>(self);
     Event event;
     while (agenda.WaitForNext(&event)) event();
@@ -55,7 +56,6 @@ void* Agenda::Run(void* self)
 /// @return false when it is time to end
 bool Agenda::WaitForNext(Event* event)
 {
-    const Unseen unseen;
     while (!mStop) {
         const auto next = mEntries.begin();
         if (next != mEntries.end() && next->first <= mGate.NowNanos()) {

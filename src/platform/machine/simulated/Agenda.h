@@ -24,7 +24,8 @@ public:
     void Start();
     void Stop();
 
-    /// Runs `event` on the data thread at host time `nanos`, or at once where that has passed.
+    /// Runs `event` on the data thread at host time `nanos`, or at once where that has passed. The race detector
+    /// passes it over; what of it is the program's own code says Seen.
     ///
     /// @param owner  by whom Cancel finds it; may be null
     void At(uint64_t nanos, const void* owner, Event event);

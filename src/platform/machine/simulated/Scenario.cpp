@@ -1,7 +1,5 @@
 #include "platform/machine/simulated/Scenario.h"
 
-#include "platform/machine/simulated/Unseen.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -30,7 +28,6 @@ Happening& Happening::Script(std::string line, std::function<void()> action)
 {
     mMachine.GetAgenda().At(mNanos, nullptr, [&machine = mMachine, line = std::move(line), action = std::move(action)] {
         machine.GetTrace().Add(line);
-        const Unseen unseen;
         action();
     });
     return *this;

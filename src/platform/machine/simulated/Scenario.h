@@ -52,7 +52,7 @@ public:
     /// every deadline that was passed over is late.
     Happening& stepClock(nanoseconds length);
 
-    /// Anything else. Runs on the thread "data", and must not block.
+    /// Anything else. Runs on the thread "data", unseen by the race detector, and must not block.
     Happening& call(std::function<void()> action);
 
 private:

@@ -52,11 +52,7 @@ bool SimulatedCapture::Captures(const Stream& stream) const
 
 void SimulatedCapture::Render(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams)
 {
-    {
-        const Unseen unseen;
-        Mix(driver, streams);
-    }
-    static_cast<void>(mControlled.load(std::memory_order_acquire));
+    Mix(driver, streams);
     const Driver::Cycle& now = driver.Now();
     const CaptureCycle cycle{now.mHostNanos,
                              now.mSampleTime,
@@ -65,6 +61,8 @@ void SimulatedCapture::Render(const Driver& driver, std::span<const std::unique_
                              now.mSettings.mQuantumFrames,
                              now.mClockID,
                              mChannels};
+    const Seen seen;
+    static_cast<void>(mControlled.load(std::memory_order_acquire));
     mGate.ForbidBlocking(true);
     mClient.Render(cycle);
     mGate.ForbidBlocking(false);

@@ -218,15 +218,10 @@ Driver* SimulatedServer::DriverOf(const SimulatedCapture& capture) const
 
 void SimulatedServer::OnCycle(Driver& driver)
 {
-    std::vector<SimulatedCapture*> captures;
-    {
-        const Unseen unseen;
-        PlayStreams(driver);
-        std::ranges::copy_if(mCaptures, std::back_inserter(captures),
-                             [&](const auto* capture) { return DriverOf(*capture) == &driver; });
-    }
-    // Rendering never blocks, so that no capture goes meanwhile.
-    for (SimulatedCapture* capture : captures) capture->Render(driver, mWorld.Streams());
+    PlayStreams(driver);
+    // Rendering never blocks, so that no capture comes or goes meanwhile.
+    for (SimulatedCapture* capture : mCaptures)
+        if (DriverOf(*capture) == &driver) capture->Render(driver, mWorld.Streams());
 }
 
 void SimulatedServer::PlayStreams(Driver& driver)

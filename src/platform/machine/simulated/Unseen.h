@@ -16,28 +16,40 @@ void AnnotateIgnoreSyncEnd(const char* file, int line);
 
 namespace platform::machine::simulated {
 
-/// For the life of the object, on its thread. May not span a hand-over of the turn to the program's code.
+#if defined(__SANITIZE_THREAD__)
+inline void BeginUnseen()
+{
+    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+    AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
+}
+inline void EndUnseen()
+{
+    AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+}
+#else
+inline void BeginUnseen() {}
+inline void EndUnseen() {}
+#endif
+
+/// For the life of the object, on its thread.
 class Unseen {
 public:
-#if defined(__SANITIZE_THREAD__)
-    Unseen()
-    {
-        AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
-        AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
-        AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
-    }
-    ~Unseen()
-    {
-        AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
-        AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
-        AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
-    }
-#else
-    Unseen() {}
-    ~Unseen() {}
-#endif
+    Unseen() { BeginUnseen(); }
+    ~Unseen() { EndUnseen(); }
     Unseen(const Unseen&) = delete;
     Unseen& operator=(const Unseen&) = delete;
+};
+
+/// The program's own code, called from inside one Unseen and no more.
+class Seen {
+public:
+    Seen() { EndUnseen(); }
+    ~Seen() { BeginUnseen(); }
+    Seen(const Seen&) = delete;
+    Seen& operator=(const Seen&) = delete;
 };
 
 }  // namespace platform::machine::simulated
