@@ -52,6 +52,14 @@ public:
         return WaitFor(guard, [&] { return mSamples[position].size() >= frames; });
     }
 
+    /// Whether sound, or silence, comes at `position` within ten seconds.
+    bool Hears(ChannelPosition position, bool sound)
+    {
+        std::unique_lock guard(mMutex);
+        const auto& samples = mSamples[position];
+        return WaitFor(guard, [&] { return !samples.empty() && (samples.back() != 0) == sound; });
+    }
+
     /// Whether a cycle comes of which `condition` holds, within ten seconds.
     template <typename Condition>
     bool Meets(Condition condition)

@@ -142,11 +142,11 @@ TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
     capture->SetStreams(std::vector{steadyID});
     ASSERT_TRUE(recorder.Records(kSecondFrames / 2));
     for (const int signal : {SIGTERM, SIGKILL}) {
-        auto guest = PlayCounter("guest", {"--target", "wide", "--positions", "FC"});
+        auto guest = mPipeWire.Play({"--name", "guest", "--target", "wide", "--positions", "FL FR FC", "--only", "2"});
         capture->SetStreams(std::vector{steadyID, StreamOf("guest")});
-        ASSERT_TRUE(recorder.HasRecorded(kSecondFrames / 4, ChannelPosition::FrontCenter));
+        ASSERT_TRUE(recorder.Hears(ChannelPosition::FrontCenter, true));
         guest.End(signal);
-        capture->SetStreams(std::vector{steadyID});
+        ASSERT_TRUE(recorder.Hears(ChannelPosition::FrontCenter, false));
     }
     const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
     ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
@@ -276,6 +276,8 @@ TEST_F(RememberingPipeWireServerTest, SilencesNobodyElseAndGivesBackWhereTheUser
     mPipeWire.Note("first", "target.object", "headset");
     EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "first", "headset"); }))
         << "a user who moves a silenced stream has the last word";
+    mPipeWire.Note("first", "target.object", "speakers");
+    EXPECT_TRUE(speakers.BecomesSilent()) << "back at home it is silenced again";
 }
 
 TEST_F(PipeWireServerTest, RebuildsCapturesWhenTheServerIsKilledAndStartedAgain)
@@ -314,6 +316,10 @@ TEST_F(PipeWireServerTest, FollowsADeviceThatIsUnpluggedAndPluggedInAgain)
     EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "counter", "speakers"); }));
     EXPECT_NE(FindOutput(mServer->Snapshot(), "speakers")->mID, before);
     EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
+    SpeakerProbe speakers("speakers");
+    EXPECT_TRUE(speakers.BecomesSilent());
+    mPipeWire.SetDefaultSink("headset");
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "counter", "headset"); }));
 }
 
 }  // namespace desktop

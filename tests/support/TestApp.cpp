@@ -27,6 +27,7 @@ struct Options {
     double mAmplitude = 0.25;
     bool mCounter = false;
     std::string mPositions = "FL FR";
+    int mOnly = -1;  // the only channel with sound; below 0: all
     std::string mTarget;
     unsigned mRateHz = 48000;
     std::vector<std::string> mProperties;
@@ -126,6 +127,7 @@ void Player::Connect()
 float Player::Sample(unsigned channel) const
 {
     constexpr uint64_t kCounterPeriod = 1 << 20;
+    if (mOptions.mOnly >= 0 && channel != static_cast<unsigned>(mOptions.mOnly)) return 0;
     if (mOptions.mCounter) {
         const float count = static_cast<float>(mFrame % kCounterPeriod) / kCounterPeriod;
         return channel % 2 == 0 ? count : -count;
@@ -176,6 +178,7 @@ int main(int argc, char** argv)
     command.add_option("--amplitude", options.mAmplitude, "of the tone");
     command.add_flag("--counter", options.mCounter, "play frame index / 2^20, negated in odd channels");
     command.add_option("--positions", options.mPositions, "channels, as \"FL FR\"");
+    command.add_option("--only", options.mOnly, "the one channel that is not silent, from 0");
     command.add_option("--target", options.mTarget, "name of the sink to play on");
     command.add_option("--rate", options.mRateHz, "in Hz");
     command.add_option("--properties", options.mProperties, "key=value, for the node");

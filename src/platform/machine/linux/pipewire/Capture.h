@@ -13,7 +13,6 @@
 
 namespace platform::machine::pipewire {
 
-/// Captures of one server object, called in turn when the mirror changed.
 class Captures;
 
 class Capture final : public CaptureNode {
@@ -53,6 +52,7 @@ private:
     std::optional<Silencer> mSilencer;
 };
 
+/// The open captures of one server object.
 class Captures {
 public:
     void Add(Capture* capture) { mCaptures.push_back(capture); }
