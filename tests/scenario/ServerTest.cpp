@@ -7,6 +7,7 @@
 #include <signal.h>
 
 #include <cmath>
+#include <mutex>
 
 namespace platform::machine::simulated {
 
@@ -18,32 +19,49 @@ using testing::HasSubstr;
 
 namespace {
 
-/// Keeps what a capture is given.
-struct Recorder final : CaptureClient {
+/// Keeps what a capture is given. The lock is never waited for, since threads take turns; it gives the order
+/// that a render itself does not give.
+class Recorder final : public CaptureClient {
+public:
     void Render(const CaptureCycle& cycle) noexcept override
     {
+        const std::lock_guard lock(mMutex);
         mCycles.push_back(cycle);
         mCycles.back().mChannels = {};
         mPositions.clear();
         for (const CaptureCycle::Channel& channel : cycle.mChannels) mPositions.push_back(channel.mPosition);
-        if (!cycle.mChannels.empty()) {
-            const float* left = cycle.mChannels.front().mSamples;
-            mLeft.insert(mLeft.end(), left, left + cycle.mFrames);
-        }
+        if (cycle.mChannels.empty()) return;
+        const float* left = cycle.mChannels.front().mSamples;
+        mLeft.insert(mLeft.end(), left, left + cycle.mFrames);
     }
 
-    /// How many samples are not the successor of the one before.
-    size_t Breaks() const
+    std::vector<CaptureCycle> Cycles() const { return Copy(mCycles); }
+    /// Of the last cycle.
+    std::vector<ChannelPosition> Positions() const { return Copy(mPositions); }
+    /// The samples of each cycle's first channel.
+    std::vector<float> Samples() const { return Copy(mLeft); }
+
+private:
+    template <class T>
+    std::vector<T> Copy(const std::vector<T>& from) const
     {
-        size_t breaks = 0;
-        for (size_t i = 1; i < mLeft.size(); ++i) breaks += mLeft[i] != mLeft[i - 1] + 1;
-        return breaks;
+        const std::lock_guard lock(mMutex);
+        return from;
     }
 
+    mutable std::mutex mMutex;
     std::vector<CaptureCycle> mCycles;
-    std::vector<ChannelPosition> mPositions;  // of the last cycle
+    std::vector<ChannelPosition> mPositions;
     std::vector<float> mLeft;
 };
+
+/// How many samples are not the successor of the one before.
+size_t Breaks(const std::vector<float>& samples)
+{
+    size_t breaks = 0;
+    for (size_t i = 1; i < samples.size(); ++i) breaks += samples[i] != samples[i - 1] + 1;
+    return breaks;
+}
 
 /// Takes a snapshot whenever it is told to, and notes it.
 struct Watcher final : ServerListener {
@@ -87,16 +105,16 @@ TEST(Server, ACrystalThatIsOffShowsInTheStampsForAnHourAndInNothingElse)
         Recorder recorder;
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
         s.runUntil(1h);
-        const CaptureCycle& first = recorder.mCycles.front();
-        for (const CaptureCycle& cycle : recorder.mCycles) {
-            const auto frames = static_cast<double>(cycle.mSampleTime - first.mSampleTime);
+        const std::vector<CaptureCycle> cycles = recorder.Cycles();
+        for (const CaptureCycle& cycle : cycles) {
+            const auto frames = static_cast<double>(cycle.mSampleTime - cycles.front().mSampleTime);
             const auto nanos = static_cast<double>(cycle.mHostNanos - kStartNanos);
             ASSERT_NEAR(nanos, frames / (48000 * 1.0003) * 1e9, 1);
             ASSERT_EQ(cycle.mRateScalar, 1);
             ASSERT_EQ(cycle.mRateHz, 48000u);
             ASSERT_EQ(cycle.mClockID, speakers.Number());
         }
-        EXPECT_EQ(recorder.mCycles.size(), static_cast<size_t>(std::ceil(3600 * 48000 * 1.0003 / 1024)));
+        EXPECT_EQ(cycles.size(), static_cast<size_t>(std::ceil(3600 * 48000 * 1.0003 / 1024)));
     });
 }
 
@@ -115,27 +133,27 @@ TEST(Server, AStreamsFramesFollowOnEachOtherThroughEveryChangeOfItsClock)
         s.runUntil(3s);
         onSpeakers.mNode->SetSilenced(true);
         const uint64_t heard = game.HeardFrames();
-        const uint32_t ownClock = onSpeakers.mRecorder.mCycles.back().mClockID;
+        const uint32_t ownClock = onSpeakers.mRecorder.Cycles().back().mClockID;
         s.runUntil(4s);
         EXPECT_EQ(game.HeardFrames(), heard);
         EXPECT_EQ(other.HeardFrames(), other.PlayedFrames());
-        EXPECT_NE(onSpeakers.mRecorder.mCycles.back().mClockID, ownClock);
+        EXPECT_NE(onSpeakers.mRecorder.Cycles().back().mClockID, ownClock);
         onSpeakers.mNode->SetSilenced(false);
         s.runUntil(5s);
-        EXPECT_EQ(onSpeakers.mRecorder.mCycles.back().mClockID, ownClock);
+        EXPECT_EQ(onSpeakers.mRecorder.Cycles().back().mClockID, ownClock);
         EXPECT_GT(game.HeardFrames(), heard + 40000);
-        EXPECT_EQ(onSpeakers.mRecorder.mCycles.back().mRateHz, 44100u);
-        EXPECT_EQ(onSpeakers.mRecorder.Breaks(), 0u);
+        EXPECT_EQ(onSpeakers.mRecorder.Cycles().back().mRateHz, 44100u);
+        EXPECT_EQ(Breaks(onSpeakers.mRecorder.Samples()), 0u);
 
-        const size_t before = onSpeakers.mRecorder.mLeft.size();
+        const size_t before = onSpeakers.mRecorder.Samples().size();
         s.at(5s).move(game, headset);
         s.runFor(1ns);
         Take(s, "headset", game, onHeadset);
         s.runUntil(6s);
-        ASSERT_FALSE(onHeadset.mRecorder.mLeft.empty());
-        EXPECT_EQ(onHeadset.mRecorder.Breaks(), 0u);
-        EXPECT_GE(onSpeakers.mRecorder.mLeft.size(), before);
-        EXPECT_EQ(onHeadset.mRecorder.mLeft.back(), static_cast<float>(game.PlayedFrames() - 1));
+        ASSERT_FALSE(onHeadset.mRecorder.Samples().empty());
+        EXPECT_EQ(Breaks(onHeadset.mRecorder.Samples()), 0u);
+        EXPECT_GE(onSpeakers.mRecorder.Samples().size(), before);
+        EXPECT_EQ(onHeadset.mRecorder.Samples().back(), static_cast<float>(game.PlayedFrames() - 1));
     });
 }
 
@@ -150,21 +168,21 @@ TEST(Server, ACaptureIsTheSumOfItsStreamsByPosition)
         Recorder recorder;
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
         s.runUntil(100ms);
-        EXPECT_TRUE(recorder.mPositions.empty());
+        EXPECT_TRUE(recorder.Positions().empty());
         const auto played = static_cast<float>(stereo.PlayedFrames());
         capture->SetStreams(std::vector{stereo.Number(), centre.Number(), 9999u});
         s.runUntil(200ms);
-        EXPECT_EQ(recorder.mPositions,
+        EXPECT_EQ(recorder.Positions(),
                   (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontRight, ChannelPosition::FrontCenter}));
-        ASSERT_GT(recorder.mLeft.size(), 1024u);
-        for (size_t i = 0; i < recorder.mLeft.size(); ++i)
-            ASSERT_EQ(recorder.mLeft[i], 2 * (played + static_cast<float>(i)));
+        const std::vector<float> samples = recorder.Samples();
+        ASSERT_GT(samples.size(), 1024u);
+        for (size_t i = 0; i < samples.size(); ++i) ASSERT_EQ(samples[i], 2 * (played + static_cast<float>(i)));
         s.at(200ms).stop(stereo);
         s.runUntil(300ms);
-        EXPECT_EQ(recorder.mPositions, (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontCenter}));
+        EXPECT_EQ(recorder.Positions(), (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontCenter}));
         s.at(300ms).stop(centre);
         s.runUntil(400ms);
-        EXPECT_TRUE(recorder.mPositions.empty());
+        EXPECT_TRUE(recorder.Positions().empty());
     });
 }
 
@@ -235,19 +253,19 @@ TEST(Server, ACaptureOutlivesItsDeviceAndTheServer)
         s.at(4s).serverUp();
         const auto cyclesBetween = [&](nanoseconds from, nanoseconds to) {
             s.runUntil(from);
-            const size_t before = taken.mRecorder.mCycles.size();
+            const size_t before = taken.mRecorder.Cycles().size();
             s.runUntil(to);
-            return taken.mRecorder.mCycles.size() - before;
+            return taken.mRecorder.Cycles().size() - before;
         };
         EXPECT_GT(cyclesBetween(500ms, 900ms), 10u);
         EXPECT_EQ(cyclesBetween(1001ms, 1999ms), 0u);
         EXPECT_GT(cyclesBetween(2s, 2900ms), 10u);
         EXPECT_EQ(cyclesBetween(3001ms, 3999ms), 0u);
         EXPECT_GT(cyclesBetween(4001ms, 4500ms), 10u);
-        EXPECT_TRUE(taken.mRecorder.mPositions.empty());  // the stream has another number now
+        EXPECT_TRUE(taken.mRecorder.Positions().empty());  // the stream has another number now
         Take(s, "speakers", game, taken);
         s.runUntil(5s);
-        EXPECT_EQ(taken.mRecorder.mPositions.size(), 2u);
+        EXPECT_EQ(taken.mRecorder.Positions().size(), 2u);
         EXPECT_LT(game.HeardFrames(), game.PlayedFrames());
     });
 }
@@ -282,11 +300,12 @@ TEST(Server, AfterTheMachineSleptDevicesGoOnWhereTheyStood)
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
         s.at(1s).stepClock(8h);
         s.runUntil(8h + 2s);
-        EXPECT_EQ(recorder.mCycles.size(), 94u);  // two seconds' worth
+        const std::vector<CaptureCycle> cycles = recorder.Cycles();
+        EXPECT_EQ(cycles.size(), 94u);  // two seconds' worth
         uint64_t longest = 0;
-        for (size_t i = 1; i < recorder.mCycles.size(); ++i) {
-            ASSERT_EQ(recorder.mCycles[i].mSampleTime, recorder.mCycles[i - 1].mSampleTime + 1024);
-            longest = std::max(longest, recorder.mCycles[i].mHostNanos - recorder.mCycles[i - 1].mHostNanos);
+        for (size_t i = 1; i < cycles.size(); ++i) {
+            ASSERT_EQ(cycles[i].mSampleTime, cycles[i - 1].mSampleTime + 1024);
+            longest = std::max(longest, cycles[i].mHostNanos - cycles[i - 1].mHostNanos);
         }
         EXPECT_NEAR(static_cast<double>(longest), 8 * 3600e9 + 1024 / 48000.0 * 1e9, 1);
     });

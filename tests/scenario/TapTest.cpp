@@ -38,11 +38,9 @@ public:
         EXPECT_EQ(mSession->Resume(), 0);
     }
 
-    ~Session()
-    {
-        EXPECT_EQ(mSession->Stop(), 0);
-        platform::kernel::WithdrawServices();
-    }
+    ~Session() { platform::kernel::WithdrawServices(); }
+
+    void Stop() { EXPECT_EQ(mSession->Stop(), 0); }
 
     uint64_t mFrames = 0;
     uint64_t mBreaks = 0;        // samples that are not the successor of the one before, silence at the beginning apart
@@ -81,6 +79,7 @@ TEST(TapScenario, AnHourOfOneTapLosesAndDoublesNoFrame)
         s.application("game", 200).plays(Counter(), speakers);
         Session session(kAVCaptureLowLatencyAudio);
         s.runUntil(1h);
+        session.Stop();
         EXPECT_NEAR(static_cast<double>(session.mFrames), 3600 * kRateHz, 4096);
         EXPECT_EQ(session.mBreaks, 0u);
         const double latency =
