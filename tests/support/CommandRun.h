@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace desktop {
+namespace support {
 
 class CommandRun {
 public:
@@ -54,4 +54,4 @@ struct Recording {
 };
 Recording ReadRecording(const std::filesystem::path& file);
 
-}  // namespace desktop
+}  // namespace support

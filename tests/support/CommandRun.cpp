@@ -1,4 +1,4 @@
-#include "desktop/CommandRun.h"
+#include "support/CommandRun.h"
 
 #include "support/ChildProcess.h"
 #include "support/SignalAnalysis.h"
@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace desktop {
+namespace support {
 
 namespace {
 
@@ -27,7 +27,7 @@ constexpr int kPatienceMillis = 20'000;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(output, STDOUT_FILENO);
     dup2(errors, STDERR_FILENO);
-    const std::string program = support::CompanionFolder() + "/../corvane";
+    const std::string program = CompanionFolder() + "/../corvane";
     const std::string script = before.empty() ? "exec \"$@\"" : before + "; exec \"$@\"";
     std::vector<const char*> words = {"sh", "-c", script.c_str(), "sh", program.c_str()};
     for (const std::string& argument : arguments) words.push_back(argument.c_str());
@@ -131,4 +131,4 @@ Recording ReadRecording(const std::filesystem::path& file)
     return recording;
 }
 
-}  // namespace desktop
+}  // namespace support

@@ -1,0 +1,118 @@
+// corvane-demo FOLDER: shows the main job on a private audio server, and proves what it says.
+//
+// Several applications play; one is recorded and the others are left out. What the recording holds is measured
+// from the file. The folder gets the recordings and the data of a picture.
+#include "support/CommandRun.h"
+#include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+namespace {
+
+using support::Recording;
+
+constexpr unsigned kRateHz = 48000;
+constexpr double kInterviewHz = 997, kMusicHz = 440, kGameHz = 2500;
+
+int sFailures = 0;
+
+void Prove(bool holds, const char* what, const std::string& measured)
+{
+    std::printf("  %-58s %-28s %s\n", what, measured.c_str(), holds ? "proved" : "FAILED");
+    std::fflush(stdout);
+    if (!holds) ++sFailures;
+}
+
+std::string Text(double value, const char* unit)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.2f %s", value, unit);
+    return text;
+}
+
+// Runs the command as a person would, and shows it.
+std::string Record(const std::string& source, unsigned seconds, const std::string& file)
+{
+    std::printf("\n$ corvane record --source %s -d %u %s\n", source.c_str(), seconds, file.c_str());
+    support::CommandRun run({"record", "--source", source, "-d", std::to_string(seconds), file});
+    const int code = run.Wait();
+    std::printf("%s%s", run.Output().c_str(), run.Errors().c_str());
+    if (code != 0) ++sFailures;
+    return run.Output();
+}
+
+void ProveTone(const Recording& recording, const std::string& said, unsigned seconds)
+{
+    const std::vector<float> left = recording.Channel(0);
+    const std::span<const float> settled = std::span(left).subspan(kRateHz, kRateHz * 2);
+    const support::SineFit fit = support::FitSine(settled, kInterviewHz, kRateHz);
+    Prove(recording.Frames() == size_t(seconds) * kRateHz, "the file is as long as was asked",
+          std::to_string(recording.Frames()) + " frames");
+    Prove(std::fabs(fit.mAmplitude - 0.5) < 1e-6, "the interview (997 Hz) is there at its own level",
+          Text(20 * std::log10(fit.mAmplitude), "dB"));
+    Prove(fit.mResidualDB < -140, "nothing else is: the rest lies below the tone by", Text(-fit.mResidualDB, "dB"));
+    for (const double absent : {kMusicHz, kGameHz}) {
+        const double level = support::LevelDB(settled, absent, kRateHz);
+        Prove(level < -120, absent == kMusicHz ? "the music (440 Hz) is not" : "the game (2500 Hz) is not",
+              Text(level, "dB"));
+    }
+    Prove(said.find("frames lost: 0") != said.npos, "nothing was lost on the way", "frames lost: 0");
+}
+
+void ProveCounter(const Recording& recording)
+{
+    const support::CounterReport report = support::CheckCounter(recording.Channel(0));
+    Prove(report.mBreaks == 0 && report.mFrames > 4 * kRateHz, "every frame follows the one before, bit for bit",
+          std::to_string(report.mFrames) + " frames, " + std::to_string(report.mBreaks) + " breaks");
+}
+
+void WritePictureData(const Recording& recording, const std::string& folder)
+{
+    const std::vector<float> left = recording.Channel(0);
+    const std::span<const float> second = std::span(left).subspan(kRateHz, kRateHz);
+    std::ofstream wave(folder + "/waveform.txt"), spectrum(folder + "/spectrum.txt");
+    for (size_t n = 0; n < kRateHz / 50; ++n) wave << double(n) * 1e3 / kRateHz << ' ' << second[n] << '\n';
+    constexpr int kPoints = 500;
+    for (int i = 0; i <= kPoints; ++i) {
+        const double hertz = std::round(20 * std::pow(1000.0, double(i) / kPoints));
+        spectrum << hertz << ' ' << support::LevelDB(second, hertz, kRateHz) << '\n';
+    }
+    spectrum << kInterviewHz << ' ' << support::LevelDB(second, kInterviewHz, kRateHz) << '\n';
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) return std::fputs("usage: corvane-demo FOLDER\n", stderr), 2;
+    const std::string folder = argv[1];
+    std::printf(
+        "Starting an audio server of our own, on which three applications play:\n"
+        "  interview (997 Hz), music (440 Hz) and game (2500 Hz)\n");
+    support::PrivatePipeWire server;
+    server.SetQuantum(1024);
+    auto interview = server.Play({"--name", "interview", "--frequency", "997", "--amplitude", "0.5"});
+    auto music = server.Play({"--name", "music", "--frequency", "440", "--amplitude", "0.8"});
+    auto game = server.Play({"--name", "game", "--frequency", "2500", "--amplitude", "0.8"});
+
+    std::printf("\n$ corvane list apps\n");
+    support::CommandRun list({"list", "apps"});
+    sFailures += list.Wait() != 0;
+    std::printf("%s", list.Output().c_str());
+
+    const std::string said = Record("app:interview", 4, folder + "/interview.wav");
+    const Recording tone = support::ReadRecording(folder + "/interview.wav");
+    ProveTone(tone, said, 4);
+    WritePictureData(tone, folder);
+
+    std::printf("\nTwo more applications now play counters: each sample says which frame it is.\n");
+    auto chosen = server.Play({"--name", "chosen", "--counter"});
+    auto other = server.Play({"--name", "other", "--counter"});
+    Record("app:chosen", 6, folder + "/counter.wav");
+    ProveCounter(support::ReadRecording(folder + "/counter.wav"));
+    return sFailures == 0 ? 0 : 1;
+}
