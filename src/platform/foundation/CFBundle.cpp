@@ -84,11 +84,6 @@ void* Bundle::FindFunction(const std::string& name) const
 
 }  // namespace cf
 
-CFTypeID CFBundleGetTypeID()
-{
-    return cf::Bundle::kTypeID;
-}
-
 CFBundleRef CFBundleCreate(CFAllocatorRef, const char* folder)
 {
     const std::optional<std::string> bytes = ReadSmallFile(std::string(folder) + "/Info.plist");
@@ -96,11 +91,6 @@ CFBundleRef CFBundleCreate(CFAllocatorRef, const char* folder)
     const auto list = cf::Ref<cf::Object>::Adopt(cf::CreatePropertyList(bytes->data(), bytes->size()));
     auto info = cf::Ref<cf::Dictionary>::Share(cf::As<cf::Dictionary>(list.Get()));
     return info ? new cf::Bundle(folder, std::move(info)) : nullptr;
-}
-
-CFStringRef CFBundleGetIdentifier(CFBundleRef bundle)
-{
-    return cf::As<cf::String>(bundle->Info().Find("CFBundleIdentifier"));
 }
 
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key)

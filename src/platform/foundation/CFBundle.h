@@ -31,12 +31,9 @@ private:
 
 }  // namespace cf
 
-CFTypeID CFBundleGetTypeID();
 /// The bundle at a folder, or null where its Info.plist is missing, no regular file, beyond the
 /// limits that PropertyList.h states, or not a dictionary.
 CFBundleRef CFBundleCreate(CFAllocatorRef allocator, const char* folder);
-/// Null where the Info.plist has none.
-CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
 /// A value of the Info.plist; null where there is none.
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 /// Loads the bundle's library (key "CFBundleExecutable", a plain file name inside the bundle) on first use;

@@ -9,8 +9,6 @@ constexpr uint32_t kCFStringEncodingUTF8 = 0x08000100;
 CFTypeID CFStringGetTypeID();
 /// Null for a null text or one that is not UTF-8.
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, uint32_t encoding);
-/// False where the text and its NUL do not fit `bytes`.
-bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex bytes, uint32_t encoding);
 /// A string that lives as long as the process, the same object for the same text.
 CFStringRef CFStringMakeConstant(const char* text);
 #define CFSTR(text) CFStringMakeConstant(text)

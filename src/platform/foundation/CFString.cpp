@@ -1,8 +1,9 @@
 #include "platform/foundation/CFDictionary.h"
 
+#include "platform/kernel/MutexGuard.h"
+
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <string_view>
 
 namespace {
@@ -79,21 +80,12 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, uint32_t
     return new cf::String(text);
 }
 
-bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex bytes, uint32_t encoding)
-{
-    const std::string& text = string->Text();
-    if (encoding != kCFStringEncodingUTF8 || bytes < 0 || static_cast<size_t>(bytes) <= text.size()) return false;
-    std::memcpy(buffer, text.c_str(), text.size() + 1);
-    return true;
-}
-
 CFStringRef CFStringMakeConstant(const char* text)
 {
-    // Neither is ever destroyed: constants are used until the last line of the process. Nothing waits under
-    // the lock, so that it needs none of the machine's.
-    static auto& mutex = *new std::mutex;
+    // Neither is ever destroyed: constants are used until the last line of the process.
+    static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     static auto& constants = *new std::map<std::string, cf::Ref<cf::String>, std::less<>>;
-    std::lock_guard guard(mutex);
+    const platform::kernel::MutexGuard guard(mutex);
     auto found = constants.find(std::string_view(text));
     if (found == constants.end()) {
         found = constants.emplace(text, cf::Ref<cf::String>::Adopt(new cf::String(text))).first;

@@ -57,15 +57,6 @@ TEST(CFString, AcceptsEveryFormOfUTF8AndNothingElse)
     EXPECT_FALSE(String(nullptr));
 }
 
-TEST(CFString, IsCopiedOutOnlyWithRoomForItsNul)
-{
-    char buffer[8] = "before";
-    EXPECT_FALSE(CFStringGetCString(String("four").Get(), buffer, 4, kCFStringEncodingUTF8));
-    EXPECT_STREQ(buffer, "before");
-    EXPECT_TRUE(CFStringGetCString(String("four").Get(), buffer, 5, kCFStringEncodingUTF8));
-    EXPECT_STREQ(buffer, "four");
-}
-
 TEST(CFString, ConstantsAreOneObjectATextAndOutliveTheirUsers)
 {
     const std::string text = "a constant";
