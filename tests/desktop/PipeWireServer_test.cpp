@@ -12,6 +12,8 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 
 namespace desktop {
 
@@ -174,6 +176,26 @@ TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMoment
     // The session manager and we link it at the same time; who is first is not for us to say.
     EXPECT_LT(*first, static_cast<float>(kSecondFrames / 4) / (1 << 20));
     EXPECT_EQ(CountBreaks({first, heard.end()}), 0u);
+}
+
+TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
+{
+    auto counter = PlayCounter("counter");
+    const uint32_t stream = StreamOf("counter");
+    const std::filesystem::path given = std::getenv("PIPEWIRE_CONFIG_DIR");
+    const std::filesystem::path lacking = mPipeWire.Folder() + "/conf";
+    std::filesystem::create_directory(lacking);
+    setenv("PIPEWIRE_CONFIG_DIR", lacking.c_str(), 1);
+    for (const char* present : {"", "client.conf"}) {
+        if (*present != 0) std::filesystem::copy_file(given / present, lacking / present);
+        const auto server = MakePipeWireServer();
+        ASSERT_TRUE(server->WaitUntilReady(InTenSeconds())) << server->Describe();
+        if (*present == 0) EXPECT_THAT(server->Describe(), testing::HasSubstr("; without "));
+        CaptureRecorder recorder;
+        const auto capture = server->OpenCapture("speakers", "test-capture", recorder);
+        capture->SetStreams(std::vector{stream});
+        EXPECT_TRUE(recorder.Records(kSecondFrames / 4)) << present;
+    }
 }
 
 TEST_F(PipeWireServerTest, GoesOnAcrossChangesOfQuantumAndRate)

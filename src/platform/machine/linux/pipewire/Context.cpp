@@ -2,17 +2,17 @@
 
 #include <pipewire/impl.h>
 #include <pipewire/pipewire.h>
+#include <spa/support/thread.h>
 
 namespace platform::machine::pipewire {
 
 Context::Context(Loop& loop) : mLoop(loop)
 {
-    if (TryConfiguration("client-rt.conf")) return;
-    if (TryConfiguration("client.conf")) {
-        mShortcoming = "without client-rt.conf, so audio threads are scheduled as any other";
-        return;
-    }
-    GoWithoutConfiguration();
+    // Where client-rt.conf is missing the library takes client.conf by itself.
+    if (!TryConfiguration("client-rt.conf"))
+        GoWithoutConfiguration();
+    else if (pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils) == nullptr)
+        mShortcoming = "without PipeWire's real-time module, so audio threads are scheduled as any other";
 }
 
 Context::~Context()
