@@ -190,7 +190,9 @@ TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
         if (*present != 0) std::filesystem::copy_file(given / present, lacking / present);
         const auto server = MakePipeWireServer();
         ASSERT_TRUE(server->WaitUntilReady(InTenSeconds())) << server->Describe();
-        if (*present == 0) EXPECT_THAT(server->Describe(), testing::HasSubstr("; without "));
+        if (*present == 0) {
+            EXPECT_THAT(server->Describe(), testing::HasSubstr("; without "));
+        }
         CaptureRecorder recorder;
         const auto capture = server->OpenCapture("speakers", "test-capture", recorder);
         capture->SetStreams(std::vector{stream});
