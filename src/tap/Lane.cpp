@@ -64,7 +64,7 @@ Lane::Next Lane::Classify() const noexcept
     if (next->mRateHz != mExpected.mRateHz) return Next::OtherRate;
     if (next->mClockID != mExpected.mClockID) return Next::Continues;
     const int64_t gap = next->mSampleTime - mExpected.mSampleTime;
-    return gap >= 0 && gap <= int64_t(next->mRateHz) ? Next::Continues : Next::StartsAnew;
+    return gap >= -int64_t(next->mFrames) && gap <= int64_t(next->mRateHz) ? Next::Continues : Next::StartsAnew;
 }
 
 bool Lane::IsLateContinuation(const CycleStamp& stamp) const noexcept
@@ -80,15 +80,17 @@ void Lane::Expect(const CycleStamp& stamp) noexcept
 }
 
 /// Goes on with the next cycle, which Classify said continues. Another driver's position says nothing about
-/// ours: its frames follow on ours, and its clock is measured from here.
+/// ours: its frames follow on ours, and its clock is measured from here. So do those of a cycle that a late server
+/// delivers under the position of the one before: they are frames all the same.
 void Lane::BeginCycle() noexcept
 {
     const CycleStamp stamp = *mInput.Next();
     mInput.Begin();
     const bool sameClock = stamp.mClockID == mExpected.mClockID;
-    mSilenceLeft = sameClock ? stamp.mSampleTime - mExpected.mSampleTime : 0;
+    const int64_t gap = sameClock ? stamp.mSampleTime - mExpected.mSampleTime : 0;
+    mSilenceLeft = std::max<int64_t>(gap, 0);
     mEnd += mSilenceLeft;
-    if (sameClock && mSilenceLeft == 0)
+    if (sameClock && gap == 0)
         mFollower.AddStamp(mEnd, stamp.mHostNanos);
     else
         mFollower.Restart(stamp.mRateHz, mEnd, stamp.mHostNanos);

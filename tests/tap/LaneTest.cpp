@@ -149,6 +149,23 @@ TEST(Lane, AGapInPositionsIsThatMuchSilenceAndNothingElse)
     EXPECT_EQ(support::CheckCounter(std::span(rig.mOutput).subspan(start)).mBreaks, 0u);
 }
 
+TEST(Lane, TwoCyclesUnderOnePositionLoseNoFrame)
+{
+    LaneRig rig;
+    rig.mSignal = Counter;
+    rig.Play(0.5);
+    // A late server: the cycle before comes under the position of the next, and then that one.
+    rig.mDevice.mPosition += rig.mDevice.mQuantum;
+    rig.Play(double(rig.mDevice.mQuantum) / rig.mDevice.mRateHz);
+    rig.mDevice.mPosition -= rig.mDevice.mQuantum;
+    rig.Play(0.5);
+    std::vector<float> heard = rig.mOutput;
+    std::erase(heard, 0.0f);
+    ASSERT_GT(heard.size(), 40000u);
+    for (size_t n = 1; n < heard.size(); ++n)
+        ASSERT_NEAR(double(heard[n] - heard[n - 1]) * support::kCounterModulus, 1, 0.05) << "at frame " << n;
+}
+
 TEST(Lane, AnotherDriverLosesNoFrameAndItsPhaseIsPaidBackInaudibly)
 {
     LaneRig rig;
