@@ -44,12 +44,16 @@ std::vector<std::vector<uint32_t>> Membership::Assign(const ServerSnapshot& snap
 {
     Forget(snapshot);
     std::vector<std::vector<uint32_t>> streams(mConfiguration.mDevices.size());
+    std::map<uint32_t, size_t> places;
     for (const PlaybackStream& stream : snapshot.mStreams) {
         // Asked wherever it plays: once its parents are gone nobody can tell any more whose child it was.
         const bool admitted = Admits(stream.mPID);
         const auto device = DeviceOf(stream, snapshot);
-        if (admitted && device) streams[*device].push_back(stream.mID);
+        if (!admitted || !device) continue;
+        streams[*device].push_back(stream.mID);
+        places[stream.mID] = *device;
     }
+    mPlaces = std::move(places);
     return streams;
 }
 
@@ -94,7 +98,16 @@ std::optional<size_t> Membership::DeviceOf(const PlaybackStream& stream, const S
         for (const uint32_t output : stream.mOutputs)
             if (const OutputDevice* device = Find(snapshot, output); device && device->mUID == devices[i].mUID)
                 return i;
-    return std::nullopt;
+    const auto last = mPlaces.find(stream.mID);
+    const bool isOnItsWay = stream.mOutputs.empty() && last != mPlaces.end() && IsThere(last->second, snapshot);
+    return isOnItsWay ? std::optional(last->second) : std::nullopt;
+}
+
+bool Membership::IsThere(size_t device, const ServerSnapshot& snapshot) const
+{
+    const std::string& uid = mConfiguration.mDevices[device].mUID;
+    return std::any_of(snapshot.mOutputs.begin(), snapshot.mOutputs.end(),
+                       [&](const OutputDevice& output) { return output.mUID == uid; });
 }
 
 }  // namespace tap

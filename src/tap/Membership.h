@@ -39,7 +39,8 @@ public:
     }
 
     /// The streams to capture on each of the configuration's devices, in its order. A stream that plays on
-    /// several of them is taken once, on the first.
+    /// several of them is taken once, on the first; one that is on its way between devices stays where it was
+    /// until it arrives, so that the way costs it no frame.
     std::vector<std::vector<uint32_t>> Assign(const platform::machine::ServerSnapshot& snapshot);
 
 private:
@@ -53,10 +54,12 @@ private:
     void Forget(const platform::machine::ServerSnapshot& snapshot);
     std::optional<size_t> DeviceOf(const platform::machine::PlaybackStream& stream,
                                    const platform::machine::ServerSnapshot& snapshot) const;
+    bool IsThere(size_t device, const platform::machine::ServerSnapshot& snapshot) const;
 
     const Configuration& mConfiguration;
     Ancestry& mAncestry;
     std::map<pid_t, Decision> mDecisions;
+    std::map<uint32_t, size_t> mPlaces;  // device of each stream at the last look
 };
 
 }  // namespace tap

@@ -108,3 +108,22 @@ TEST_F(MembershipTest, AHelperStaysItsApplicationsAfterItsParentsAreGoneButANumb
     mFamily.mProcesses[102] = {1, 99};
     EXPECT_THAT(membership.Assign(mSnapshot)[0], ElementsAre());
 }
+
+TEST_F(MembershipTest, AStreamOnItsWayBetweenDevicesIsNotLetGo)
+{
+    tap::Membership membership(mConfiguration, mFamily);
+    Stream(1, 200, {3});
+    EXPECT_THAT(membership.Assign(mSnapshot), ElementsAre(ElementsAre(1), ElementsAre()));
+    mSnapshot.mStreams[0].mOutputs = {};
+    EXPECT_THAT(membership.Assign(mSnapshot), ElementsAre(ElementsAre(1), ElementsAre()));
+    mSnapshot.mStreams[0].mOutputs = {2};
+    EXPECT_THAT(membership.Assign(mSnapshot), ElementsAre(ElementsAre(), ElementsAre(1)));
+    mSnapshot.mStreams[0].mOutputs = {1};
+    EXPECT_THAT(membership.Assign(mSnapshot), ElementsAre(ElementsAre(), ElementsAre())) << "it plays elsewhere";
+
+    mSnapshot.mStreams[0].mOutputs = {2};
+    membership.Assign(mSnapshot);
+    mSnapshot.mStreams[0].mOutputs = {};
+    std::erase_if(mSnapshot.mOutputs, [](const auto& output) { return output.mUID == "headset"; });
+    EXPECT_THAT(membership.Assign(mSnapshot), ElementsAre(ElementsAre(), ElementsAre())) << "its device is unplugged";
+}
