@@ -70,7 +70,9 @@ void Progress::Note(const RecordingState& state)
 
 void Progress::ClearLine()
 {
-    if (mLineShown) fmt::print(stderr, "\r\033[K");
+    if (!mLineShown) return;
+    fmt::print(stderr, "\r\033[K");
+    std::fflush(stderr);  // a library may have given it a buffer
     mLineShown = false;
 }
 

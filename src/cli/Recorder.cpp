@@ -79,7 +79,9 @@ int Recorder::Start()
     AudioStreamBasicDescription format = StereoFloat(mWish.mRateHz);
     const auto devices = mWish.mDeviceUIDs.empty() ? cf::Ref<cf::Array>() : ArrayOf(mWish.mDeviceUIDs);
     const auto processes = mWish.mProcesses.empty() ? cf::Ref<cf::Array>() : ArrayOf(mWish.mProcesses);
-    const int status = AVCapture::CreateAudio(&mSession, Callback, this, format, devices.Get(), processes.Get(), 0);
+    // In small pieces, so that what was played just before the end is in the file, and the meter is live.
+    const int status = AVCapture::CreateAudio(&mSession, Callback, this, format, devices.Get(), processes.Get(),
+                                              kAVCaptureLowLatencyAudio);
     if (status != 0) return status;
     mWriterRuns = kernel::pthread_create(&mWriter, nullptr, WriterEntry, this, "wav writer") == 0;
     if (!mWriterRuns) return -108;
