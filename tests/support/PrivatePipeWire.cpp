@@ -104,8 +104,8 @@ void PrivatePipeWire::Kill()
 {
     mControl.reset();
     if (mManager) kill(mManager->ID(), SIGSTOP);  // so that it does not remark on the server's end
-    if (mServer) mServer->End(SIGKILL);
-    if (mManager) mManager->End(SIGKILL);
+    mServer.reset();
+    mManager.reset();
 }
 
 void PrivatePipeWire::SetQuantum(unsigned frames)
