@@ -195,7 +195,7 @@ TEST_F(Consumer, WhatWasGatheredBeforeAGapLeavesFirstWithItsOwnTime)
         if (++chunks == 1) mService->WriteBlocks(2), looks = 0;
         return 0;
     };
-    const support::ClockHook hook(mMachine.GetClock(), [&] {
+    const support::ClockHook hook(mMachine.mClock, [&] {
         if (looks >= 0 && ++looks == 2) mService->WriteBlocks(18), looks = -1;
     });
     ASSERT_EQ(mTap->Resume(), 0);
@@ -230,7 +230,7 @@ TEST_F(Consumer, AConsumerThatNeverWaitsForASecondSaysSoOnceAndGoesOn)
     ASSERT_EQ(Create(), 0);
     std::atomic<int> chunks{0};
     mOnChunk = [&] {
-        mMachine.GetClock().mAheadNanos += 400'000'000;
+        mMachine.mClock.mAheadNanos += 400'000'000;
         if (chunks < 8) mService->WriteBlocks(2);
         return ++chunks, 0;
     };
@@ -239,7 +239,6 @@ TEST_F(Consumer, AConsumerThatNeverWaitsForASecondSaysSoOnceAndGoesOn)
     mService->WriteBlocks(2);
     Await([&] { return chunks == 9; });
     mTap->Pause();
-    mMachine.GetClock().mAheadNanos = 0;
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "AudioConsumer has been compute bound for >1s, breaking the cycle...\n");
 }
@@ -251,7 +250,7 @@ TEST_F(Consumer, PauseEndsAConsumerThatIsShownPositionsWithoutSense)
     };
     ASSERT_EQ(Create(), 0);
     std::atomic<int> looks{0};
-    const support::ClockHook hook(mMachine.GetClock(), [&] { ++looks; });
+    const support::ClockHook hook(mMachine.mClock, [&] { ++looks; });
     for (const Position& shown : {Position{1, 0xFFFFFFFF}, {1, 64}, {1, 2048}, {0, 1024}, {0xFFFFFFFF, 1}}) {
         ASSERT_EQ(mTap->Resume(), 0);
         mService->Poke(76, shown.mHead);

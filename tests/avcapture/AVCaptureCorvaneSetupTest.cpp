@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
+using support::FakeMemory;
 using support::Faults;
-using support::ScriptedMemory;
 using support::ScriptedTapService;
 
 namespace {
@@ -18,16 +18,10 @@ protected:
     Setup()
     {
         using enum ChannelPosition;
-        auto& outputs = mMachine.GetAudioServer().mSnapshot;
+        auto& outputs = mMachine.mServer.mSnapshot;
         outputs.mOutputs = {{7, "speakers", "Speakers", 48000, {FrontLeft, FrontRight}},
                             {8, "mixer", "Mixer", 48000, {Auxiliary0, Auxiliary0, FrontLeft, FrontRight}}};
         outputs.mDefaultOutput = 7;
-        mMachine.GetMemory().mSteps.clear();
-    }
-    ~Setup() override
-    {
-        mMachine.GetMemory().mFaults = nullptr;
-        mMachine.GetMemory().mProtectFails = mMachine.GetMemory().mLockFails = false;
     }
 
     template <class Word>
@@ -97,7 +91,7 @@ TEST_F(Setup, WithoutAListTheTwoDefaultOutputsAreTappedOnce)
     ExpectProperty("IOAudioDevices", Array({Array({CFSTR("speakers"), Number(0).Get(), Number(1).Get()}).Get()}));
     mTap.reset();
     mService->mSteps.clear();
-    mMachine.GetAudioServer().mSnapshot.mDefaultOutput = 0;
+    mMachine.mServer.mSnapshot.mDefaultOutput = 0;
     EXPECT_EQ(Create({}), kAVCaptureNoDevice);
     EXPECT_EQ(Create(Array({})), kAVCaptureNoDevice);
     EXPECT_EQ(mService->mSteps, Steps{});
@@ -118,7 +112,7 @@ TEST_F(Setup, EveryCallThatFailsGivesItsOwnStatusAndLeavesNothingBehind)
     const auto root = std::filesystem::path(testing::TempDir()) / "corvane-setup-root";
     std::filesystem::create_directories(root);
     std::ofstream(root / "mach_kernel") << "\xce\xfa\xed\xfe";
-    mMachine.GetFiles().mRoot = root;
+    mMachine.mFiles.mRoot = root;
     constexpr int32_t kFailure = ScriptedTapService::kFailure;
     const std::vector<int32_t> wanted{kFailure,  // open
                                       kFailure,
@@ -131,30 +125,30 @@ TEST_F(Setup, EveryCallThatFailsGivesItsOwnStatusAndLeavesNothingBehind)
                                       kAVCaptureNoMemory,
                                       kFailure,  // regions
                                       kAVCaptureNoMemory,
-                                      ScriptedMemory::kProtectError,
-                                      ScriptedMemory::kLockError};
+                                      FakeMemory::kProtectError,
+                                      FakeMemory::kLockError};
     for (size_t k = 0; k <= wanted.size(); ++k) {
         Faults faults{.mFailing = int(k)};
         mService->mSteps.clear();
-        mService->mFaults = mMachine.GetMemory().mFaults = &faults;
+        mService->mFaults = mMachine.mMemory.mFaults = &faults;
         EXPECT_EQ(Create(), k < wanted.size() ? wanted[k] : 0) << "call " << k;
         EXPECT_EQ(std::ranges::count(mService->mSteps, "close"), k > 0 && k < wanted.size()) << "call " << k;
         mTap.reset();
         EXPECT_EQ(mService->mClients, 0);
-        EXPECT_EQ(mMachine.GetMemory().mBytes, mBytesBefore) << "call " << k;
+        EXPECT_EQ(mMachine.mMemory.mBytes, mBytesBefore) << "call " << k;
     }
-    mMachine.GetFiles().mRoot = "/nonexistent";
+    mService->mFaults = mMachine.mMemory.mFaults = nullptr;
     std::filesystem::remove_all(root);
 }
 
 TEST_F(Setup, TheOutputBufferIsLockedUnlessTheSessionSaysNo)
 {
-    auto& memory = mMachine.GetMemory();
+    auto& memory = mMachine.mMemory;
     ASSERT_EQ(Create(), 0);
     EXPECT_EQ(memory.mSteps, (Steps{"protect rwx", "lock"}));
     memory.mSteps.clear();
     memory.mProtectFails = memory.mLockFails = true;
-    EXPECT_EQ(Create(), ScriptedMemory::kLockError);
+    EXPECT_EQ(Create(), FakeMemory::kLockError);
     EXPECT_EQ(memory.mSteps, (Steps{"protect rwx", "lock"}));
     mFlags = kAVCaptureNoMemoryLock;
     EXPECT_EQ(Create(), 0);

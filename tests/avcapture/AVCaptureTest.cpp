@@ -15,7 +15,7 @@ class Session : public testing::Test {
 protected:
     Session()
     {
-        support::ScriptedMachine::Get();
+        support::FakeMachine::Installed();
         mService = ScriptedTapService::Publish();
         mService->mVersion = Number(2);
     }

@@ -126,13 +126,9 @@ protected:
     {
         fs::remove_all(mRoot);
         fs::create_directories(mRoot / "var/run");
-        mMachine.GetFiles().mRoot = mRoot;
+        mMachine.mFiles.mRoot = mRoot;
     }
-    ~SymbolExchange() override
-    {
-        mMachine.GetFiles().mRoot = "/nonexistent";
-        fs::remove_all(mRoot);
-    }
+    ~SymbolExchange() override { fs::remove_all(mRoot); }
     void Write(const char* path, const Bytes& bytes, int ageSeconds)
     {
         std::ofstream(mRoot / path, std::ios::binary)

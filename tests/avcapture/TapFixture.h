@@ -2,7 +2,7 @@
 #pragma once
 
 #include "avcapture/AVCaptureCorvane.h"
-#include "support/ScriptedMachine.h"
+#include "support/FakeMachine.h"
 #include "support/ScriptedTapService.h"
 
 #include <gtest/gtest.h>
@@ -72,7 +72,7 @@ protected:
     {
         mTap.reset();
         EXPECT_EQ(mService->mClients, 0);
-        EXPECT_EQ(mMachine.GetMemory().mBytes, mBytesBefore);
+        EXPECT_EQ(mMachine.mMemory.mBytes, mBytesBefore);
         platform::kernel::WithdrawServices();
     }
 
@@ -94,9 +94,9 @@ protected:
         mTap->MoveToWriter();
     }
 
-    support::ScriptedMachine& mMachine = support::ScriptedMachine::Get();
+    support::FakeMachine& mMachine = support::FakeMachine::Installed();
     std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
-    size_t mBytesBefore = mMachine.GetMemory().mBytes;
+    size_t mBytesBefore = mMachine.mMemory.mBytes;
     AVCaptureDetails mDetails;
     unsigned int mFlags = kAVCaptureLowLatencyAudio;
     void* mUserData = this;

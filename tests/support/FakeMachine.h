@@ -1,38 +1,74 @@
-// FakeMachine: the running system's clock, memory and threads, with a scripted audio server, process table,
-// files and grants of scheduling. For units that ask a machine questions; what takes time belongs on the
-// simulated machine.
+// FakeMachine: the running system's clock, memory and threads with their edges in a test's hand, beside a scripted
+// audio server, process table, files and grants of scheduling. For units that ask a machine questions; what takes
+// time belongs on the simulated machine.
 // Start at FakeMachine::Installed.
 #pragma once
 
-#include "platform/machine/AudioServer.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/Processes.h"
 #include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/LinuxFiles.h"
 #include "platform/machine/linux/LinuxMemory.h"
 #include "platform/machine/linux/LinuxThreads.h"
+#include "support/FakeAudioServer.h"
+#include "support/Faults.h"
 
+#include <atomic>
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <string>
+#include <vector>
 
 namespace support {
 
-class FakeAudioServer final : public platform::machine::AudioServer {
+class FakeClock final : public platform::machine::Clock {
 public:
-    platform::machine::ServerSnapshot mSnapshot;
-
-    platform::machine::ServerSnapshot Snapshot() override { return mSnapshot; }
-    bool WaitUntilReady(uint64_t) override { return mSnapshot.mConnected; }
-    std::string Describe() override { return "A scripted audio server."; }
-    void AddListener(platform::machine::ServerListener*) override {}
-    void RemoveListener(platform::machine::ServerListener*) override {}
-    std::unique_ptr<platform::machine::CaptureNode> OpenCapture(const std::string&, const std::string&,
-                                                                platform::machine::CaptureClient&) override
+    uint64_t NowNanos() override
     {
-        return nullptr;
+        if (mOnLook) mOnLook();
+        return mReal.NowNanos() + mAheadNanos;
     }
-    uint64_t LongestCycleNanos() override { return 0; }
+    void SleepUntil(uint64_t nanos) override { mReal.SleepUntil(nanos - mAheadNanos); }
+
+    std::atomic<uint64_t> mAheadNanos{0};
+    std::function<void()> mOnLook;  // called by whoever looks at the clock; changed while no other thread does
+
+private:
+    platform::machine::LinuxClock mReal;
+};
+
+/// Calls a function at each look at the clock, while it lives.
+class ClockHook {
+public:
+    ClockHook(FakeClock& clock, std::function<void()> onLook) : mClock(clock) { mClock.mOnLook = std::move(onLook); }
+    ~ClockHook() { mClock.mOnLook = nullptr; }
+
+private:
+    FakeClock& mClock;
+};
+
+/// Real pages, which are neither protected nor locked: that is only written down.
+class FakeMemory final : public platform::machine::Memory {
+public:
+    size_t PageBytes() override { return mReal.PageBytes(); }
+    void* Allocate(size_t bytes) override;
+    void Free(void* address, size_t bytes) override;
+    int Protect(void*, size_t, bool read, bool write, bool execute) override;
+    int Lock(void*, size_t) override;
+    std::string Describe() override { return mReal.Describe(); }
+
+    static constexpr int kProtectError = 71, kLockError = 72;
+    Faults* mFaults = nullptr;
+    bool mProtectFails = false;
+    bool mLockFails = false;
+    std::vector<std::string> mSteps;  // of Protect and Lock
+    std::atomic<size_t> mBytes{0};    // allocated and not freed
+
+private:
+    bool FailsNow() { return mFaults && mFaults->FailsNow(); }
+    platform::machine::LinuxMemory mReal;
 };
 
 class FakeProcesses final : public platform::machine::Processes {
@@ -78,7 +114,7 @@ private:
 
 class FakeFiles final : public platform::machine::Files {
 public:
-    std::string mRoot;  // stands before every well-known path
+    std::string mRoot;  // stands before every well-known path; at first a folder that does not exist
 
     std::string Resolve(const std::string& wellKnownPath) override { return mRoot + wellKnownPath; }
     std::string BundleFolder() override { return mRoot + "/bundles"; }
@@ -86,6 +122,8 @@ public:
 
 class FakeMachine final : public platform::machine::Machine {
 public:
+    FakeClock mClock;
+    FakeMemory mMemory;
     FakeAudioServer mServer;
     FakeProcesses mProcesses;
     FakeThreads mThreads;
@@ -98,26 +136,12 @@ public:
     platform::machine::Processes& GetProcesses() override { return mProcesses; }
     platform::machine::AudioServer& GetAudioServer() override { return mServer; }
 
-    /// The fake that this process stands on, installed by the first call, with an empty script.
-    static FakeMachine& Installed()
-    {
-        static FakeMachine* sMachine = [] {
-            auto machine = std::make_unique<FakeMachine>();
-            FakeMachine* installed = machine.get();
-            Install(std::move(machine));
-            return installed;
-        }();
-        sMachine->mServer.mSnapshot = {};
-        sMachine->mProcesses.mTable.clear();
-        sMachine->mProcesses.mEntries.clear();
-        sMachine->mThreads.mGrants = true;
-        sMachine->mFiles.mRoot.clear();
-        return *sMachine;
-    }
+    /// The fake that this process stands on, installed by the first call, with an empty script. What is allocated
+    /// stays counted.
+    static FakeMachine& Installed();
 
 private:
-    platform::machine::LinuxClock mClock;
-    platform::machine::LinuxMemory mMemory;
+    void Reset();
 };
 
 }  // namespace support

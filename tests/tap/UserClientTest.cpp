@@ -1,6 +1,6 @@
-#include "ScriptedServer.h"
 #include "platform/foundation/CFDictionary.h"
 #include "platform/kernel/IOKit.h"
+#include "support/FakeMachine.h"
 #include "tap/RingWriter.h"
 #include "tap/Service.h"
 
@@ -12,6 +12,7 @@
 namespace {
 
 using cf::Ref;
+using support::FakeMachine;
 using Value = Ref<cf::Object>;
 
 Value Number(int64_t value)
@@ -123,7 +124,7 @@ struct Regions {
 
 TEST(UserClient, EveryHostileConfigurationIsRefusedAndTheNextOneTaken)
 {
-    ScriptedServer::Installed();
+    FakeMachine::Installed();
     Connection connection;
     const Value text = Text("48000");
     const auto many = [](CFIndex count) { return Repeated(count, [](int64_t i) { return Number(i + 1); }); };
@@ -190,7 +191,7 @@ TEST(UserClient, EveryHostileConfigurationIsRefusedAndTheNextOneTaken)
 
 TEST(UserClient, RatesOfBothVersionsAreUnderstood)
 {
-    ScriptedServer::Installed();
+    FakeMachine::Installed();
     struct Row {
         Value mRate;
         uint64_t mNanosPerBlock;
@@ -212,7 +213,7 @@ TEST(UserClient, RatesOfBothVersionsAreUnderstood)
 
 TEST(UserClient, CallsOutOfTurnAndRegionsThatCannotBeAreRefused)
 {
-    ScriptedServer::Installed();
+    FakeMachine::Installed();
     Connection connection;
     std::vector<uint64_t> sizes(2), one(1);
     EXPECT_EQ(connection.Call(0, {}, &sizes), kIOReturnNotOpen);
@@ -253,12 +254,12 @@ TEST(UserClient, CallsOutOfTurnAndRegionsThatCannotBeAreRefused)
     EXPECT_EQ(connection.Call(5, {good[0], good[1], good[2], good[3], good[1], good[2]}), kIOReturnBadArgument)
         << "one in the other";
     EXPECT_EQ(connection.Call(5, {good[0], good[1], good[2], good[3], good[4]}), kIOReturnBadArgument);
-    EXPECT_TRUE(ScriptedServer::Installed().Captures().empty());
+    EXPECT_TRUE(FakeMachine::Installed().mServer.Captures().empty());
 }
 
 TEST(UserClient, ATapCapturesWhatItWasAskedForUntilItIsClosed)
 {
-    ScriptedServer& server = ScriptedServer::Installed();
+    support::FakeAudioServer& server = FakeMachine::Installed().mServer;
     Connection connection;
     Properties properties;
     properties.mDevices = List({Text("speakers"), Text("headset"), Text("speakers")});
@@ -289,7 +290,7 @@ TEST(UserClient, ATapCapturesWhatItWasAskedForUntilItIsClosed)
 
 TEST(Service, SaysItsVersionAndOpensOnlyOneKindOfConnection)
 {
-    ScriptedServer::Installed();
+    FakeMachine::Installed();
     Connection connection;
     const auto version =
         Value::Adopt(IORegistryEntryCreateCFProperty(connection.mService, CFSTR("version"), nullptr, 0));

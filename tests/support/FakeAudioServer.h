@@ -1,27 +1,27 @@
-// ScriptedServer: an audio server that does what it is told and remembers what it was asked, on the machine that
-// the test runs on.
-// Start at ScriptedServer::Installed.
+// FakeAudioServer: an audio server that does what it is told and remembers what it was asked.
 #pragma once
 
 #include "platform/machine/AudioServer.h"
-#include "platform/machine/Machine.h"
-#include "platform/machine/linux/LinuxMachine.h"
 
 #include <algorithm>
-#include <atomic>
 #include <future>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <string>
+#include <vector>
 
-class ScriptedServer final : public platform::machine::AudioServer {
+namespace support {
+
+class FakeAudioServer final : public platform::machine::AudioServer {
 public:
     struct Capture {
         std::vector<uint32_t> mStreams;
         bool mSilenced = false;
     };
 
-    /// The server of this process, with nothing on it.
-    static ScriptedServer& Installed();
+    /// What is on the server. A test changes it here only while no other thread looks; else by Change.
+    platform::machine::ServerSnapshot mSnapshot;
 
     /// Says that the snapshot is another one now.
     void Change(platform::machine::ServerSnapshot snapshot)
@@ -76,7 +76,7 @@ public:
 private:
     class Node final : public platform::machine::CaptureNode {
     public:
-        Node(ScriptedServer& server, std::string uid) : mServer(server), mUID(std::move(uid))
+        Node(FakeAudioServer& server, std::string uid) : mServer(server), mUID(std::move(uid))
         {
             const std::lock_guard lock(mServer.mMutex);
             mServer.mCaptures[mUID] = {};
@@ -100,39 +100,14 @@ private:
         }
 
     private:
-        ScriptedServer& mServer;
+        FakeAudioServer& mServer;
         const std::string mUID;
     };
 
     std::mutex mMutex;
-    platform::machine::ServerSnapshot mSnapshot;
     std::vector<platform::machine::ServerListener*> mListeners;
     std::map<std::string, Capture> mCaptures;
     std::promise<std::vector<uint32_t>> mNext;
 };
 
-class ScriptedServerMachine final : public platform::machine::Machine {
-public:
-    platform::machine::Clock& GetClock() override { return mReal->GetClock(); }
-    platform::machine::Threads& GetThreads() override { return mReal->GetThreads(); }
-    platform::machine::Memory& GetMemory() override { return mReal->GetMemory(); }
-    platform::machine::Files& GetFiles() override { return mReal->GetFiles(); }
-    platform::machine::Processes& GetProcesses() override { return mReal->GetProcesses(); }
-    ScriptedServer& GetAudioServer() override { return mServer; }
-
-private:
-    std::unique_ptr<Machine> mReal = platform::machine::MakeLinuxMachine();
-    ScriptedServer mServer;
-};
-
-inline ScriptedServer& ScriptedServer::Installed()
-{
-    static ScriptedServer& sServer = [&]() -> ScriptedServer& {
-        auto machine = std::make_unique<ScriptedServerMachine>();
-        ScriptedServer& server = machine->GetAudioServer();
-        platform::machine::Machine::Install(std::move(machine));
-        return server;
-    }();
-    sServer.Change({});
-    return sServer;
-}
+}  // namespace support
