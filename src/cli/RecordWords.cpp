@@ -1,8 +1,9 @@
 #include "cli/RecordWords.h"
 
+#include "cli/ReadNumber.h"
+
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 
 namespace cli {
@@ -10,14 +11,6 @@ namespace cli {
 namespace {
 
 constexpr double kLongestSeconds = 366.0 * 86400;
-
-template <class T>
-bool ReadNumber(const std::string& text, T& value)
-{
-    const char* const end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, value);
-    return result.ec == std::errc{} && result.ptr == end;
-}
 
 std::string ReadRate(const std::string& text, unsigned& rateHz)
 {

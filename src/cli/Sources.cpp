@@ -1,9 +1,10 @@
 #include "cli/Sources.h"
 
+#include "cli/ReadNumber.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <numeric>
 
 namespace cli {
@@ -134,8 +135,7 @@ std::string ParseSource(const std::string& text, Source& source)
         source = {Source::Kind::Path, value, 0};
     else if (kind == "pid") {
         pid_t pid = 0;
-        const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), pid);
-        if (error != std::errc{} || end != value.data() + value.size() || pid < 1)
+        if (!ReadNumber(value, pid) || pid < 1)
             return fmt::format("'{}' in '{}' is not a process number; for example pid:1234", value, text);
         source = {Source::Kind::Process, value, pid};
     } else {
