@@ -8,7 +8,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo check check-release check-asan check-tsan bench soak format dependencies install clean
+.PHONY: all demo check check-release check-asan check-tsan bench format dependencies install clean
 
 all: dependencies
 	@cmake --preset release -DCORVANE_TESTS=OFF >/dev/null

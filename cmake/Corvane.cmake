@@ -19,6 +19,9 @@ if(CORVANE_SANITIZE)
   target_compile_options(corvane-options INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(corvane-options INTERFACE -fsanitize=${CORVANE_SANITIZE})
   target_compile_definitions(corvane-options INTERFACE CORVANE_SANITIZED=1)
+else()  # a library that lacks a function shows when it is linked; sanitizers leave theirs to the program
+  string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs")
+  string(APPEND CMAKE_MODULE_LINKER_FLAGS " -Wl,-z,defs")
 endif()
 
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/archive)
@@ -42,18 +45,11 @@ function(corvane_test_program name)
   set_target_properties(test-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
 endfunction()
 
-# corvane_test(<name> LINKS <targets> SOURCES <files> [TIMEOUT s]): each case of the program is a CTest test.
+# corvane_test(<name> LINKS <targets> SOURCES <files> [LABELS <labels>]): each case of the program is a CTest test.
 function(corvane_test name)
-  cmake_parse_arguments(T "SERIAL" "TIMEOUT" "LINKS;SOURCES;LABELS" ${ARGN})
-  if(NOT T_TIMEOUT)
-    set(T_TIMEOUT 120)
-  endif()
+  cmake_parse_arguments(T "" "" "LINKS;SOURCES;LABELS" ${ARGN})
   corvane_test_program(${name} LINKS ${T_LINKS} SOURCES ${T_SOURCES})
-  set(properties TIMEOUT ${T_TIMEOUT} LABELS "${T_LABELS}")
-  if(T_SERIAL)
-    list(APPEND properties RUN_SERIAL ON)
-  endif()
-  gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+  gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${T_LABELS}")
 endfunction()
 
 # corvane_desktop_test(<name> LINKS <targets> SOURCES <files>): one CTest test for the program, on a private
