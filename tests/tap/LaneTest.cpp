@@ -8,7 +8,7 @@
 namespace {
 
 #if defined(CORVANE_SANITIZED)
-constexpr double kHourSeconds = 180;  // the sanitizers' hour, at their speed
+constexpr double kHourSeconds = 90;  // the sanitizers' hour, at their speed
 #else
 constexpr double kHourSeconds = 3600;
 #endif
