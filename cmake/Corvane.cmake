@@ -23,6 +23,12 @@ else()  # a library that lacks a function shows when it is linked; sanitizers le
   string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs")
   string(APPEND CMAKE_MODULE_LINKER_FLAGS " -Wl,-z,defs")
 endif()
+if(CORVANE_TRAP_REALTIME)
+  if(NOT CORVANE_SANITIZE MATCHES "address|thread")
+    message(FATAL_ERROR "CORVANE_TRAP_REALTIME hears of allocations from a sanitizer: set CORVANE_SANITIZE too")
+  endif()
+  target_compile_definitions(corvane-options INTERFACE CORVANE_TRAP_REALTIME=1)
+endif()
 
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/archive)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)

@@ -8,6 +8,7 @@
 #include "avcapture/AVCapture.h"
 #include "avcapture/AVCaptureCorvane.h"
 #include "avcapture/SampleConversion.h"
+#include "platform/kernel/Realtime.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -120,12 +121,14 @@ AVCaptureCorvane::Snapshot AVCaptureCorvane::TakeSnapshot() const
         const uint32_t tail = mStatus.TailFrame();
         if (tail != head) return {loop, head, tail, mRing.IsBlockStart(head) && mRing.IsBlockStart(tail)};
         // No service stays in this state. While one does, this goes on, and Pause waits for it.
+        const kernel::RealtimeExemption exemption("a service that has lost its way must not cost a processor");
         kernel::usleep(1);
     }
 }
 
 void AVCaptureCorvane::Consume()
 {
+    const kernel::RealtimeScope cycle;
     Chunk chunk;
     while (ConsumeBlock(chunk)) {
     }
@@ -154,6 +157,7 @@ void AVCaptureCorvane::DemoteWhenComputeBound()
     if (!mBoosted) return;
     const uint64_t busyNS = (mach_absolute_time() - mLastWake) * mTimeBase.numer / mTimeBase.denom;
     if (busyNS <= kComputeBoundNanos) return;
+    const kernel::RealtimeExemption exemption("this late the cycle is not real-time any more");
     std::fputs("AudioConsumer has been compute bound for >1s, breaking the cycle...\n", stderr);
     AVCapture::PriorityDowngrade();
     mBoosted = false;

@@ -143,8 +143,9 @@ uint64_t Recorder::FramesMissingBefore(uint64_t timeUS) const noexcept
     return frames < kHalfABlockFrames ? 0 : uint64_t(std::llround(frames));
 }
 
-void Recorder::Take(const float* samples, uint32_t frames, uint64_t timeUS) noexcept
+void Recorder::Take(const float* samples, uint32_t frames, uint64_t timeUS) CORVANE_REALTIME
 {
+    const kernel::RealtimeScope cycle;
     if (const uint64_t missing = FramesMissingBefore(timeUS)) {
         mOwedFrames += missing;
         mFramesLost.fetch_add(missing, std::memory_order_relaxed);

@@ -6,6 +6,7 @@
 
 #include "avcapture/AVCapture.h"
 #include "cli/WavWriter.h"
+#include "platform/kernel/Realtime.h"
 #include "platform/vector/FrameQueue.h"
 #include "utility/CAGuard.h"
 
@@ -62,7 +63,7 @@ public:
 private:
     static int Callback(void* recorder, const void* samples, uint32_t bytes, uint32_t frames, uint64_t timeUS,
                         AudioStreamBasicDescription format);
-    void Take(const float* samples, uint32_t frames, uint64_t timeUS) noexcept;
+    void Take(const float* samples, uint32_t frames, uint64_t timeUS) CORVANE_REALTIME;
     uint64_t FramesMissingBefore(uint64_t timeUS) const noexcept;
     bool PayOwedSilence() noexcept;
 

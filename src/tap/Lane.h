@@ -5,6 +5,7 @@
 // Start at Render (the server's side) and RenderBlock (the pacer's side).
 #pragma once
 
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/vector/ClockFollower.h"
 #include "tap/LaneInput.h"
@@ -25,7 +26,7 @@ public:
     Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels);
 
     /// @thread the server's data thread @realtime yes
-    void Render(const platform::machine::CaptureCycle& cycle) noexcept override { mInput.Write(cycle, mMix); }
+    void Render(const platform::machine::CaptureCycle& cycle) CORVANE_REALTIME override { mInput.Write(cycle, mMix); }
 
     /// Adds the device's sound to the tap's frames firstFrame .. firstFrame + kBlockFrames - 1.
     ///

@@ -4,8 +4,9 @@
 
 namespace tap {
 
-void LaneInput::Write(const platform::machine::CaptureCycle& cycle, const StereoMix& mix) noexcept
+void LaneInput::Write(const platform::machine::CaptureCycle& cycle, const StereoMix& mix) CORVANE_REALTIME
 {
+    const platform::kernel::RealtimeScope scope;
     if (cycle.mFrames > mFrames.Capacity() - mFrames.Available() || !mStamps.HasRoom()) {
         mDropped.fetch_add(cycle.mFrames, std::memory_order_relaxed);
         return;

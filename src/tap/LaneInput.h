@@ -4,6 +4,7 @@
 // Start at Write for the server's side, at Next for the pacer's.
 #pragma once
 
+#include "platform/kernel/Realtime.h"
 #include "platform/vector/FrameQueue.h"
 #include "tap/CycleQueue.h"
 #include "tap/StereoMix.h"
@@ -21,7 +22,7 @@ public:
     ///
     /// @thread    the server's data thread
     /// @realtime  yes
-    void Write(const platform::machine::CaptureCycle& cycle, const StereoMix& mix) noexcept;
+    void Write(const platform::machine::CaptureCycle& cycle, const StereoMix& mix) CORVANE_REALTIME;
 
     /// Frames of cycles that Write had no room for. Wraps. @thread any
     uint32_t DroppedFrames() const noexcept { return mDropped.load(std::memory_order_relaxed); }

@@ -1,5 +1,7 @@
 #include "tap/LaneVoice.h"
 
+#include "platform/kernel/Realtime.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -19,6 +21,7 @@ bool LaneVoice::Prepare(unsigned channels, double nominalRatio, unsigned mostFra
         mResampler.Reset();
         return true;
     }
+    const platform::kernel::RealtimeExemption exemption("another nominal rate needs other tables; it comes seldom");
     mChannels = 0;  // not usable until all of it is there
     if (channels > kMostChannels) return false;
     if (!mResampler.Configure(channels, nominalRatio, mostFrames, platform::vector::ResamplerStage::Low)) return false;

@@ -1,6 +1,7 @@
 #include "tap/Pacer.h"
 
 #include "platform/kernel/HostTime.h"
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/Clock.h"
 #include "platform/machine/Machine.h"
 
@@ -57,6 +58,7 @@ void Pacer::PublishDue(uint64_t nanos)
 
 void Pacer::PublishBlock(uint32_t skippedPasses)
 {
+    const kernel::RealtimeScope cycle;
     if (skippedPasses > 0)
         for (const auto& lane : mLanes) lane->SkipBlocks();
     mBlocks += uint64_t(skippedPasses) * mRing.BlocksInLoop();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "avcapture/AVCaptureCorvane.h"
+#include "platform/kernel/Realtime.h"
 #include "support/FakeMachine.h"
 #include "support/ScriptedTapService.h"
 
@@ -108,6 +109,7 @@ private:
     static int Take(void* self, const void* samples, uint32_t bytes, uint32_t frames, uint64_t timeUS,
                     AudioStreamBasicDescription format)
     {
+        const platform::kernel::RealtimeExemption exemption("a test keeps what it hears");
         auto& fixture = *static_cast<TapFixture*>(self);
         const auto* from = static_cast<const uint8_t*>(samples);
         EXPECT_EQ(format.mFormatFlags, fixture.mDetails.audioFormat.mFormatFlags);

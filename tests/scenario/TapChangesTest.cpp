@@ -2,6 +2,7 @@
 #include "avcapture/AVCapture.h"
 #include "platform/kernel/HostTime.h"
 #include "platform/kernel/IOKit.h"
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/simulated/Scenario.h"
 #include "support/Forked.h"
 #include "tap/Service.h"
@@ -66,6 +67,7 @@ private:
     }
     static int Take(void* self, const void* samples, uint32_t, uint32_t frames, uint64_t, AudioStreamBasicDescription)
     {
+        const platform::kernel::RealtimeExemption exemption("a test keeps what it hears");
         const auto* interleaved = static_cast<const float*>(samples);
         auto& left = static_cast<Session*>(self)->mLeft;
         for (uint32_t i = 0; i < frames; ++i) left.push_back(interleaved[2 * i]);

@@ -1,5 +1,6 @@
 #include "platform/kernel/Memory.h"
 
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/Memory.h"
 
@@ -28,6 +29,7 @@ mach_port_t mach_task_self()
 
 kern_return_t vm_allocate(mach_port_t task, vm_address_t* address, vm_size_t size, int flags)
 {
+    platform::kernel::TrapInRealtime("vm_allocate");
     *address = 0;
     if (task != kThisTask || size == 0 || !(flags & VM_FLAGS_ANYWHERE)) return KERN_INVALID_ARGUMENT;
     const vm_size_t bytes = WholePages(size);
@@ -38,6 +40,7 @@ kern_return_t vm_allocate(mach_port_t task, vm_address_t* address, vm_size_t siz
 
 kern_return_t vm_deallocate(mach_port_t task, vm_address_t address, vm_size_t size)
 {
+    platform::kernel::TrapInRealtime("vm_deallocate");
     if (task != kThisTask) return KERN_INVALID_ARGUMENT;
     if (size != 0) CurrentMemory().Free(reinterpret_cast<void*>(address), WholePages(size));
     return KERN_SUCCESS;

@@ -1,5 +1,6 @@
 #include "platform/kernel/Threads.h"
 
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/Clock.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/Threads.h"
@@ -47,6 +48,7 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex)
 
 int pthread_mutex_lock(pthread_mutex_t* mutex)
 {
+    TrapInRealtime("pthread_mutex_lock");
     return CurrentThreads().Lock(mutex);
 }
 
@@ -73,11 +75,13 @@ int pthread_cond_destroy(pthread_cond_t* condition)
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
+    TrapInRealtime("pthread_cond_wait");
     return CurrentThreads().Wait(condition, mutex);
 }
 
 int pthread_cond_timedwait_relative_np(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* relative)
 {
+    TrapInRealtime("pthread_cond_timedwait_relative_np");
     const int result = CurrentThreads().WaitUntil(condition, mutex, DeadlineAfter(*relative));
     return result == ETIMEDOUT ? kErrorTimedOut : result;
 }
@@ -95,6 +99,7 @@ int pthread_cond_broadcast(pthread_cond_t* condition)
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument,
                    const char* name)
 {
+    TrapInRealtime("pthread_create");
     int state = PTHREAD_CREATE_JOINABLE;
     if (attributes) pthread_attr_getdetachstate(attributes, &state);
     return CurrentThreads().Create(thread, state == PTHREAD_CREATE_DETACHED, name ? name : "", entry, argument);
@@ -102,11 +107,13 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 int pthread_join(pthread_t thread, void** result)
 {
+    TrapInRealtime("pthread_join");
     return CurrentThreads().Join(thread, result);
 }
 
 int usleep(uint32_t microseconds)
 {
+    TrapInRealtime("usleep");
     machine::Clock& clock = Machine::Current().GetClock();
     clock.SleepUntil(clock.NowNanos() + uint64_t(microseconds) * 1000);
     return 0;

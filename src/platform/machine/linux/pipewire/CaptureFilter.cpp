@@ -137,8 +137,9 @@ void CaptureFilter::AddPort(ChannelPosition position)
     mInputCount.store(count + 1, std::memory_order_release);
 }
 
-void CaptureFilter::Process(const spa_io_position* position) noexcept
+void CaptureFilter::Process(const spa_io_position* position) CORVANE_REALTIME
 {
+    const kernel::RealtimeScope scope;
     CaptureClient* client = mClient.load(std::memory_order_acquire);
     if (client == nullptr || position == nullptr) return;
     const spa_io_clock& clock = position->clock;

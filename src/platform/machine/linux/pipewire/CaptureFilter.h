@@ -2,6 +2,7 @@
 // Why a connection of its own: more than some sixteen nodes on one lose track of their shared memory.
 #pragma once
 
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/linux/pipewire/Channels.h"
 #include "platform/machine/linux/pipewire/Context.h"
@@ -49,7 +50,7 @@ private:
     bool Connect(const std::string& name, std::span<const ChannelPosition> positions);
     bool HasPort(ChannelPosition position) const;
     void AddPort(ChannelPosition position);
-    void Process(const spa_io_position* position) noexcept;
+    void Process(const spa_io_position* position) CORVANE_REALTIME;
     void Break();
 
     static const pw_filter_events kEvents;
