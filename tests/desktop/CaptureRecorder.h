@@ -1,6 +1,7 @@
 // CaptureRecorder: keeps what a capture brings, and reads it as counts of frames.
 #pragma once
 
+#include "platform/kernel/Realtime.h"
 #include "platform/machine/AudioServer.h"
 
 #include <array>
@@ -27,6 +28,7 @@ public:
     // The real thing may not lock here; a test that misses a cycle by that would only fail itself.
     void Render(const CaptureCycle& cycle) noexcept override
     {
+        const platform::kernel::RealtimeExemption exemption("a test keeps what it hears");
         const std::lock_guard guard(mMutex);
         mStamps.push_back({cycle.mHostNanos, cycle.mSampleTime, cycle.mRateHz, cycle.mFrames, cycle.mClockID});
         for (const auto& channel : cycle.mChannels) {
