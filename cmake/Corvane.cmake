@@ -58,13 +58,14 @@ function(corvane_test name)
   gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${T_LABELS}")
 endfunction()
 
-# corvane_desktop_test(<name> LINKS <targets> SOURCES <files>): one CTest test for the program, on a private
-# PipeWire, with nothing else running beside it.
+# corvane_desktop_test(<name> LINKS <targets> SOURCES <files>): each case of the program is a CTest test on a private
+# PipeWire, with nothing else running beside it; see scripts/run-desktop-test.
 function(corvane_desktop_test name)
   cmake_parse_arguments(T "" "" "LINKS;SOURCES" ${ARGN})
   corvane_test_program(${name} LINKS corvane-desktop-support ${T_LINKS} SOURCES ${T_SOURCES})
   add_dependencies(test-${name} corvane-test-app)
-  add_test(NAME Desktop.${name}
-    COMMAND ${PROJECT_SOURCE_DIR}/scripts/run-desktop-test ${PROJECT_BINARY_DIR} tests/test-${name})
-  set_tests_properties(Desktop.${name} PROPERTIES LABELS desktop RUN_SERIAL ON TIMEOUT 600)
+  set_target_properties(test-${name} PROPERTIES
+    CROSSCOMPILING_EMULATOR "${PROJECT_SOURCE_DIR}/scripts/run-desktop-test;${PROJECT_BINARY_DIR}")
+  gtest_discover_tests(test-${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX Desktop.
+    PROPERTIES LABELS desktop RUN_SERIAL ON TIMEOUT 300)
 endfunction()
