@@ -22,14 +22,12 @@ constexpr double kHighestRatio = 16;
 constexpr double kTolerance = 0.05;  // how far a ratio may lie from the nominal
 constexpr double kHighestInterpolating = 1.05;
 
-constexpr double kHalfWidthFrames = 31;  // 62 taps and two that stay zero: the window ends at what was consumed
-constexpr double kKaiserBeta = 13.0;
-
 // Positions count 2^-60 frames, ratios 2^-59: every double from 1/17 to 17 is one of them, so that sums of
 // ratio x frames are exact, and half the sum of two ratios is exact as well.
 constexpr unsigned kPositionBits = 60;
 constexpr unsigned kRatioBits = kPositionBits - 1;
 constexpr unsigned kPhaseShift = kPositionBits - 32;
+constexpr double kPhaseSteps = 0x1p32;
 constexpr uint64_t kOneFrame = uint64_t{1} << kPositionBits;
 // A position is kept half a step of the phase too high, so that cutting it to 2^-32 frames rounds it.
 constexpr uint64_t kRounding = uint64_t{1} << (kPhaseShift - 1);
@@ -41,49 +39,66 @@ uint64_t RatioUnits(double ratio) noexcept
     return static_cast<uint64_t>(std::ldexp(ratio, kRatioBits));
 }
 
-double Kaiser(double x) noexcept
+double Bessel(double x)
 {
-    static const double sMiddle = std::cyl_bessel_i(0.0, kKaiserBeta);
-    return std::abs(x) < 1 ? std::cyl_bessel_i(0.0, kKaiserBeta * std::sqrt(1 - x * x)) / sMiddle : 0;
+    return std::cyl_bessel_i(0.0, x);
 }
 
-/// The kernel `frames` from its middle, `scale` times as wide as the interpolating one. Exactly 0 at whole
-/// numbers: sin(pi n) is not zero in floating point.
-double Kernel(double frames, double scale) noexcept
-{
-    const double x = frames / scale;
-    if (x == 0) return 1 / scale;
-    if (x == std::round(x)) return 0;
-    return std::sin(std::numbers::pi * x) / (std::numbers::pi * x * scale) * Kaiser(x / kHalfWidthFrames);
-}
+/// A Kaiser window: 1 in the middle, 0 from 1 on to either side.
+struct Window {
+    explicit Window(double beta) : mBeta(beta), mMiddle(Bessel(beta)) {}
+    double operator()(double x) const { return std::abs(x) < 1 ? Bessel(mBeta * std::sqrt(1 - x * x)) / mMiddle : 0; }
 
-/// What the kernel looks like for one nominal ratio: `mTaps` of them, of which the last weighs the newest
-/// frame, `mDelay` frames before it the middle.
+    double mBeta;
+    double mMiddle;
+};
+
+/// What the kernel looks like for one stage and nominal ratio: `mTaps` of them, of which the last weighs the
+/// newest frame, `mDelay` frames before it the middle. Two of the taps stay zero near ratio 1: the window ends
+/// at what was consumed.
 struct Shape {
-    explicit Shape(double nominalRatio) noexcept
-        : mScale(nominalRatio > kHighestInterpolating ? nominalRatio : 1),
-          mDelay(static_cast<unsigned>(std::ceil(kHalfWidthFrames * mScale)) + 1),
+    Shape(ResamplerStage stage, double nominalRatio) noexcept
+        : mStage(stage),
+          mHalfWidth(stage == ResamplerStage::High ? 47 : 31),
+          mKaiserBeta(stage == ResamplerStage::High ? 15 : 13),
+          mScale(nominalRatio > kHighestInterpolating ? nominalRatio : 1),
+          mDelay(static_cast<unsigned>(std::ceil(mHalfWidth * mScale)) + 1),
           mTaps((2 * (mDelay - 1) + kLanes - 1) / kLanes * kLanes)
     {
     }
 
-    double mScale;
+    ResamplerStage mStage;
+    double mHalfWidth;  // frames, of the interpolating kernel
+    double mKaiserBeta;
+    double mScale;  // how many times wider than that one
     unsigned mDelay;
     unsigned mTaps;
 };
 
-std::vector<loops::TapGroup> MakeTaps(const Shape& shape)
+/// The kernel `frames` from its middle. Exactly 0 at whole numbers: sin(pi n) is not zero in floating point.
+double Kernel(const Shape& shape, const Window& window, double frames)
+{
+    const double x = frames / shape.mScale;
+    if (x == 0) return 1 / shape.mScale;
+    if (x == std::round(x)) return 0;
+    return std::sin(std::numbers::pi * x) / (std::numbers::pi * x * shape.mScale) * window(x / shape.mHalfWidth);
+}
+
+using Taps = std::vector<loops::TapGroup>;
+
+Taps MakeTaps(const Shape& shape)
 {
     constexpr unsigned kPhases = 1u << loops::kPhaseBits;
     constexpr unsigned kSteps = 2 * kPhases;  // a frame: the phases and the middles between them
 
     std::vector<double> kernel(size_t{shape.mTaps} * kSteps + 1);
+    const Window window(shape.mKaiserBeta);
     const double first = static_cast<double>(shape.mDelay) - shape.mTaps - 1;
     for (size_t i = 0; i < kernel.size(); ++i)
-        kernel[i] = Kernel(first + static_cast<double>(i) / kSteps, shape.mScale);
+        kernel[i] = Kernel(shape, window, first + static_cast<double>(i) / kSteps);
 
     const unsigned groups = shape.mTaps / kLanes;
-    std::vector<loops::TapGroup> taps(size_t{kPhases} * groups);
+    Taps taps(size_t{kPhases} * groups);
     for (unsigned phase = 0; phase < kPhases; ++phase) {
         for (unsigned index = 0; index < shape.mTaps; ++index) {
             const double* here = &kernel[(index + 1) * kSteps - 2 * phase];
@@ -96,18 +111,34 @@ std::vector<loops::TapGroup> MakeTaps(const Shape& shape)
     return taps;
 }
 
+/// The interpolating kernels are one for all: a render with many sources keeps them in the processor's cache.
+std::shared_ptr<const Taps> TapsOf(const Shape& shape)
+{
+    if (shape.mScale != 1) return std::make_shared<const Taps>(MakeTaps(shape));
+    if (shape.mStage == ResamplerStage::High) {
+        static const auto sHigh = std::make_shared<const Taps>(MakeTaps(shape));
+        return sHigh;
+    }
+    static const auto sLow = std::make_shared<const Taps>(MakeTaps(shape));
+    return sLow;
+}
+
 }  // namespace
 
-// The history of a channel is `mTaps` old frames, then the frames of the block. Output at position p needs
-// the frames before its whole part and none after: that is why no block ever asks for more than it passes.
+// The history of a channel is `mOldFrames` old frames, then the frames of the block. Output at position p needs
+// the frames before its whole part and none after: that is why no block ever asks for more than it passes. A
+// longer delay than the kernel's is that many more old frames, and its fraction where the position starts.
 struct Resampler::State {
-    State(unsigned channels, double ratio, unsigned maxOutputFrames)
-        : mShape(ratio),
+    State(const Shape& shape, unsigned channels, double ratio, unsigned maxOutputFrames, double delayFrames)
+        : mShape(shape),
           mChannels(channels),
           mNominalRatio(ratio),
-          mTapTable(MakeTaps(mShape)),
+          mDelayFrames(delayFrames),
+          mWholeDelay(static_cast<unsigned>(std::ceil(delayFrames))),
+          mTaps(TapsOf(shape)),
           mPoints(maxOutputFrames),
-          mHistoryFrames(mShape.mTaps + MostFor(maxOutputFrames)),
+          mOldFrames(shape.mTaps + mWholeDelay - shape.mDelay),
+          mHistoryFrames(mOldFrames + MostFor(maxOutputFrames)),
           mHistory(size_t{mHistoryFrames} * channels)
     {
         Reset();
@@ -115,7 +146,7 @@ struct Resampler::State {
 
     void Reset() noexcept
     {
-        mPosition = kRounding;
+        mPosition = kRounding + static_cast<uint64_t>(std::ldexp(mWholeDelay - mDelayFrames, kPositionBits));
         mRatioUnits = RatioUnits(mNominalRatio);
         std::ranges::fill(mHistory, 0.0f);
     }
@@ -153,9 +184,12 @@ struct Resampler::State {
     const Shape mShape;
     const unsigned mChannels;
     const double mNominalRatio;
-    const std::vector<loops::TapGroup> mTapTable;
+    const double mDelayFrames;
+    const unsigned mWholeDelay;  // rounded up
+    const std::shared_ptr<const Taps> mTaps;
     std::vector<loops::Point> mPoints;
-    const unsigned mHistoryFrames;  // a channel
+    const unsigned mOldFrames;
+    const unsigned mHistoryFrames;  // a channel, old and new
     std::vector<float> mHistory;
 
     uint64_t mPosition = 0;    // of the next output frame, below one frame, in 2^-60 frames
@@ -179,7 +213,7 @@ void Resampler::State::Locate(unsigned frames, uint64_t units) noexcept
 void Resampler::State::Convolve(float* const* output, unsigned frames) noexcept
 {
     const loops::Loops& best = loops::Best();
-    const loops::Bank bank{mTapTable.data(), mShape.mTaps / kLanes};
+    const loops::Bank bank{mTaps->data(), mShape.mTaps / kLanes};
     for (unsigned channel = 0; channel < mChannels; channel += 2) {
         const float* from[] = {History(channel), History(std::min(channel + 1, mChannels - 1))};
         const loops::Loop loop = channel + 1 < mChannels ? best.mStereo : best.mMono;
@@ -192,18 +226,27 @@ Resampler::~Resampler() = default;
 Resampler::Resampler(Resampler&&) noexcept = default;
 Resampler& Resampler::operator=(Resampler&&) noexcept = default;
 
-bool Resampler::Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage)
+bool Resampler::Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage stage,
+                          double delayFrames)
 {
     mState.reset();
     const bool inRange = nominalRatio >= 1 / kHighestRatio && nominalRatio <= kHighestRatio;
     if (channels < 1 || channels > kMostChannels || !inRange || maxOutputFrames < 1 || maxOutputFrames > kMostFrames)
         return false;
+    if (!(delayFrames >= 0 && delayFrames <= kMostFrames)) return false;
     try {
-        mState = std::make_unique<State>(channels, nominalRatio, maxOutputFrames);
+        const Shape shape(stage, nominalRatio);
+        const double delay = std::max<double>(std::round(delayFrames * kPhaseSteps) / kPhaseSteps, shape.mDelay);
+        mState = std::make_unique<State>(shape, channels, nominalRatio, maxOutputFrames, delay);
     } catch (const std::bad_alloc&) {
         return false;
     }
     return true;
+}
+
+unsigned Resampler::LeastDelayFrames(double nominalRatio, ResamplerStage stage) noexcept
+{
+    return Shape(stage, nominalRatio).mDelay;
 }
 
 void Resampler::Reset() noexcept
@@ -211,9 +254,9 @@ void Resampler::Reset() noexcept
     mState->Reset();
 }
 
-unsigned Resampler::DelayFrames() const noexcept
+double Resampler::DelayFrames() const noexcept
 {
-    return mState->mShape.mDelay;
+    return mState->mDelayFrames;
 }
 
 unsigned Resampler::InputFramesFor(unsigned outputFrames, double ratio) const noexcept
@@ -236,19 +279,18 @@ void Resampler::Process(const float* const* input, float* const* output, unsigne
     const Wide after = state.PositionAfter(outputFrames, units);
     const auto consumed = static_cast<unsigned>(after >> kPositionBits);
     for (unsigned channel = 0; channel < state.mChannels; ++channel)
-        std::copy_n(input[channel], consumed, state.History(channel) + state.mShape.mTaps);
+        std::copy_n(input[channel], consumed, state.History(channel) + state.mOldFrames);
 
     if (state.PassesThrough(units)) {
         for (unsigned channel = 0; channel < state.mChannels; ++channel)
-            std::copy_n(state.History(channel) + state.mShape.mTaps - state.mShape.mDelay, outputFrames,
-                        output[channel]);
+            std::copy_n(state.History(channel) + state.mOldFrames - state.mWholeDelay, outputFrames, output[channel]);
     } else {
         state.Locate(outputFrames, units);
         state.Convolve(output, outputFrames);
     }
 
     for (unsigned channel = 0; channel < state.mChannels; ++channel)
-        std::copy_n(state.History(channel) + consumed, state.mShape.mTaps, state.History(channel));
+        std::copy_n(state.History(channel) + consumed, state.mOldFrames, state.History(channel));
     state.mPosition = static_cast<uint64_t>(after) & (kOneFrame - 1);
     state.mRatioUnits = units;
 }

@@ -11,7 +11,8 @@
 namespace platform::vector {
 
 enum class ResamplerStage {
-    Low,  ///< 64 taps: distortion and noise below -130 dB up to 15 kHz of 48, 32 frames of delay near ratio 1
+    Low,   ///< 64 taps: distortion and noise below -130 dB up to 15 kHz of 48, 32 frames of delay near ratio 1
+    High,  ///< 96 taps: below -138 dB up to 21 kHz of 48, 48 frames
 };
 
 class Resampler {
@@ -28,16 +29,24 @@ public:
     ///                         it by up to 5 percent. At most 1.05: the interpolating kernel without
     ///                         band limit (an image-free one below 1); above: band limited to the output rate.
     /// @param maxOutputFrames  most frames of one Process, 1 .. 65,536
+    /// @param delayFrames      input frames to delay by, a fraction included, at most 65,536; less than the kernel
+    ///                         needs is taken as what it needs. Chains of any ratio and stage delay by one and the
+    ///                         same time where each is given that time x its input rate.
     /// @return                 false where a parameter is out of range or memory is short; then not usable
     /// @realtime               no: allocates
-    bool Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage stage);
+    bool Configure(unsigned channels, double nominalRatio, unsigned maxOutputFrames, ResamplerStage stage,
+                   double delayFrames = 0);
 
-    /// Silence in the history, phase 0, ratio back at the nominal. Allocates nothing.
+    /// The input frames that the kernel itself needs to delay by: the least that Configure makes it.
+    static unsigned LeastDelayFrames(double nominalRatio, ResamplerStage stage) noexcept;
+
+    /// Silence in the history, the phase back at its start, ratio back at the nominal. Allocates nothing.
     void Reset() noexcept;
 
     /// Delay in input frames: output frame k of a Configured stream lies at input position k * ratio - Delay.
-    /// A whole number.
-    unsigned DelayFrames() const noexcept;
+    /// What Configure was asked for, to 2^-33 frames, or LeastDelayFrames. A whole one begins at phase 0, so that unity is
+    /// bit exact; a fraction is where the phase begins.
+    double DelayFrames() const noexcept;
 
     /// Input frames that Process will consume for this block: exactly the whole part of the position's
     /// advance. The advance is the integral of the ratio on its way from `last` to `ratio`, which is

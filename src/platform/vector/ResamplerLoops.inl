@@ -47,9 +47,15 @@ template <unsigned kChannels>
 void Convolve(const Bank& bank, const Point* points, unsigned frames, const float* const* history,
               float* const* output) noexcept
 {
-    constexpr unsigned kUsual = 8;  // every ratio near 1 or below
-    const bool usual = bank.mGroups == kUsual;
-    (usual ? ConvolveGroups<kChannels, kUsual> : ConvolveGroups<kChannels, 0>)(bank, points, frames, history, output);
+    constexpr unsigned kLow = 8, kHigh = 12;  // every ratio near 1 or below, of the two stages
+    switch (bank.mGroups) {
+        case kLow:
+            return ConvolveGroups<kChannels, kLow>(bank, points, frames, history, output);
+        case kHigh:
+            return ConvolveGroups<kChannels, kHigh>(bank, points, frames, history, output);
+        default:
+            return ConvolveGroups<kChannels, 0>(bank, points, frames, history, output);
+    }
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ namespace platform::vector {
 namespace {
 
 constexpr double kRateHz = 48000;
+constexpr ResamplerStage kStages[] = {ResamplerStage::Low, ResamplerStage::High};
 
 using Signal = std::function<float(unsigned channel, int64_t frame)>;
 
@@ -56,10 +57,11 @@ float Noise(unsigned channel, int64_t frame)
 
 /// Pulls a signal through a resampler and keeps what came out, and where each frame had to lie.
 struct Stream {
-    Stream(unsigned channels, double nominal, unsigned most, Signal source)
+    Stream(unsigned channels, double nominal, unsigned most, Signal source, ResamplerStage stage = ResamplerStage::Low,
+           double delayFrames = 0)
         : mRatio(nominal), mSignal(std::move(source)), mOutput(channels)
     {
-        EXPECT_TRUE(mResampler.Configure(channels, nominal, most, ResamplerStage::Low));
+        EXPECT_TRUE(mResampler.Configure(channels, nominal, most, stage, delayFrames));
     }
 
     void Pull(unsigned frames, double nextRatio)
@@ -112,27 +114,36 @@ Signal SineSource(double hz)
 
 TEST(Resampler, UnityIsBitExactAndDelaysByAWholeNumberOfFramesAtEveryBlockSize)
 {
-    for (const unsigned frames : {1u, 64u, 127u, 512u}) {
-        Stream stream(3, 1.0, frames, Noise);
-        for (unsigned done = 0; done < 2000; done += frames) stream.Pull(frames, 1.0);
-        const unsigned delay = stream.mResampler.DelayFrames();
-        EXPECT_EQ(delay, 32u);
-        for (unsigned channel = 0; channel < 3; ++channel)
-            for (unsigned i = 0; i < 2000; ++i)
-                ASSERT_EQ(stream.mOutput[channel][i], i < delay ? 0 : Noise(channel, i - delay)) << frames << ' ' << i;
+    const struct {
+        ResamplerStage stage;
+        double asked;
+        unsigned delay;
+    } cases[] = {{ResamplerStage::Low, 0, 32}, {ResamplerStage::High, 0, 48}, {ResamplerStage::Low, 200, 200}};
+    for (const auto& test : cases) {
+        for (const unsigned frames : {1u, 64u, 127u, 512u}) {
+            Stream stream(3, 1.0, frames, Noise, test.stage, test.asked);
+            for (unsigned done = 0; done < 2000; done += frames) stream.Pull(frames, 1.0);
+            EXPECT_EQ(stream.mResampler.DelayFrames(), test.delay);
+            for (unsigned channel = 0; channel < 3; ++channel)
+                for (unsigned i = 0; i < 2000; ++i)
+                    ASSERT_EQ(stream.mOutput[channel][i], i < test.delay ? 0 : Noise(channel, i - test.delay))
+                        << frames << ' ' << i;
+        }
     }
 }
 
 TEST(Resampler, AtPhaseZeroTheKernelItselfIsTheIdentity)
 {
-    Stream shortcut(2, 1.0, 512, Noise);
-    Stream kernel(2, 1.0, 512, Noise);
-    for (int block = 0; block < 10; ++block) {
-        shortcut.Pull(512, 1.0);
-        kernel.Pull(512, std::nextafter(1.0, 2.0));  // not 1, and yet never a step of the phase away from it
+    for (const ResamplerStage stage : kStages) {
+        Stream shortcut(2, 1.0, 512, Noise, stage);
+        Stream kernel(2, 1.0, 512, Noise, stage);
+        for (int block = 0; block < 10; ++block) {
+            shortcut.Pull(512, 1.0);
+            kernel.Pull(512, std::nextafter(1.0, 2.0));  // not 1, and yet never a step of the phase away from it
+        }
+        EXPECT_EQ(kernel.mResampler.Phase(), 0);
+        EXPECT_EQ(shortcut.mOutput, kernel.mOutput);
     }
-    EXPECT_EQ(kernel.mResampler.Phase(), 0);
-    EXPECT_EQ(shortcut.mOutput, kernel.mOutput);
 }
 
 TEST(Resampler, UnityIsBitExactAgainAfterARatioThatLandsOnAWholeFrame)
@@ -162,12 +173,13 @@ TEST(Resampler, ConsumesTheIntegralOfItsRatioForEver)
     std::mt19937 random(3);
     for (const double nominal : {1.0, 48000.0 / 44100, 0.5}) {
         Resampler resampler;
-        ASSERT_TRUE(resampler.Configure(1, nominal, 8192, ResamplerStage::Low));
+        ASSERT_TRUE(resampler.Configure(1, nominal, 8192, ResamplerStage::Low, 76.25));
+        ASSERT_EQ(resampler.Phase(), 0.75);
         const std::vector<float> input(resampler.MaxInputFramesFor(8192));
         std::vector<float> output(8192);
         const float* from[] = {input.data()};
         float* to[] = {output.data()};
-        long double integral = 0;
+        long double integral = resampler.Phase();
         double consumed = 0, last = nominal;
         for (long frames = 0; frames < 4'000'000;) {
             const unsigned block = 1 + random() % 8192;
@@ -185,15 +197,41 @@ TEST(Resampler, ConsumesTheIntegralOfItsRatioForEver)
 TEST(Resampler, ASineComesOutInItsPlaceAtItsLevelAndClean)
 {
     const struct {
-        double nominal, hz, mostDB;
-    } cases[] = {{1.0003, 1000, -138},         {1.0003, 15000, -132},          {1.0003, 20000, -120},
-                 {0.9997, 15000, -132},        {44100 / kRateHz, 997, -138},   {44100 / kRateHz, 15000, -130},
-                 {kRateHz / 44100, 997, -135}, {kRateHz / 44100, 15000, -130}, {2, 10000, -120},
-                 {0.25, 15000, -130}};
-    for (const auto& test : cases) {
-        Stream stream(1, test.nominal, 512, SineSource(test.hz));
-        for (int block = 0; block < 60; ++block) stream.Pull(512, test.nominal);
-        EXPECT_LT(stream.ErrorDB(test.hz, 512, stream.mLies.size()), test.mostDB) << test.nominal << ' ' << test.hz;
+        double nominal, hz, lowDB, highDB;
+    } cases[] = {{1.0002, 1000, -138, -138},
+                 {1.0002, 15000, -132, -138},
+                 {1.0002, 20000, -120, -138},
+                 {0.9998, 15000, -132, -138},
+                 {44100 / kRateHz, 997, -138, -138},
+                 {44100 / kRateHz, 15000, -130, -138},
+                 {kRateHz / 44100, 997, -135, -138},
+                 {kRateHz / 44100, 15000, -130, -138},
+                 {2, 10000, -120, -138},
+                 {96000 / 44100.0, 9000, -120, -138},
+                 {0.25, 15000, -130, -138}};
+    for (const ResamplerStage stage : kStages) {
+        for (const auto& test : cases) {
+            Stream stream(1, test.nominal, 512, SineSource(test.hz), stage);
+            for (int block = 0; block < 60; ++block) stream.Pull(512, test.nominal);
+            EXPECT_LT(stream.ErrorDB(test.hz, 512, stream.mLies.size()),
+                      stage == ResamplerStage::High ? test.highDB : test.lowDB)
+                << test.nominal << ' ' << test.hz;
+        }
+    }
+}
+
+TEST(Resampler, ChainsOfAnyRatioAndStageDelayByTheTimeThatTheyAreAskedFor)
+{
+    constexpr double kSeconds = 0.003;
+    for (const ResamplerStage stage : kStages) {
+        for (const double rateHz : {32000.0, 44100.0, 48000.0, 96000.0}) {
+            const double asked = kSeconds * rateHz;
+            ASSERT_GT(asked, Resampler::LeastDelayFrames(rateHz / 48000, stage));
+            Stream stream(1, rateHz / 48000, 500, SineSource(997), stage, asked);
+            for (int block = 0; block < 20; ++block) stream.Pull(500, stream.mRatio);
+            EXPECT_NEAR(stream.mResampler.DelayFrames(), asked, 1e-9);
+            EXPECT_LT(stream.ErrorDB(997, 500, stream.mLies.size()), -134) << rateHz;
+        }
     }
 }
 
@@ -210,15 +248,17 @@ TEST(Resampler, WhatTheOutputCannotHoldIsKeptOut)
 
 TEST(Resampler, AMovingRatioMakesNoProducts)
 {
-    Stream stream(1, 1.0, 512, SineSource(15000));
-    std::vector<double> errors;
-    for (int block = 0; block < 600; ++block) {
-        stream.Pull(512, stream.mRatio + (block % 200 < 100 ? 1e-6 : -1e-6));
-        if (block > 0) errors.push_back(stream.ErrorDB(15000, block * 512, (block + 1) * 512));
+    for (const ResamplerStage stage : kStages) {
+        Stream stream(1, 1.0, 512, SineSource(15000), stage);
+        std::vector<double> errors;
+        for (int block = 0; block < 600; ++block) {
+            stream.Pull(512, stream.mRatio + (block % 200 < 100 ? 1e-6 : -1e-6));
+            if (block > 0) errors.push_back(stream.ErrorDB(15000, block * 512, (block + 1) * 512));
+        }
+        std::ranges::sort(errors);
+        EXPECT_LT(errors[errors.size() / 2], -130);
+        EXPECT_LT(errors.back(), -120);
     }
-    std::ranges::sort(errors);
-    EXPECT_LT(errors[errors.size() / 2], -130);
-    EXPECT_LT(errors.back(), -120);
 }
 
 TEST(Resampler, AgreesWithTheReference)
@@ -286,7 +326,7 @@ TEST(Resampler, BothInstructionSetsAgreeWithinRounding)
     for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * 2654435761u};
 
     const float* from[] = {left.data(), right.data()};
-    for (const unsigned groups : {3u, 8u, 16u}) {
+    for (const unsigned groups : {3u, 8u, 12u, 16u}) {
         std::vector<float> outputs[2][3];
         for (const bool wide : {false, true}) {
             for (auto& output : outputs[wide]) output.resize(100);
@@ -311,6 +351,7 @@ TEST(Resampler, RefusesWhatItCannotDo)
     EXPECT_FALSE(resampler.Configure(2, 17, 512, ResamplerStage::Low));
     EXPECT_FALSE(resampler.Configure(2, std::nan(""), 512, ResamplerStage::Low));
     EXPECT_FALSE(resampler.Configure(2, 1, 0, ResamplerStage::Low));
+    EXPECT_FALSE(resampler.Configure(2, 1, 512, ResamplerStage::Low, std::nan("")));
     ASSERT_TRUE(resampler.Configure(2, 1, 512, ResamplerStage::Low));
     EXPECT_EQ(resampler.InputFramesFor(512, std::nan("")), resampler.InputFramesFor(512, 0.95));
     EXPECT_EQ(resampler.InputFramesFor(512, 7), resampler.InputFramesFor(512, 1.05));
