@@ -157,7 +157,7 @@ uint32_t CAPThread::getScheduledPriority(pthread_t thread, int kind)
 {
     if (thread == 0) return 0;
     const bool inEffect = kind == kScheduledPriority;
-    switch (GetInfo<10>(thread, kernel::THREAD_BASIC_INFO)[4]) {
+    switch (GetInfo<10>(thread, kernel::THREAD_BASIC_INFO)[5]) {
         case kernel::POLICY_TIMESHARE: {
             const auto words = GetInfo<5>(thread, kernel::THREAD_SCHED_TIMESHARE_INFO);
             return static_cast<uint32_t>(inEffect ? words[2] : words[1]);

@@ -51,7 +51,7 @@ public:
     void SetPriority(uint32_t priority, bool fixed);
     void SetTimeConstraints(uint32_t period, uint32_t computation, uint32_t constraint, bool preemptible);
 
-    /// The priority in effect; 0 when not running.
+    /// The priority in effect; 0 when not running. Not while the thread may be ending either.
     uint32_t GetScheduledPriority() const;
     static uint32_t getScheduledPriority(pthread_t thread, int kind);
 

@@ -102,7 +102,7 @@ int thread_info(thread_act_t thread, int flavour, int32_t* words, uint32_t* coun
     const int highest = std::max(base, kHighestPriority);
     switch (flavour) {
         case THREAD_BASIC_INFO:
-            return Fill(words, count, {0, 0, 0, 0, policy, 0, 0, 0, 0, 0});
+            return Fill(words, count, {0, 0, 0, 0, 0, policy, 0, 0, 0, 0});
         case THREAD_SCHED_TIMESHARE_INFO:
             return Fill(words, count, {highest, base, base, 0, 0});
         case THREAD_SCHED_RR_INFO:

@@ -65,7 +65,7 @@ constexpr int POLICY_FIFO = 4;
 /// policy POLICY_RR: two words, base priority 0 .. 63 and quantum. There is no limit to set. Same results.
 int thread_policy(thread_act_t thread, int policy, const int32_t* words, uint32_t count, bool setLimit);
 
-constexpr int THREAD_BASIC_INFO = 3;             // 10 words; word 4 is the policy
+constexpr int THREAD_BASIC_INFO = 3;             // 10 words; word 5 is the policy
 constexpr int THREAD_SCHED_TIMESHARE_INFO = 10;  // 5 words: max, base, current priority, depressed, depress priority
 constexpr int THREAD_SCHED_RR_INFO = 11;         // 5 words: max, base priority, quantum, depressed, depress priority
 constexpr int THREAD_SCHED_FIFO_INFO = 12;       // 4 words: max, base priority, depressed, depress priority
