@@ -23,7 +23,7 @@ std::string Resolved(const char* path)
 
 FileTimes TimesOf(const struct stat& status)
 {
-    return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec, uint64_t(status.st_size)};
+    return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
 machine::Memory& CurrentMemory()

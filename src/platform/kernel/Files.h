@@ -9,7 +9,6 @@ namespace platform::kernel {
 struct FileTimes {
     int64_t mModifiedSeconds;
     int64_t mModifiedNanos;
-    uint64_t mBytes;
 };
 
 /// Opens a well-known path for reading. @return a descriptor, or -1 with errno

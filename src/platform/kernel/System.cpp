@@ -3,7 +3,6 @@
 #include "platform/machine/Machine.h"
 #include "platform/machine/Processes.h"
 
-#include <unistd.h>
 #include <cstring>
 #include <string_view>
 
@@ -42,12 +41,10 @@ pid_t getpid()
 
 int sysctlbyname(const char* name, void* value, size_t* bytes)
 {
-    int32_t number = 0;
-    if (std::string_view(name) == "hw.cputype") number = ProcessorFamily();
-    if (std::string_view(name) == "hw.activecpu") number = int32_t(sysconf(_SC_NPROCESSORS_ONLN));
-    if (number <= 0 || *bytes < sizeof number) return -1;
-    std::memcpy(value, &number, sizeof number);
-    *bytes = sizeof number;
+    constexpr int32_t kFamily = ProcessorFamily();
+    if (std::string_view(name) != "hw.cputype" || kFamily == 0 || *bytes < sizeof kFamily) return -1;
+    std::memcpy(value, &kFamily, sizeof kFamily);
+    *bytes = sizeof kFamily;
     return 0;
 }
 

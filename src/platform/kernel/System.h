@@ -3,8 +3,8 @@
 
 #include "platform/audio/CoreAudioTypes.h"
 
-#include <cstddef>
 #include <sys/types.h>
+#include <cstddef>
 
 constexpr OSType gestaltSystemVersion = FourCC("sysv");
 
@@ -15,7 +15,7 @@ namespace platform::kernel {
 
 pid_t getpid();
 
-/// "hw.cputype" and "hw.activecpu", 32-bit integers. @return 0, or -1 for any other name
+/// "hw.cputype", a 32-bit integer. @return 0, or -1 for any other name, too little room and an unknown processor
 int sysctlbyname(const char* name, void* value, size_t* bytes);
 
 }  // namespace platform::kernel
