@@ -6,6 +6,7 @@
 #include "platform/kernel/Threads.h"
 
 #include <iterator>
+#include <new>
 
 namespace kernel = platform::kernel;
 
@@ -42,11 +43,15 @@ int32_t AVCapture::CreateAudio(AVCapture** result, AVCaptureAudioCallback callba
 {
     *result = nullptr;
     if (!callback) return kAVCaptureBadState;
-    std::unique_ptr<AVCapture> session(new AVCapture(flags));
-    session->mDetails.hasAudio = true;
-    if (const int32_t error = session->AudioSetup(callback, userData, format, devices, processes)) return error;
-    *result = session.release();
-    return 0;
+    try {
+        std::unique_ptr<AVCapture> session(new AVCapture(flags));
+        session->mDetails.hasAudio = true;
+        if (const int32_t error = session->AudioSetup(callback, userData, format, devices, processes)) return error;
+        *result = session.release();
+        return 0;
+    } catch (const std::bad_alloc&) {  // results leave this room, exceptions do not
+        return kAVCaptureNoMemory;
+    }
 }
 
 AVCapture::AVCapture(unsigned int flags) : mFlags(flags) {}

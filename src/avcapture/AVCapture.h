@@ -23,7 +23,7 @@ public:
     /// @param processes  identifiers of the processes to capture, a single negative one for all but that one;
     ///                   null or empty: no choice by process
     /// @param flags      AVCaptureFlags
-    /// @return           0, kAVCaptureBadState without a callback, or what the tap's set-up said
+    /// @return           0, kAVCaptureBadState without a callback, kAVCaptureNoMemory, or what the tap's set-up said
     static int32_t CreateAudio(AVCapture** result, AVCaptureAudioCallback callback, void* userData,
                                const AudioStreamBasicDescription& format, const __CFArray* devices,
                                const __CFArray* processes, unsigned int flags);

@@ -14,8 +14,9 @@ enum AVCaptureFlags : unsigned int {
 };
 
 /// Results of this room. What the platform says is passed on unchanged beside them.
-constexpr int32_t kAVCaptureBadState = -50;      // an argument or the session's state forbids the call
-constexpr int32_t kAVCaptureNoMemory = -108;     // a region or the output buffer could not be allocated
+constexpr int32_t kAVCaptureBadState = -50;  // an argument or the session's state forbids the call
+constexpr int32_t kAVCaptureNoMemory =
+    -108;  // a region, the output buffer or the session itself could not be allocated
 constexpr int32_t kAVCaptureNoDevice = -200;     // no output device to tap
 constexpr int32_t kAVCaptureNoExtension = -204;  // no tap service, or one too old for this process
 
