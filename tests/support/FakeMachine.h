@@ -83,6 +83,7 @@ public:
         const auto found = mTable.find(pid);
         return found == mTable.end() ? std::nullopt : std::optional(found->second);
     }
+    bool MaySignal(pid_t pid) override { return pid == mSelf || mTable.contains(pid); }
     std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) override
     {
         const auto found = mEntries.find(executable);

@@ -3,7 +3,6 @@
 #include "utility/CAAudioTimeStamp.h"
 #include "utility/CAAudioValueRange.h"
 #include "utility/CADebug.h"
-#include "utility/CAProcess.h"
 #include "utility/CAStreamBasicDescription.h"
 
 #include <gmock/gmock.h>
@@ -128,13 +127,13 @@ std::string Text(const Format& format)
 
 TEST(CAStreamBasicDescription, NamesReadAsInAMenu)
 {
-    Format packed24In32 = PCM(2, 32, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
-    packed24In32.mBitsPerChannel = 24;
+    Format low24In32 = PCM(2, 32, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
+    low24In32.mBitsPerChannel = 24;
     EXPECT_EQ(SimpleName(PCM(2, 32, 9), true), "Mixable 2 Ch Float32");
     EXPECT_EQ(SimpleName(PCM(2, 32, 9), false), "Mixable 2 Channel 32 Bit Floating Point");
     EXPECT_EQ(SimpleName(PCM(6, 16, 0x4E), true), "Unmixable 6 Ch Big Endian SInt16");
-    EXPECT_EQ(SimpleName(packed24In32, true), "Mixable 2 Ch Big Endian Low SInt24/SInt32");
-    EXPECT_EQ(SimpleName(packed24In32, false),
+    EXPECT_EQ(SimpleName(low24In32, true), "Mixable 2 Ch Big Endian Low SInt24/SInt32");
+    EXPECT_EQ(SimpleName(low24In32, false),
               "Mixable 2 Channel 24 Bit Big Endian Signed Integer Aligned Low in 32 Bits");
     EXPECT_EQ(SimpleName(PCM(1, 16, 0x10), true), "Mixable 1 Ch High UInt16/UInt16");
     EXPECT_EQ(SimpleName(Format(0, kAudioFormat60958AC3, 0, 0, 0, 0, 0, 0), true), "AC-3 fo");
@@ -257,13 +256,6 @@ TEST(CAAudioChannelLayout, ChannelsAreCountedByDescriptionBitmapOrTag)
     EXPECT_EQ(CAAudioChannelLayout::NumberChannels(*layout), 2u);
     CAAudioChannelLayout::Destroy(layout);
     CAAudioChannelLayout::Destroy(other);
-}
-
-TEST(CAProcess, ThisProcessIsThereAndNoGroupOfProcessesIs)
-{
-    EXPECT_TRUE(CAProcess::ProcessExists(CAProcess::GetPID()));
-    EXPECT_FALSE(CAProcess::ProcessExists(0));
-    EXPECT_FALSE(CAProcess::ProcessExists(-1));
 }
 
 }  // namespace

@@ -5,7 +5,8 @@
 
 namespace platform::kernel {
 
-/// Sends a signal; 0 sends none and only asks whether one could be sent. @return 0, or -1 with errno
+/// Asks whether a signal could be sent to a process, 1 or above; the only signal taken is 0, which sends none.
+/// @return 0, or -1 with errno: ESRCH where it could not, EINVAL for any other signal
 int kill(pid_t process, int signal);
 
 }  // namespace platform::kernel

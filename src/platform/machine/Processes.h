@@ -25,6 +25,8 @@ public:
 
     virtual pid_t Self() = 0;
     virtual std::optional<ProcessRecord> Find(pid_t pid) = 0;
+    /// Whether there is a process of that identifier, 1 or above, that this one may send signals to.
+    virtual bool MaySignal(pid_t pid) = 0;
 
     /// The identifier and the shown name that the desktop's entries give for an executable, if any has it.
     struct DesktopEntry {

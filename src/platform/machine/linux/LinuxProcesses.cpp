@@ -2,6 +2,7 @@
 
 #include "platform/machine/linux/BoundedFile.h"
 
+#include <signal.h>
 #include <unistd.h>
 #include <charconv>
 #include <climits>
@@ -132,6 +133,11 @@ LinuxProcesses::LinuxProcesses(std::string processRoot, DesktopEntries entries)
 pid_t LinuxProcesses::Self()
 {
     return getpid();
+}
+
+bool LinuxProcesses::MaySignal(pid_t pid)
+{
+    return kill(pid, 0) == 0;
 }
 
 std::optional<ProcessRecord> LinuxProcesses::Find(pid_t pid)
