@@ -3,6 +3,7 @@
 #include "support/Forked.h"
 #include "utility/CAGuard.h"
 #include "utility/CAHostTimeBase.h"
+#include "utility/CAPThread.h"
 #include "utility/CAProcess.h"
 
 #include <gtest/gtest.h>
@@ -34,6 +35,27 @@ TEST(CAGuard, TimedWaitsEndAtTheirMomentAndLeaveTheGuardOwned)
         EXPECT_TRUE(guard.WaitUntil(expected + 2'500'000'000));
         EXPECT_EQ(Now(), expected + 2'500'000'000);
         EXPECT_TRUE(guard.IsOwnedByCurrentThread());
+    });
+}
+
+TEST(CAPThread, EveryThreadStartsAtThePriorityOfItsOwnAndNotOfTheLastOne)
+{
+    ExpectForked([] {
+        Scenario scenario;
+        static uint32_t sPriority;
+        const auto tellPriority = [](void*) -> void* {
+            sPriority = CAPThread::getScheduledPriority(pthread_self(), CAPThread::kScheduledPriority);
+            return nullptr;
+        };
+        CAPThread realTime(tellPriority, nullptr, 1'000'000, 100'000, 1'000'000, true, false, "first");
+        CAPThread fixed(tellPriority, nullptr, 40, true, false, "second");
+        CAPThread shared(tellPriority, nullptr, 40, false, false, "third");
+        for (const auto& [thread, priority] : {std::pair(&realTime, 97u), {&fixed, 40u}, {&shared, 31u}}) {
+            thread->Start();
+            scenario.runFor(1ms);
+            EXPECT_FALSE(thread->IsRunning());
+            EXPECT_EQ(sPriority, priority);
+        }
     });
 }
 

@@ -88,6 +88,8 @@ int SimulatedThreads::Start(pthread_t* thread, const Traits& traits, void* (*ent
     }
     static_cast<void>(start.release());  // LeaveGate owns it
     mGate.Bind(gated, *thread);
+    const Unseen unseen;
+    mWishes.erase(*thread);  // of an ended thread whose handle this one was given
     return 0;
 }
 
