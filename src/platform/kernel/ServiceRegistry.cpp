@@ -14,14 +14,14 @@ namespace platform::kernel {
 
 namespace {
 
-/// Folders named "*.bundle", in the order of their names.
+/// Folders named "*.bundle", in the order of their names; those before an error, where the folder has one.
 std::vector<std::string> BundleFolders()
 {
     std::vector<std::string> folders;
     std::error_code error;
-    const std::filesystem::directory_iterator entries(machine::Machine::Current().GetFiles().BundleFolder(), error);
-    for (const auto& entry : entries) {
-        if (entry.path().extension() == ".bundle") folders.push_back(entry.path().string());
+    std::filesystem::directory_iterator entry(machine::Machine::Current().GetFiles().BundleFolder(), error);
+    for (; entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (entry->path().extension() == ".bundle") folders.push_back(entry->path().string());
     }
     std::sort(folders.begin(), folders.end());
     return folders;
