@@ -166,20 +166,6 @@ TEST_F(Threads, ARefusedPolicyIsNoErrorAndTheThreadIsToldToShareItsTime)
     EXPECT_EQ(BasePriorityOf(pthread_self()), 31);
 }
 
-TEST_F(Threads, PoliciesWithTheWrongCountOrRoomAreRefused)
-{
-    int32_t words[10] = {};
-    for (const auto& [flavour, count] : {std::pair{1, 2u}, {2, 3u}, {3, 0u}, {4, 1u}, {0, 0u}})
-        EXPECT_EQ(kernel::thread_policy_set(pthread_self(), flavour, words, count), 4) << flavour;
-    for (const auto& [flavour, needed] : {std::pair{3, 10u}, {10, 5u}, {11, 5u}, {12, 4u}}) {
-        uint32_t count = needed - 1;
-        EXPECT_EQ(kernel::thread_info(pthread_self(), flavour, words, &count), 4) << flavour;
-        count = 10;
-        EXPECT_EQ(kernel::thread_info(pthread_self(), flavour, words, &count), 0) << flavour;
-        EXPECT_EQ(count, needed);
-    }
-}
-
 // ---- The running system's scheduler, in a child whose limits the test may set.
 
 namespace {
