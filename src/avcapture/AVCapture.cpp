@@ -109,6 +109,11 @@ int32_t AVCapture::UpdatePlayThru(bool playThru)
     return mRunning && mDetails.hasAudio && mTap ? mTap->SetPlayThru(playThru) : 0;
 }
 
+AVCaptureLosses AVCapture::GetLosses() const
+{
+    return mTap ? mTap->GetLosses() : AVCaptureLosses{};
+}
+
 // The results of the three below are dropped: words and counts are right by construction, and a wish that is
 // not granted leaves a thread that is late now and then, which beats none.
 

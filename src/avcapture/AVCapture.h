@@ -53,6 +53,10 @@ public:
 
     const AVCaptureDetails& GetDetails() const { return mDetails; }
 
+    /// What the tap's service counted since the session was made; zeros on a stopped session and where it counts
+    /// nothing.
+    AVCaptureLosses GetLosses() const;
+
     /// The calling thread's scheduling: fixed priority, real time with 25 ms in 50, and as every thread starts.
     /// A machine that does not grant it leaves the thread as it is.
     static void PriorityUpgrade();

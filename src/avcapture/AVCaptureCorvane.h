@@ -48,6 +48,9 @@ public:
     /// @return 0, or the service's error
     int32_t SetPlayThru(bool playThru);
 
+    /// What the service counted since the tap was made. @thread any @realtime yes
+    AVCaptureLosses GetLosses() const { return mStatus.LoadLosses(); }
+
     /// Whether samples of this format can be delivered.
     /// @param type  set to the output type once the layout fits, before depth and sign have been looked at;
     ///              left alone otherwise

@@ -245,7 +245,7 @@ int32_t AVCaptureCorvane::ShareRegions()
                                 sizes[1], UpperHalf(status), LowerHalf(status)};
     if (const int32_t error = IOConnectCallScalarMethod(mConnect, kSetRegions, regions, 6, nullptr, nullptr))
         return error;
-    mStatus = avcapture::StatusRegion(status, mTranslated);
+    mStatus = avcapture::StatusRegion(status, sizes[1], mTranslated);
     const auto ring = avcapture::ReadRingShape(mStatus, sizes[0], mExtensionVersion);
     if (!ring) return kIOReturnError;
     mRing = *ring;

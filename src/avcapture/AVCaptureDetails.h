@@ -27,6 +27,13 @@ struct AVCaptureDetails {
     std::atomic<uint64_t> audioBytes{0};        // the same, in bytes
 };
 
+/// What did not reach a session although it was played, as far as the tap's service knows. Counts wrap.
+struct AVCaptureLosses {
+    uint32_t droppedFrames = 0;  // came to the service and found no room, or came too late to be heard
+    uint32_t starvedFrames = 0;  // of silence in front of sound that came late
+    uint32_t missedFrames = 0;   // of silence in place of sound that never came
+};
+
 /// Takes one chunk of captured sound.
 ///
 /// @param userData    the pointer given to the session's creator

@@ -4,6 +4,7 @@
 // The layout is a wire format: offsets from the start of the region, in the byte order of the service.
 #pragma once
 
+#include "avcapture/AVCaptureDetails.h"
 #include "platform/kernel/Memory.h"
 
 #include <array>
@@ -34,11 +35,16 @@ struct WritePosition {
 class StatusRegion {
 public:
     static constexpr size_t kSmallestBytes = 100;
+    static constexpr size_t kBytesWithCounters = 108;
 
     StatusRegion() = default;
-    /// @param address  of at least kSmallestBytes, on an 8-byte boundary, which outlive this view
+    /// @param address  on an 8-byte boundary, of a region that outlives this view
+    /// @param bytes    of the region, at least kSmallestBytes
     /// @param swapped  whether the service has the other byte order
-    StatusRegion(vm_address_t address, bool swapped) : mAddress(address), mSwapped(swapped) {}
+    StatusRegion(vm_address_t address, vm_size_t bytes, bool swapped)
+        : mAddress(address), mBytes(bytes), mSwapped(swapped)
+    {
+    }
 
     uint32_t LegacyOutputFrames() const { return Load<uint32_t, 0>() >> 16; }
     uint32_t ChannelCount() const { return Load<uint32_t, 4>(); }
@@ -58,6 +64,14 @@ public:
         return mSwapped ? WritePosition{Swapped(halves[0]), Swapped(halves[1])} : WritePosition{halves[0], halves[1]};
     }
 
+    /// What the service counts for a person; zeros where it keeps no counters.
+    AVCaptureLosses LoadLosses() const
+    {
+        constexpr uint32_t kCounters = 5;
+        if (mBytes < kBytesWithCounters || Load<uint32_t, 104>() != kCounters) return {};
+        return {Load<uint32_t, 80>(), Load<uint32_t, 84>(), Load<uint32_t, 100>()};
+    }
+
 private:
     template <class Word, size_t kOffset>
     Word Load() const
@@ -70,11 +84,12 @@ private:
     template <class Word, size_t kOffset>
     Word LoadRaw() const
     {
-        static_assert(kOffset % sizeof(Word) == 0 && kOffset + sizeof(Word) <= kSmallestBytes);
+        static_assert(kOffset % sizeof(Word) == 0 && kOffset + sizeof(Word) <= kBytesWithCounters);
         return std::atomic_ref(*reinterpret_cast<Word*>(mAddress + kOffset)).load(std::memory_order_acquire);
     }
 
     vm_address_t mAddress = 0;
+    vm_size_t mBytes = 0;
     bool mSwapped = false;
 };
 

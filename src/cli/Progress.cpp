@@ -48,6 +48,11 @@ const char* NameOf(SampleFormat format)
     return "";
 }
 
+uint64_t FramesWithoutSound(const RecordingState& state)
+{
+    return state.mFramesLost + state.mFramesDropped + state.mFramesMissed;
+}
+
 // JSON has no infinity: silence has no level.
 nlohmann::json LevelOrNull(float peak)
 {
@@ -89,7 +94,7 @@ void Progress::Show(const RecordingState& state, bool serverThere)
     ClearLine();
     fmt::print(stderr, "{}  L {} {:>6}  R {} {:>6} dB", Clock(state.mFrames, mRateHz), Bar(state.mPeak[0]),
                Level(state.mPeak[0]), Bar(state.mPeak[1]), Level(state.mPeak[1]));
-    if (const uint64_t lost = state.mFramesLost + state.mFramesDropped) fmt::print(stderr, "  lost {}", lost);
+    if (const uint64_t lost = FramesWithoutSound(state)) fmt::print(stderr, "  lost {}", lost);
     std::fflush(stderr);
     mLineShown = true;
 }
@@ -114,6 +119,7 @@ void TellResult(const RecordingWish& wish, const RecordOptions& options, const R
                                        {"seconds", seconds},
                                        {"frames_lost", state.mFramesLost},
                                        {"frames_dropped", state.mFramesDropped},
+                                       {"frames_missed", state.mFramesMissed},
                                        {"clipped_samples", state.mClippedSamples},
                                        {"peak_db", {LevelOrNull(progress.Peak(0)), LevelOrNull(progress.Peak(1))}}};
         fmt::print(to, "{}\n", result.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
@@ -121,8 +127,10 @@ void TellResult(const RecordingWish& wish, const RecordOptions& options, const R
     }
     fmt::print(to, "{}: {:.3f} s, {} frames at {} Hz, {}, peak {} / {} dB, frames lost: {}\n",
                wish.mPath == "-" ? "standard output" : wish.mPath, seconds, state.mFrames, wish.mRateHz,
-               NameOf(wish.mFormat), Level(progress.Peak(0)), Level(progress.Peak(1)),
-               state.mFramesLost + state.mFramesDropped);
+               NameOf(wish.mFormat), Level(progress.Peak(0)), Level(progress.Peak(1)), FramesWithoutSound(state));
+    if (state.mFramesMissed > 0)
+        fmt::print(stderr, "corvane: the audio server was late with {} frames; silence stands in their place\n",
+                   state.mFramesMissed);
     if (state.mFramesDropped > 0)
         fmt::print(stderr, "corvane: the disk was too slow for {} frames; silence stands in their place\n",
                    state.mFramesDropped);

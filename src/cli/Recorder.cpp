@@ -92,6 +92,7 @@ int Recorder::Start()
 int Recorder::Finish()
 {
     if (mSession) {
+        TakeLosses();
         mSession->Stop();
         delete std::exchange(mSession, nullptr);
     }
@@ -105,12 +106,19 @@ int Recorder::Finish()
     return mFile.Close();
 }
 
+void Recorder::TakeLosses()
+{
+    if (mSession) mLosses = mSession->GetLosses();
+}
+
 RecordingState Recorder::TakeState()
 {
+    TakeLosses();
     RecordingState state;
     state.mFrames = mFramesWritten.load(std::memory_order_relaxed);
-    state.mFramesLost = mFramesLost.load(std::memory_order_relaxed);
+    state.mFramesLost = mFramesLost.load(std::memory_order_relaxed) + mLosses.droppedFrames;
     state.mFramesDropped = mFramesDropped.load(std::memory_order_relaxed);
+    state.mFramesMissed = uint64_t(mLosses.missedFrames) + mLosses.starvedFrames;
     state.mClippedSamples = mClipped.load(std::memory_order_relaxed);
     state.mWriteError = mWriteError.load(std::memory_order_relaxed);
     for (unsigned c = 0; c < kChannels; ++c) state.mPeak[c] = mPeak[c].exchange(0, std::memory_order_relaxed);

@@ -31,9 +31,11 @@ struct RecordingWish {
 
 /// How a recording stands.
 struct RecordingState {
-    uint64_t mFrames = 0;         // in the file
-    uint64_t mFramesLost = 0;     // overwritten before they were read; silence stands for them
-    uint64_t mFramesDropped = 0;  // came while the queue was full; silence stands for them
+    uint64_t mFrames = 0;  // in the file
+    // Each kind is as much silence in the file.
+    uint64_t mFramesLost = 0;     // came and could not be read in time
+    uint64_t mFramesDropped = 0;  // came while the queue was full
+    uint64_t mFramesMissed = 0;   // the audio server did not deliver them, or not in time
     uint64_t mClippedSamples = 0;
     float mPeak[2] = {0, 0};  // since the last call, full scale 1.0
     int mWriteError = 0;      // the system's error number; 0: none
@@ -70,12 +72,14 @@ private:
     static void* WriterEntry(void* recorder);
     void WriteUntilStopped();
     bool WriteWhatIsThere();
+    void TakeLosses();
     void MeasurePeaks(const float* samples, size_t frames);
 
     const RecordingWish mWish;
     WavWriter mFile;
     platform::vector::FrameQueue mQueue;
     AVCapture* mSession = nullptr;
+    AVCaptureLosses mLosses;  // the tap's; kept when the session has gone
 
     // The consumer's own.
     bool mStarted = false;

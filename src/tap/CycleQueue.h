@@ -16,6 +16,9 @@ struct CycleStamp {
     uint32_t mRateHz;
     uint32_t mFrames;
     uint32_t mClockID;
+    bool mResumed;
+
+    int64_t EndTime() const noexcept { return mSampleTime + mFrames; }
 };
 
 class CycleQueue {
@@ -35,15 +38,20 @@ public:
     }
 
     /// The oldest, or null; it stays until Pop. @thread the reader @realtime yes
-    const CycleStamp* Front() const noexcept
-    {
-        const uint64_t read = mRead.load(std::memory_order_relaxed);
-        return mWritten.load(std::memory_order_acquire) == read ? nullptr : &mStamps[read % kCapacity];
-    }
+    const CycleStamp* Front() const noexcept { return At(0); }
+    /// The one after it, or null.
+    const CycleStamp* Second() const noexcept { return At(1); }
 
     void Pop() noexcept { mRead.store(mRead.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
 
 private:
+    const CycleStamp* At(uint64_t index) const noexcept
+    {
+        const uint64_t read = mRead.load(std::memory_order_relaxed);
+        const bool there = mWritten.load(std::memory_order_acquire) - read > index;
+        return there ? &mStamps[(read + index) % kCapacity] : nullptr;
+    }
+
     static constexpr size_t kCapacity = 4096;  // 2.7 s of the shortest cycles that servers run, 32 frames at 48 kHz
     std::array<CycleStamp, kCapacity> mStamps{};
     alignas(64) std::atomic<uint64_t> mWritten{0};  // stored by the writer (release), loaded by the reader (acquire)

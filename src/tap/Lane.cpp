@@ -76,19 +76,36 @@ bool Lane::IsLateContinuation(const CycleStamp& stamp) const noexcept
 void Lane::Expect(const CycleStamp& stamp) noexcept
 {
     mEnd += stamp.mFrames;
-    mExpected = {stamp.mClockID, stamp.mRateHz, stamp.mSampleTime + stamp.mFrames};
+    mExpected = {stamp.mClockID, stamp.mRateHz, stamp.EndTime()};
+}
+
+/// The next cycle's stamp, put right: where the cycle after it comes under the same stamp, a late server delivered
+/// this one after its time, and there is no gap before it.
+CycleStamp Lane::NextStamp() const noexcept
+{
+    CycleStamp stamp = *mInput.Next();
+    const CycleStamp* after = mInput.AfterNext();
+    if (!after || after->mClockID != stamp.mClockID || stamp.mClockID != mExpected.mClockID) return stamp;
+    const int64_t overlap = stamp.EndTime() - after->mSampleTime;
+    const int64_t gap = stamp.mSampleTime - mExpected.mSampleTime;
+    if (overlap <= 0 || gap <= 0) return stamp;
+    const int64_t late = std::min(overlap, gap);
+    stamp.mSampleTime -= late;
+    stamp.mHostNanos -= uint64_t(late) * kSecondNanos / stamp.mRateHz;
+    return stamp;
 }
 
 /// Goes on with the next cycle, which Classify said continues. Another driver's position says nothing about
-/// ours: its frames follow on ours, and its clock is measured from here. So do those of a cycle that a late server
-/// delivers under the position of the one before: they are frames all the same.
+/// ours: its frames follow on ours, and its clock is measured from here. So do those of a cycle that came too late
+/// for its stamp to be put right: they are frames all the same.
 void Lane::BeginCycle() noexcept
 {
-    const CycleStamp stamp = *mInput.Next();
+    const CycleStamp stamp = NextStamp();
     mInput.Begin();
     const bool sameClock = stamp.mClockID == mExpected.mClockID;
     const int64_t gap = sameClock ? stamp.mSampleTime - mExpected.mSampleTime : 0;
     mSilenceLeft = std::max<int64_t>(gap, 0);
+    if (!stamp.mResumed) mMissed += uint32_t(mSilenceLeft);
     mEnd += mSilenceLeft;
     if (sameClock && gap == 0)
         mFollower.AddStamp(mEnd, stamp.mHostNanos);

@@ -43,6 +43,8 @@ public:
     uint32_t DroppedFrames() const noexcept { return mInput.DroppedFrames() + mDiscarded; }
     /// Frames of silence given although the device's sound went on: the server was late. Wraps. @thread the pacer
     uint32_t StarvedFrames() const noexcept { return mStarved; }
+    /// Frames of silence given because the server went on without delivering. Wraps. @thread the pacer
+    uint32_t MissedFrames() const noexcept { return mMissed; }
 
 private:
     enum class Next { Nothing, Continues, OtherRate, StartsAnew };
@@ -55,6 +57,7 @@ private:
     };
 
     Next Classify() const noexcept;
+    CycleStamp NextStamp() const noexcept;
     bool IsLateContinuation(const CycleStamp& stamp) const noexcept;
     void Expect(const CycleStamp& stamp) noexcept;
     void BeginCycle() noexcept;
@@ -97,7 +100,7 @@ private:
     bool mSkipped = false;   // what is late is to be discarded
     uint64_t mEarliest = 0;  // tap frame before which the next stretch may not start
     double mHeardUntil = 0;  // tap frame, with fraction, at which the last stretch was heard out
-    uint32_t mDiscarded = 0, mStarved = 0;
+    uint32_t mDiscarded = 0, mStarved = 0, mMissed = 0;
 };
 
 }  // namespace tap

@@ -19,7 +19,7 @@ void LaneInput::Write(const platform::machine::CaptureCycle& cycle, const Stereo
         mFrames.Write(piece, frames);  // fits: there was room for all, and only the reader changes that
         done += frames;
     }
-    mStamps.Push({cycle.mHostNanos, cycle.mSampleTime, cycle.mRateHz, cycle.mFrames, cycle.mClockID});
+    mStamps.Push({cycle.mHostNanos, cycle.mSampleTime, cycle.mRateHz, cycle.mFrames, cycle.mClockID, cycle.mResumed});
 }
 
 }  // namespace tap

@@ -29,6 +29,8 @@ public:
 
     /// The oldest cycle that was not begun, or null. @thread the pacer, as all below
     const CycleStamp* Next() const noexcept { return mStamps.Front(); }
+    /// The one after it, or null.
+    const CycleStamp* AfterNext() const noexcept { return mStamps.Second(); }
     /// Begins the oldest cycle: its frames can be read from now on.
     void Begin() noexcept { mStamps.Pop(); }
     /// Reads frames of cycles that were begun.

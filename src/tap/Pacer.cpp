@@ -71,10 +71,11 @@ void Pacer::PublishBlock(uint32_t skippedPasses)
 
 void Pacer::PublishCounters() noexcept
 {
-    mCounters.mDroppedFrames = mCounters.mStarvedFrames = 0;
+    mCounters.mDroppedFrames = mCounters.mStarvedFrames = mCounters.mMissedFrames = 0;
     for (const auto& lane : mLanes) {
         mCounters.mDroppedFrames += lane->DroppedFrames();
         mCounters.mStarvedFrames += lane->StarvedFrames();
+        mCounters.mMissedFrames += lane->MissedFrames();
     }
     mRing.PublishCounters(mCounters);
 }

@@ -24,7 +24,9 @@ namespace {
 static_assert(std::endian::native == std::endian::little);
 
 constexpr size_t kLegacyOutputFrames = 0, kChannelCount = 4, kNanosPerFrame = 8, kLoopFrames = 20, kNanosPerLoop = 24,
-                 kBlockFramesField = 36, kNanosPerBlock = 40, kCounters = 80, kOutputFramesField = 96;
+                 kBlockFramesField = 36, kNanosPerBlock = 40, kCounters = 80, kOutputFramesField = 96,
+                 kMissedFrames = 100, kCounterCount = 104;
+constexpr uint32_t kCountersKept = 5;
 
 }  // namespace
 
@@ -54,6 +56,7 @@ RingWriter::RingWriter(void* audio, void* status, FixedRate rate, unsigned chann
     Store<uint32_t>(kBlockFramesField, kBlockFrames);
     Store<uint64_t>(kNanosPerBlock, Schedule::NanosOf(kBlockFrames, rate));
     Store<uint32_t>(kOutputFramesField, kOutputFrames);
+    Store<uint32_t>(kCounterCount, kCountersKept);
     PublishCounters({});
     PublishTail();
     PublishHead();
@@ -78,6 +81,7 @@ void RingWriter::PublishCounters(const TapCounters& counters) noexcept
     Store(kCounters + 4, counters.mStarvedFrames);
     Store(kCounters + 8, counters.mLateBlocks);
     Store(kCounters + 12, counters.mSkippedPasses);
+    Store(kMissedFrames, counters.mMissedFrames);
 }
 
 // Partner: the acquire loads of whoever reads the regions.

@@ -23,6 +23,7 @@ struct TapCounters {
     uint32_t mStarvedFrames = 0;  // silence given because the server was late
     uint32_t mLateBlocks = 0;     // published more than a block after their time
     uint32_t mSkippedPasses = 0;  // passes of the ring that were counted and not written
+    uint32_t mMissedFrames = 0;   // silence given because the server went on without delivering
 };
 
 class RingWriter {

@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 
 namespace desktop {
 namespace {
@@ -28,6 +29,7 @@ using support::WaitForSize;
 
 constexpr unsigned kRateHz = 48000;
 constexpr size_t kFrameBytes = 2 * sizeof(float);
+constexpr int kTries = 4;
 #ifdef CORVANE_SANITIZED
 constexpr unsigned kLongSeconds = 10;
 #else
@@ -41,9 +43,35 @@ protected:
         more.insert(more.end(), {"--name", name, "--counter"});
         return mPipeWire.Play(more);
     }
+    // Runs to its end; every loss but the server's own lateness, which goes to mMissed, is a fault.
+    Recording Finished(CommandRun& run)
+    {
+        EXPECT_EQ(run.Wait(), 0) << run.Errors();
+        const auto result = nlohmann::json::parse(run.Output());
+        const Recording recording = ReadRecording(File());
+        EXPECT_EQ(result["frames"], recording.Frames());
+        EXPECT_EQ(result["frames_lost"], 0);
+        EXPECT_EQ(result["frames_dropped"], 0);
+        mMissed = result["frames_missed"];
+        return recording;
+    }
+    Recording Record(std::vector<std::string> options)
+    {
+        options.insert(options.begin(), {"record", "--json", "--force"});
+        options.push_back(File());
+        CommandRun run(options);
+        return Finished(run);
+    }
+    // How many frames the server did not ask for of an application that has ended.
+    static uint64_t MissedBy(ChildProcess& application)
+    {
+        application.End(SIGTERM);
+        return std::stoull(application.ReadLine().substr(std::string("missed ").size()));
+    }
     std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
 
     PrivatePipeWire mPipeWire;
+    uint64_t mMissed = 0;  // frames that the server did not deliver to the recorder that finished last
 };
 
 std::vector<float> Negated(std::vector<float> samples)
@@ -52,40 +80,35 @@ std::vector<float> Negated(std::vector<float> samples)
     return samples;
 }
 
-// Whether the left channel counts up and the right one down, frame for frame, for that long.
-bool IsUnbroken(const Recording& recording, size_t atLeastFrames)
+// A machine that stands still for longer than a cycle costs the server that cycle. The recorder says so of its own
+// cycles, the application of its own, and silence stands for both: all else is the count, bit for bit.
+void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std::optional<uint64_t> missedByApplication)
 {
-    const CounterReport left = CheckCounter(recording.Channel(0));
-    const CounterReport right = CheckCounter(Negated(recording.Channel(1)));
-    return left.mBreaks == 0 && right.mBreaks == 0 && left.mLeadingSilence == right.mLeadingSilence &&
-           left.mFrames >= atLeastFrames;
-}
-
-// The share of frames whose successor is the next count, to within `tolerance`: what a machine that stood still for a
-// cycle cost, and the phase that is being paid back after it, are the rest.
-double ShareThatFollows(const std::vector<float>& samples, double tolerance = 0)
-{
-    size_t follows = 0;
-    for (size_t n = 1; n < samples.size(); ++n)
-        follows += std::fabs(double(samples[n] - samples[n - 1]) * support::kCounterModulus - 1) <= tolerance;
-    return double(follows) / double(samples.size());
-}
-
-// The purest 50 ms from `from` on.
-support::SineFit PurestPiece(const std::vector<float>& samples, double frequencyHz, size_t from)
-{
-    support::SineFit best{.mAmplitude = 0, .mResidualDB = 0};
-    for (size_t n = from; n + kRateHz / 20 <= samples.size(); n += kRateHz / 80) {
-        const auto fit = support::FitSine(std::span(samples).subspan(n, kRateHz / 20), frequencyHz, kRateHz);
-        if (fit.mResidualDB < best.mResidualDB) best = fit;
+    for (const bool right : {false, true}) {
+        const CounterReport report = CheckCounter(right ? Negated(recording.Channel(1)) : recording.Channel(0));
+        EXPECT_LT(report.mLeadingSilence, kRateHz);
+        EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
+        EXPECT_LE(report.mSkipped, missed);
+        EXPECT_TRUE(!missedByApplication || report.mSilent <= missed + *missedByApplication) << report.mSilent;
     }
+    if (missed + missedByApplication.value_or(0) > 0)
+        std::printf("the server was late: %llu frames not delivered, %llu not asked for\n",
+                    static_cast<unsigned long long>(missed),
+                    static_cast<unsigned long long>(missedByApplication.value_or(0)));
+}
+
+// The purest half second from `from` on: as long as the server is in time, all of them are.
+std::span<const float> PurestPiece(std::span<const float> samples, double frequencyHz, size_t from)
+{
+    constexpr size_t kFrames = kRateHz / 2;
+    std::span<const float> best = samples.subspan(from, kFrames);
+    const auto residue = [&](std::span<const float> piece) {
+        return support::FitSine(piece, frequencyHz, kRateHz).mResidualDB;
+    };
+    for (size_t n = from; n + kFrames <= samples.size(); n += kFrames / 4)
+        if (const auto piece = samples.subspan(n, kFrames); residue(piece) < residue(best)) best = piece;
     return best;
 }
-
-// A machine that stands still for longer than a cycle costs the server one, recorder or not. The run over the whole
-// time says whether it was unbroken; on such a machine most of it has to follow bit for bit all the same.
-constexpr double kMost = 0.5;
-constexpr int kTries = 3;
 
 TEST_F(RecordTest, TakesEveryFrameOfOneApplicationBitForBitAndNoneOfAnother)
 {
@@ -93,20 +116,10 @@ TEST_F(RecordTest, TakesEveryFrameOfOneApplicationBitForBitAndNoneOfAnother)
     auto chosen = PlayCounter("chosen");
     auto other = PlayCounter("other");
     const unsigned seconds = kLongSeconds;
-    CommandRun run({"record", "--json", "--source", "app:chosen", "-d", std::to_string(seconds), File()});
-    ASSERT_EQ(run.Wait(), 0) << run.Errors();
-    const auto result = nlohmann::json::parse(run.Output());
-    EXPECT_EQ(result["frames"], seconds * kRateHz);
-    EXPECT_EQ(result["frames_lost"], 0);
-    EXPECT_EQ(result["frames_dropped"], 0);
-    const Recording recording = ReadRecording(File());
+    const Recording recording = Record({"--source", "app:chosen", "-d", std::to_string(seconds)});
     EXPECT_EQ(recording.mRateHz, int(kRateHz));
     ASSERT_EQ(recording.Frames(), size_t(seconds) * kRateHz);
-    const bool unbroken = IsUnbroken(recording, recording.Frames() - kRateHz);
-    const double share = ShareThatFollows(recording.Channel(0));
-    std::printf("%u seconds: %s, %.2f %% bit for bit\n", seconds, unbroken ? "unbroken" : "the server missed cycles",
-                100 * share);
-    EXPECT_GT(share, kMost);
+    ExpectEveryFrameAccounted(recording, mMissed, MissedBy(chosen));
 }
 
 TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
@@ -118,12 +131,11 @@ TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
     const Recording recording = ReadRecording(File());
     for (unsigned channel : {0u, 1u}) {
         const std::vector<float> samples = recording.Channel(channel);
-        const auto fit = PurestPiece(samples, 997, kRateHz / 2);
-        std::printf("residue: %.1f dB\n", fit.mResidualDB);
-        EXPECT_NEAR(fit.mAmplitude, 0.5, 1e-3);
-        EXPECT_LT(fit.mResidualDB, -100)
-            << "-140 and below on a machine that keeps up; a phase being paid back has more";
-        EXPECT_LT(support::LevelDB(samples, 440, kRateHz), -60);
+        const auto piece = PurestPiece(samples, 997, kRateHz / 2);
+        const auto fit = support::FitSine(piece, 997, kRateHz);
+        EXPECT_NEAR(fit.mAmplitude, 0.5, 1e-6);
+        EXPECT_LT(fit.mResidualDB, -140);
+        EXPECT_LT(support::LevelDB(piece, 440, kRateHz), -120);
     }
 }
 
@@ -138,61 +150,53 @@ TEST_F(RecordTest, KeepsTheDialogueOfAFilm)
     const Recording recording = ReadRecording(File());
     for (unsigned channel : {0u, 1u}) {
         const std::vector<float> samples = recording.Channel(channel);
-        const auto fit = PurestPiece(samples, 440, kRateHz / 2);
-        EXPECT_NEAR(fit.mAmplitude, 0.25 * (1 + 2 * 0.70710678), 1e-3) << "its side, the centre and its surround";
+        const auto fit = support::FitSine(PurestPiece(samples, 440, kRateHz / 2), 440, kRateHz);
+        EXPECT_NEAR(fit.mAmplitude, 0.25 * (1 + 2 * 0.70710678), 1e-6) << "its side, the centre and its surround";
     }
 }
 
 TEST_F(RecordTest, FollowsAProcessesDescendantsAndChoosesByOutput)
 {
     auto browser = PlayCounter("browser", {"--child"});
-    CommandRun byParent({"record", "--source", "pid:" + std::to_string(browser.ID()), "-d", "2", File("a.wav")});
-    ASSERT_EQ(byParent.Wait(), 0) << byParent.Errors();
-    EXPECT_GT(ShareThatFollows(ReadRecording(File("a.wav")).Channel(0), 0.05), kMost);
+    ExpectEveryFrameAccounted(Record({"--source", "pid:" + std::to_string(browser.ID()), "-d", "2"}), mMissed, {});
 
     auto elsewhere = PlayCounter("elsewhere", {"--target", "headset"});
-    CommandRun fromHeadset({"record", "--from", "headset", "-d", "2", File("b.wav")});
-    ASSERT_EQ(fromHeadset.Wait(), 0) << fromHeadset.Errors();
-    EXPECT_GT(ShareThatFollows(ReadRecording(File("b.wav")).Channel(0), 0.05), kMost);
+    ExpectEveryFrameAccounted(Record({"--from", "headset", "-d", "2"}), mMissed, {});
 
-    CommandRun everything(
-        {"record", "--source", "system", "--from", "speakers", "--from", "headset", "-d", "1", File("c.wav")});
-    EXPECT_EQ(everything.Wait(), 0) << everything.Errors();
-    EXPECT_GT(CheckCounter(ReadRecording(File("c.wav")).Channel(0)).mBreaks, 0u) << "a sum of two counters is none";
+    const Recording everything = Record({"--source", "system", "--from", "speakers", "--from", "headset", "-d", "1"});
+    EXPECT_GT(CheckCounter(everything.Channel(0)).mSkipped, kRateHz / 2) << "two counters go up by two";
 }
 
 // A change of quantum moves the server's frames against its clock by the difference of the two, which is paid back at
 // 500 ppm at the most: every step of the counter is then almost one. A lost, doubled or silent frame is far from that.
+bool EveryFrameFollows(std::span<const float> samples)
+{
+    const auto sound = samples.subspan(CheckCounter(samples).mLeadingSilence);
+    return std::ranges::adjacent_find(sound, [](float sample, float next) {
+               const double step = double(next - sample) * support::kCounterModulus;
+               return std::fabs(step - 1) > 0.05 && std::fabs(step - 1 + support::kCounterModulus) > 64;
+           }) == sound.end();
+}
+
 TEST_F(RecordTest, ChangesOfQuantumCostNoFrame)
 {
-    auto chosen = PlayCounter("chosen");
-    bool follows = false;
-    for (int i = 0; i < kTries && !follows; ++i) {
+    // Again where the server was late: what is judged here is not what it missed.
+    for (int i = 0; i < kTries; ++i) {
         mPipeWire.SetQuantum(1024);
-        std::filesystem::remove(File());
-        CommandRun run({"record", "--source", "app:chosen", "-d", "6", File()});
+        auto chosen = PlayCounter("chosen");
+        CommandRun run({"record", "--json", "--force", "--source", "app:chosen", "-d", "6", File()});
         unsigned seconds = 0;
         for (const unsigned quantum : {2048u, 4096u, 1024u}) {
             WaitForSize(File(), size_t(++seconds) * kRateHz * kFrameBytes);
             mPipeWire.SetQuantum(quantum);
         }
-        ASSERT_EQ(run.Wait(), 0) << run.Errors();
-        const std::vector<float> left = ReadRecording(File()).Channel(0);
-        EXPECT_LT(CheckCounter(left).mLeadingSilence, kRateHz);
-        follows = ShareThatFollows(left, 0.05) > kMost;
+        const Recording recording = Finished(run);
+        if (mMissed + MissedBy(chosen) > 0) continue;
+        EXPECT_LT(CheckCounter(recording.Channel(0)).mLeadingSilence, kRateHz);
+        EXPECT_TRUE(EveryFrameFollows(recording.Channel(0)));
+        return;
     }
-    EXPECT_TRUE(follows);
-}
-
-// Whether the counter at the speakers goes on while the recorder is stopped by a signal: unbroken, or on a machine that
-// breaks it anyhow, no more broken than while the recorder runs. An application that were held up would be silent.
-bool PlaysOnWhileStopped(CommandRun& run, support::SpeakerProbe& speakers)
-{
-    const size_t before = CheckCounter(speakers.Next(2 * kRateHz)).mBreaks;
-    run.Signal(SIGSTOP);
-    const size_t stopped = CheckCounter(speakers.Next(2 * kRateHz)).mBreaks;
-    run.Signal(SIGCONT);
-    return stopped == 0 || (before > 0 && stopped < std::min<size_t>(2 * before, kRateHz / 2));
+    FAIL() << "the server was late in every try";
 }
 
 TEST_F(RecordTest, AStoppedRecorderNeverHoldsUpAnApplication)
@@ -202,11 +206,14 @@ TEST_F(RecordTest, AStoppedRecorderNeverHoldsUpAnApplication)
         auto chosen = PlayCounter("chosen");
         support::SpeakerProbe speakers("speakers");
         ASSERT_TRUE(speakers.BecomesAudible());
-        CommandRun run({"record", "--force", "--source", "app:chosen", "-d", "40", File()});
+        CommandRun run({"record", "--force", "--source", "app:chosen", File()});
         WaitForSize(File(), kRateHz * kFrameBytes);
-        bool unbroken = false;
-        for (int i = 0; i < kTries && !unbroken; ++i) unbroken = PlaysOnWhileStopped(run, speakers);
-        EXPECT_TRUE(unbroken) << "at quantum " << quantum;
+        run.Signal(SIGSTOP);
+        const CounterReport report = CheckCounter(speakers.Next(2 * kRateHz));
+        run.Signal(SIGCONT);
+        // One that is held up is silent all the time; a machine that stands still costs a cycle now and then.
+        EXPECT_EQ(report.mForeign, 0u);
+        EXPECT_LT(report.mLeadingSilence + report.mSilent + report.mSkipped, kRateHz / 4) << "at quantum " << quantum;
         run.Signal(SIGINT);
         EXPECT_EQ(run.Wait(), 0) << run.Errors();
     }
@@ -247,7 +254,7 @@ TEST_F(RecordTest, GoesOnWhenItsApplicationDiesAndWhenItsOutputIsUnplugged)
     ASSERT_EQ(run.Wait(), 0) << run.Errors();
     const std::vector<float> left = ReadRecording(File()).Channel(0);
     EXPECT_EQ(left.size(), 6u * kRateHz);
-    EXPECT_EQ(CheckCounter(std::span(left).subspan(left.size() - kRateHz / 2)).mBreaks, 0u)
+    EXPECT_EQ(CheckCounter(std::span(left).subspan(left.size() - kRateHz / 2)).mForeign, 0u)
         << "the sink was taken up again";
 }
 
@@ -282,7 +289,7 @@ TEST_F(RecordTest, StandardOutputGetsAStream)
     ASSERT_EQ(run.Wait(), 0) << run.Errors();
     EXPECT_EQ(run.Output().size(), 94 + kRateHz * 4u) << "a header, then the frames, and nothing else";
     EXPECT_EQ(run.Output().substr(0, 4), "RIFF");
-    EXPECT_NE(run.Errors().find("frames lost: 0"), std::string::npos) << run.Errors();
+    EXPECT_NE(run.Errors().find("frames lost: "), std::string::npos) << run.Errors();
 }
 
 TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)

@@ -23,7 +23,7 @@ public:
     /// The next line that it prints, without its end; throws where none comes within ten seconds.
     std::string ReadLine();
 
-    /// Sends `signal` and waits for its end. Harmless where it has ended.
+    /// Sends `signal` and waits for its end; what it printed can still be read. Harmless where it has ended.
     void End(int signal);
 
 private:

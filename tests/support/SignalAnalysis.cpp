@@ -72,10 +72,21 @@ CounterReport CheckCounter(std::span<const float> samples)
     CounterReport report;
     while (report.mLeadingSilence < samples.size() && samples[report.mLeadingSilence] == 0) ++report.mLeadingSilence;
     report.mFrames = samples.size() - report.mLeadingSilence;
+    if (report.mFrames == 0) return report;
+    double last = valueAt(report.mLeadingSilence);  // of the frames that are not silent
     for (size_t n = report.mLeadingSilence + 1; n < samples.size(); ++n) {
-        const double expected = std::fmod(valueAt(n - 1) + 1, kCounterModulus);
-        if (valueAt(n) == expected) continue;
-        if (report.mBreaks++ > 0) continue;
+        const double value = valueAt(n);
+        const double step = std::fmod(value - last + kCounterModulus, kCounterModulus);
+        const bool silent = value == 0 && step != 1;
+        if (silent)
+            ++report.mSilent;
+        else if (step >= 1 && step < kCounterModulus / 2 && step == std::floor(step))
+            report.mSkipped += size_t(step) - 1;
+        else
+            ++report.mForeign;
+        const bool follows = value == std::fmod(valueAt(n - 1) + 1, kCounterModulus);
+        if (!silent) last = value;
+        if (follows || report.mBreaks++ > 0) continue;
         report.mFirstBreak = n;
         report.mFrames = n - report.mLeadingSilence;
     }

@@ -26,6 +26,10 @@ struct CounterReport {
     size_t mFrames = 0;          // frames that follow each other without a break, from there on
     size_t mBreaks = 0;          // frames that are not the successor of the one before
     size_t mFirstBreak = 0;      // where, in frames of the span
+    // What the breaks are made of:
+    size_t mSilent = 0;   // frames of silence
+    size_t mSkipped = 0;  // counts that are missing, silence or not
+    size_t mForeign = 0;  // frames that are neither silent nor a later count
 };
 CounterReport CheckCounter(std::span<const float> samples);
 

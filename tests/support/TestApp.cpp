@@ -1,4 +1,5 @@
-// corvane-test-app: an application that plays. Prints a line when it starts to play, ends on SIGTERM.
+// corvane-test-app: an application that plays. Prints a line when it starts to play, ends on SIGTERM with a line that
+// says how many frames passed on the server without its being asked for them.
 #include <pipewire/pipewire.h>
 #include <spa/debug/types.h>
 #include <spa/param/audio/format-utils.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -44,6 +46,7 @@ private:
     pw_properties* BuildProperties() const;
     void Connect();
     void Process();
+    void NotePosition();
     float Sample(unsigned channel) const;
 
     static const pw_stream_events kEvents;
@@ -51,6 +54,8 @@ private:
     const Options& mOptions;
     std::vector<uint32_t> mPositions;
     uint64_t mFrame = 0;
+    std::atomic<const spa_io_position*> mPosition{nullptr};  // stored by the loop, loaded by the data thread
+    uint64_t mFirstPosition = 0, mMissed = 0;
     pw_main_loop* mLoop;
     pw_stream* mStream;
 };
@@ -62,6 +67,10 @@ const pw_stream_events Player::kEvents = {
             if (state != PW_STREAM_STATE_STREAMING) return;
             std::puts("playing");
             std::fflush(stdout);
+        },
+    .io_changed =
+        [](void* self, uint32_t id, void* area, uint32_t) {
+            if (id == SPA_IO_Position) static_cast<Player*>(self)->mPosition.store(static_cast<spa_io_position*>(area));
         },
     .process = [](void* self) { static_cast<Player*>(self)->Process(); },
 };
@@ -91,6 +100,7 @@ Player::Player(const Options& options)
 Player::~Player()
 {
     pw_stream_destroy(mStream);
+    std::printf("missed %llu\n", static_cast<unsigned long long>(mMissed));
     pw_main_loop_destroy(mLoop);
 }
 
@@ -136,8 +146,19 @@ float Player::Sample(unsigned channel) const
     return static_cast<float>(mOptions.mAmplitude * std::sin(2 * std::numbers::pi * std::fmod(cycles, 1.0)));
 }
 
+// A late server may ask twice under one position: in sum the position tells how many frames were due.
+void Player::NotePosition()
+{
+    const spa_io_position* position = mPosition.load();
+    if (position == nullptr) return;
+    if (mFrame == 0) mFirstPosition = position->clock.position;
+    const uint64_t due = position->clock.position - mFirstPosition;
+    mMissed = due > mFrame ? due - mFrame : 0;
+}
+
 void Player::Process()
 {
+    NotePosition();
     pw_buffer* buffer = pw_stream_dequeue_buffer(mStream);
     if (buffer == nullptr) return;
     spa_data& data = buffer->buffer->datas[0];

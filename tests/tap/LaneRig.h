@@ -55,6 +55,9 @@ struct LaneRig {
         mFrames += tap::kBlockFrames;
     }
 
+    /// A late server: a cycle comes under the stamp of the one after it, which is still to come under that stamp too.
+    void DeliverUnderTheNextStamp() { Deliver(mDevice.mQuantum); }
+
     /// The device runs on without us for so many frames.
     void Miss(int64_t frames)
     {
@@ -80,14 +83,14 @@ struct LaneRig {
     uint64_t mFrames = 0, mPlayed = 0;
 
 private:
-    void Deliver()
+    void Deliver(uint32_t stampedLateFrames = 0)
     {
         std::vector<float> samples(mDevice.mQuantum);
         mSignal((mDevice.mNanos - double(kStart)) * 1e-9, FrameNanos() * 1e-9, mPlayed, samples);
         const tap::StereoMix::Channel channels[] = {{platform::machine::ChannelPosition::FrontLeft, samples.data()},
                                                     {platform::machine::ChannelPosition::FrontRight, samples.data()}};
-        mLane.Render({.mHostNanos = mStampOf(mDevice.mNanos),
-                      .mSampleTime = mDevice.mPosition,
+        mLane.Render({.mHostNanos = mStampOf(mDevice.mNanos + stampedLateFrames * FrameNanos()),
+                      .mSampleTime = mDevice.mPosition + stampedLateFrames,
                       .mRateScalar = 1,
                       .mRateHz = mDevice.mRateHz,
                       .mFrames = mDevice.mQuantum,

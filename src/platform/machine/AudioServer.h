@@ -10,11 +10,11 @@
 // Start at Snapshot, then CaptureNode.
 #pragma once
 
+#include <sys/types.h>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace platform::machine {
@@ -23,19 +23,33 @@ namespace platform::machine {
 enum class ChannelPosition : uint16_t {
     Unknown,
     Mono,
-    FrontLeft, FrontRight, FrontCenter, LowFrequency,
-    SideLeft, SideRight, RearLeft, RearRight, RearCenter,
-    FrontLeftOfCenter, FrontRightOfCenter,
-    TopCenter, TopFrontLeft, TopFrontCenter, TopFrontRight, TopRearLeft, TopRearCenter, TopRearRight,
+    FrontLeft,
+    FrontRight,
+    FrontCenter,
+    LowFrequency,
+    SideLeft,
+    SideRight,
+    RearLeft,
+    RearRight,
+    RearCenter,
+    FrontLeftOfCenter,
+    FrontRightOfCenter,
+    TopCenter,
+    TopFrontLeft,
+    TopFrontCenter,
+    TopFrontRight,
+    TopRearLeft,
+    TopRearCenter,
+    TopRearRight,
     Auxiliary0 = 64,
 };
 constexpr unsigned kAuxiliaryChannels = 64;
 
 /// An output device: something that applications play on.
 struct OutputDevice {
-    uint32_t mID = 0;       // the server's number; not zero; stands for this device while it is there
-    std::string mUID;       // the stable name, the same after the device came back
-    std::string mName;      // for people
+    uint32_t mID = 0;   // the server's number; not zero; stands for this device while it is there
+    std::string mUID;   // the stable name, the same after the device came back
+    std::string mName;  // for people
     double mNominalRateHz = 0;
     std::vector<ChannelPosition> mChannels;
 
@@ -44,11 +58,11 @@ struct OutputDevice {
 
 /// One stream of an application that plays, or may play, on an output device.
 struct PlaybackStream {
-    uint32_t mID = 0;             // the server's number, never used twice on one connection
-    pid_t mPID = 0;               // the process that plays; 0 where the server does not know
-    std::string mApplicationName; // as the server was told, for people; may be empty
-    std::string mApplicationID;   // identifier property, as the server was told; may be empty
-    std::string mSandboxID;       // identifier that the server's access control saw; may be empty
+    uint32_t mID = 0;              // the server's number, never used twice on one connection
+    pid_t mPID = 0;                // the process that plays; 0 where the server does not know
+    std::string mApplicationName;  // as the server was told, for people; may be empty
+    std::string mApplicationID;    // identifier property, as the server was told; may be empty
+    std::string mSandboxID;        // identifier that the server's access control saw; may be empty
     bool mPlaying = false;
     /// Devices the stream plays on. A silenced stream counts as playing where it would be heard otherwise.
     std::vector<uint32_t> mOutputs;
@@ -60,10 +74,10 @@ struct PlaybackStream {
 /// One consistent look at the server.
 struct ServerSnapshot {
     bool mConnected = false;
-    uint64_t mGeneration = 0;           // grows with every change
-    std::vector<OutputDevice> mOutputs;  // in the server's order; nodes of ours are left out
-    std::vector<PlaybackStream> mStreams; // nodes of ours are left out
-    uint32_t mDefaultOutput = 0;        // 0: none
+    uint64_t mGeneration = 0;              // grows with every change
+    std::vector<OutputDevice> mOutputs;    // in the server's order; nodes of ours are left out
+    std::vector<PlaybackStream> mStreams;  // nodes of ours are left out
+    uint32_t mDefaultOutput = 0;           // 0: none
 
     bool operator==(const ServerSnapshot&) const = default;
 };
@@ -79,22 +93,26 @@ protected:
 
 /// What one cycle of a clock domain brings: the same frames of every channel position.
 struct CaptureCycle {
-    uint64_t mHostNanos;    // host time of the first frame, as the domain's driver stamps it
-    int64_t mSampleTime;    // of the first frame, on the driver's own timeline, in frames at mRateHz
-    double mRateScalar;     // what the driver says of its crystal (above 1: faster than nominal); a hint
-    uint32_t mRateHz;       // nominal rate of the frames below; may change from one cycle to the next
+    uint64_t mHostNanos;  // host time of the first frame, as the domain's driver stamps it
+    int64_t mSampleTime;  // of the first frame, on the driver's own timeline, in frames at mRateHz
+    double mRateScalar;   // what the driver says of its crystal (above 1: faster than nominal); a hint
+    uint32_t mRateHz;     // nominal rate of the frames below; may change from one cycle to the next
     uint32_t mFrames;
-    uint32_t mClockID;      // which driver; another number means another timeline
+    uint32_t mClockID;  // which driver; another number means another timeline
     struct Channel {
         ChannelPosition mPosition;
         const float* mSamples;  // mFrames of them, valid during the call
     };
     std::span<const Channel> mChannels;  // those positions only that something was linked to in this cycle
+    bool mResumed = false;               // the first since the server let the capture rest: none was missed before it
 };
 
 class CaptureClient {
 public:
     /// One cycle of sound: the sum of the streams captured, a channel position at a time.
+    ///
+    /// Positions say what is missing: one that jumps by k frames means that k frames were not delivered. A server
+    /// that is late may deliver a cycle under the stamp of the next one, which then comes under the same stamp.
     ///
     /// @thread the server's data thread
     /// @realtime yes: must not block, allocate or log

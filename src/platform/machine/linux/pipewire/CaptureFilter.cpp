@@ -39,11 +39,8 @@ std::string UniqueNodeName(const std::string& name)
 
 const pw_filter_events CaptureFilter::kEvents = {
     .version = PW_VERSION_FILTER_EVENTS,
-    .state_changed =
-        [](void* self, pw_filter_state, pw_filter_state state, const char*) {
-            if (state == PW_FILTER_STATE_ERROR || state == PW_FILTER_STATE_UNCONNECTED)
-                static_cast<CaptureFilter*>(self)->Break();
-        },
+    .state_changed = [](void* self, pw_filter_state, pw_filter_state state,
+                        const char*) { static_cast<CaptureFilter*>(self)->OnState(state); },
     .process = [](void* self, spa_io_position* position) { static_cast<CaptureFilter*>(self)->Process(position); },
 };
 
@@ -99,6 +96,12 @@ CaptureFilter::~CaptureFilter()
     pw_core_disconnect(mCore);
 }
 
+void CaptureFilter::OnState(pw_filter_state state)
+{
+    if (state == PW_FILTER_STATE_ERROR || state == PW_FILTER_STATE_UNCONNECTED) Break();
+    if (state == PW_FILTER_STATE_STREAMING) mResumed.store(true, std::memory_order_relaxed);
+}
+
 void CaptureFilter::Break()
 {
     if (std::exchange(mBroken, true)) return;
@@ -149,13 +152,17 @@ void CaptureFilter::Process(const spa_io_position* position) CORVANE_REALTIME
     for (unsigned i = 0; i < inputs; ++i)
         if (const float* samples = Samples(mInputs[i], frames))
             mChannels[channels++] = {mInputs[i]->mPosition, samples};
+    // A late server wakes us a second time in a cycle: with the cycle that it had not delivered, or with nothing.
+    const bool again = std::exchange(mLastPosition, clock.position) == clock.position;
+    if (again && channels == 0) return;
     client->Render({.mHostNanos = clock.nsec,
                     .mSampleTime = static_cast<int64_t>(clock.position),
                     .mRateScalar = clock.rate_diff,
                     .mRateHz = clock.rate.denom,
                     .mFrames = frames,
                     .mClockID = clock.id,
-                    .mChannels = std::span(mChannels).first(channels)});
+                    .mChannels = std::span(mChannels).first(channels),
+                    .mResumed = mResumed.exchange(false, std::memory_order_relaxed)});
 }
 
 }  // namespace platform::machine::pipewire

@@ -52,6 +52,7 @@ private:
     void AddPort(ChannelPosition position);
     void Process(const spa_io_position* position) CORVANE_REALTIME;
     void Break();
+    void OnState(pw_filter_state state);
 
     static const pw_filter_events kEvents;
     static const pw_core_events kCoreEvents;
@@ -67,7 +68,10 @@ private:
     std::array<Input*, kPositions> mInputs{};
     std::atomic<unsigned> mInputCount{0};  // stored by control calls (release), read by the data thread (acquire)
     std::atomic<CaptureClient*> mClient;   // stored by the destructor (release), read by the data thread (acquire)
-    std::array<CaptureCycle::Channel, kPositions> mChannels{};  // the data thread's
+    std::atomic<bool> mResumed{false};     // stored by the loop's thread, taken by the data thread; no order needed
+    // The data thread's.
+    std::array<CaptureCycle::Channel, kPositions> mChannels{};
+    uint64_t mLastPosition = 0;
 };
 
 }  // namespace platform::machine::pipewire
