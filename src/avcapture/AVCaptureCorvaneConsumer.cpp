@@ -20,6 +20,12 @@ namespace {
 constexpr uint64_t kComputeBoundNanos = 1'000'000'000;
 constexpr uint64_t kNanosPerMicrosecond = 1'000;
 
+// The pass before the first one is the largest number, so that only the distance tells the order.
+bool IsEarlier(uint32_t loopA, uint32_t loopB)
+{
+    return int32_t(loopA - loopB) < 0;
+}
+
 }  // namespace
 
 /// Head and tail as read one after the other.
@@ -63,12 +69,13 @@ void AVCaptureCorvane::ConsumeOrWait(uint64_t thresholdNS)
     mLastWake = mach_absolute_time();
 }
 
-/// What the writer has written since the reader's position. A position that makes no sense, or lies behind
+/// What the writer has written since the reader's position. A head or tail that makes no sense, or a head behind
 /// the reader, is nothing new: the consumer has to get to its wait, where alone it gives up the mutex.
 uint64_t AVCaptureCorvane::NewNS() const
 {
     const auto [loop, head] = mStatus.LoadWritePosition();
-    if (!mRing.IsBlockStart(head) || loop < mReadLoop || (loop == mReadLoop && head < mReadFrame)) return 0;
+    if (!mRing.IsBlockStart(head) || !mRing.IsBlockStart(mStatus.TailFrame())) return 0;
+    if (IsEarlier(loop, mReadLoop) || (loop == mReadLoop && head < mReadFrame)) return 0;
     return ComputeDeltaNS(mReadLoop, mReadFrame, loop, head);
 }
 
@@ -141,7 +148,8 @@ bool AVCaptureCorvane::ConsumeBlock(Chunk& chunk)
     const Snapshot snapshot = TakeSnapshot();
     // A chunk never spans a gap, nor does it wait for a writer that has lost its way.
     if (!snapshot.mValid || (CatchUp(snapshot) && chunk.mBytes > 0)) return HandOn(chunk), false;
-    if (mReadLoop > snapshot.mLoop || (mReadLoop == snapshot.mLoop && mReadFrame > snapshot.mHeadFrame)) return false;
+    if (IsEarlier(snapshot.mLoop, mReadLoop) || (mReadLoop == snapshot.mLoop && mReadFrame > snapshot.mHeadFrame))
+        return false;
     if (mReadLoop == snapshot.mLoop && mReadFrame == snapshot.mHeadFrame) return HandOn(chunk), false;
 
     ConvertBlock(chunk);
@@ -168,7 +176,7 @@ bool AVCaptureCorvane::CatchUp(const Snapshot& snapshot)
 {
     const uint32_t tailLoop = snapshot.TailLoop();
     const uint64_t tailFrame = snapshot.mTailFrame;
-    if (mReadLoop < tailLoop) {
+    if (IsEarlier(mReadLoop, tailLoop)) {
         mStreamTimeNS += (uint64_t(mRing.mBlockFrames) - mReadFrame + tailFrame) * mRing.mNSPerFrame +
                          uint64_t(tailLoop - mReadLoop) * mRing.mNSPerLoop;
     } else if (mReadLoop == tailLoop && tailFrame > mReadFrame) {
@@ -184,7 +192,8 @@ bool AVCaptureCorvane::CatchUp(const Snapshot& snapshot)
 bool AVCaptureCorvane::IsOverwritten(const Snapshot& snapshot) const
 {
     const uint32_t tailLoop = snapshot.TailLoop();
-    return !snapshot.mValid || mReadLoop < tailLoop || (mReadLoop == tailLoop && snapshot.mTailFrame > mReadFrame);
+    return !snapshot.mValid || IsEarlier(mReadLoop, tailLoop) ||
+           (mReadLoop == tailLoop && snapshot.mTailFrame > mReadFrame);
 }
 
 void AVCaptureCorvane::ConvertBlock(const Chunk& chunk)

@@ -31,6 +31,7 @@ protected:
 TEST_F(Consumer, ChunksAreWholeBlocksInOrderAcrossTheWrapAndNeverLargerThanTheOutputBuffer)
 {
     mService->mStatus.mOutputFrames = 4 * 128;  // a page: four blocks
+    mService->mStatus.mLoopCount = 0;           // the tail's pass is then the one before 0
     CreateAtWriter();
     mTap->Consume();
     EXPECT_TRUE(mDelivered.empty());
@@ -246,13 +247,15 @@ TEST_F(Consumer, AConsumerThatNeverWaitsForASecondSaysSoOnceAndGoesOn)
 TEST_F(Consumer, PauseEndsAConsumerThatIsShownPositionsWithoutSense)
 {
     struct Position {
-        uint32_t mLoop, mHead;
+        uint32_t mLoop, mHead, mTail = 128;
     };
     ASSERT_EQ(Create(), 0);
     std::atomic<int> looks{0};
     const support::ClockHook hook(mMachine.mClock, [&] { ++looks; });
-    for (const Position& shown : {Position{1, 0xFFFFFFFF}, {1, 64}, {1, 2048}, {0, 1024}, {0xFFFFFFFF, 1}}) {
+    for (const Position& shown :
+         {Position{1, 0xFFFFFFFF}, {1, 64}, {1, 2048}, {0, 1024}, {0xFFFFFFFF, 1}, {1, 1024, 64}}) {
         ASSERT_EQ(mTap->Resume(), 0);
+        mService->Poke(68, shown.mTail);
         mService->Poke(76, shown.mHead);
         mService->Poke(72, shown.mLoop);
         const int before = looks;
