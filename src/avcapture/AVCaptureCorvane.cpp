@@ -1,6 +1,7 @@
 #include "avcapture/AVCaptureCorvane.h"
 
 #include "avcapture/SampleConversion.h"
+#include "avcapture/TapService.h"
 
 #include <memory>
 
@@ -67,7 +68,7 @@ int32_t AVCaptureCorvane::SetPlayThru(bool playThru)
 {
     if (mExtensionVersion < 2) return 0;
     const uint64_t flag = playThru;
-    return IOConnectCallScalarMethod(mConnect, 4, &flag, 1, nullptr, nullptr);
+    return IOConnectCallScalarMethod(mConnect, avcapture::kSetPlayThru, &flag, 1, nullptr, nullptr);
 }
 
 unsigned int AVCaptureCorvane::GetOutputSampleSize() const

@@ -16,13 +16,6 @@ namespace kernel = platform::kernel;
 
 namespace {
 
-enum Selector : uint32_t {
-    kGetRegionSizes = 0,
-    kGetSymbolRequest = 2,
-    kSetSymbolReply = 3,
-    kSetRegions = 5,
-};
-
 struct RateParts {
     uint32_t mWhole = 0;
     uint32_t mFraction = 0;  // in units of 2^-32
@@ -78,7 +71,7 @@ cf::Ref<cf::Array> AttributeDevice(CFStringRef uid)
     return MakeArray({uid, left.Get(), right.Get()});
 }
 
-bool IsSane(uint64_t audioBytes, uint64_t statusBytes)
+bool SizesAreSane(uint64_t audioBytes, uint64_t statusBytes)
 {
     return audioBytes > 0 && audioBytes <= avcapture::kLargestRegionBytes &&
            statusBytes >= avcapture::StatusRegion::kSmallestBytes && statusBytes <= avcapture::kLargestRegionBytes;
@@ -186,14 +179,14 @@ int32_t AVCaptureCorvane::ServeSymbolRequest()
 
     uint32_t namesBytes = 0;
     size_t outBytes = sizeof namesBytes;
-    int32_t error = IOConnectCallMethod(mConnect, kGetSymbolRequest, &systemVersion, 1, nullptr, 0, nullptr, nullptr,
-                                        &namesBytes, &outBytes);
+    int32_t error = IOConnectCallMethod(mConnect, avcapture::kGetSymbolRequest, &systemVersion, 1, nullptr, 0, nullptr,
+                                        nullptr, &namesBytes, &outBytes);
     if (error || namesBytes == 0) return error;
     if (namesBytes > avcapture::kLargestSymbolRequestBytes) return kIOReturnNotFound;
 
     std::vector<char> names(namesBytes);
     outBytes = names.size();
-    error = IOConnectCallMethod(mConnect, kGetSymbolRequest, &systemVersion, 1, nullptr, 0, nullptr, nullptr,
+    error = IOConnectCallMethod(mConnect, avcapture::kGetSymbolRequest, &systemVersion, 1, nullptr, 0, nullptr, nullptr,
                                 names.data(), &outBytes);
     if (error || outBytes == 0) return error;
     return SetSymbolAddrs(uint32_t(response), std::span<const char>(names).first(std::min(outBytes, names.size())));
@@ -204,8 +197,8 @@ int32_t AVCaptureCorvane::SetSymbolAddrs(uint32_t systemVersion, std::span<const
     std::vector<uint8_t> reply;
     if (const int32_t error = avcapture::AnswerSymbolRequest(systemVersion, names, reply)) return error;
     const uint64_t scalar = systemVersion;
-    return IOConnectCallMethod(mConnect, kSetSymbolReply, &scalar, 1, reply.data(), reply.size(), nullptr, nullptr,
-                               nullptr, nullptr);
+    return IOConnectCallMethod(mConnect, avcapture::kSetSymbolReply, &scalar, 1, reply.data(), reply.size(), nullptr,
+                               nullptr, nullptr, nullptr);
 }
 
 cf::Ref<cf::Object> AVCaptureCorvane::CopySampleRate() const
@@ -235,15 +228,16 @@ int32_t AVCaptureCorvane::ShareRegions()
 {
     uint64_t sizes[2] = {};
     uint32_t count = 2;
-    if (const int32_t error = IOConnectCallScalarMethod(mConnect, kGetRegionSizes, nullptr, 0, sizes, &count))
+    if (const int32_t error =
+            IOConnectCallScalarMethod(mConnect, avcapture::kGetRegionSizes, nullptr, 0, sizes, &count))
         return error;
-    if (count != 2 || !IsSane(sizes[0], sizes[1])) return kIOReturnError;
+    if (count != 2 || !SizesAreSane(sizes[0], sizes[1])) return kIOReturnError;
     if (!mAudioRegion.Allocate(sizes[0]) || !mStatusRegion.Allocate(sizes[1])) return kAVCaptureNoMemory;
 
     const vm_address_t audio = mAudioRegion.Address(), status = mStatusRegion.Address();
     const uint64_t regions[] = {sizes[0], UpperHalf(audio),  LowerHalf(audio),
                                 sizes[1], UpperHalf(status), LowerHalf(status)};
-    if (const int32_t error = IOConnectCallScalarMethod(mConnect, kSetRegions, regions, 6, nullptr, nullptr))
+    if (const int32_t error = IOConnectCallScalarMethod(mConnect, avcapture::kSetRegions, regions, 6, nullptr, nullptr))
         return error;
     mStatus = avcapture::StatusRegion(status, sizes[1], mTranslated);
     const auto ring = avcapture::ReadRingShape(mStatus, sizes[0], mExtensionVersion);

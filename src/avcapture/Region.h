@@ -23,7 +23,6 @@ public:
     }
 
     vm_address_t Address() const { return mAddress; }
-    vm_size_t Size() const { return mSize; }
 
 private:
     vm_size_t mSize = 0;
