@@ -82,7 +82,7 @@ int RB_Create(RB_Record** record, uint32_t size)
 
 int RB_Destroy(RB_Record** record)
 {
-    RB_Record* const old = *record;
+    RB_Record* const old = record ? *record : nullptr;
     if (!old) return 0;
     const int mutexError = kernel::pthread_mutex_destroy(&old->mMutex);
     const int attributesError = kernel::pthread_mutexattr_destroy(&old->mMutexAttributes);

@@ -24,8 +24,8 @@ struct RB_Record {
 /// Makes an empty ring of `size` silent bytes. @return -7004 when out of memory, or the lock's error number,
 /// with *record null
 int RB_Create(RB_Record** record, uint32_t size);
-/// Frees the ring, which may be null, and sets *record to null. @return the error
-/// of the lock's attributes, or else the lock's
+/// Frees the ring and sets *record to null; there may be no ring, nor a place for one. @return the error of the
+/// lock's attributes, or else the lock's
 int RB_Destroy(RB_Record** record);
 
 /// Empties the ring and clears its bytes.

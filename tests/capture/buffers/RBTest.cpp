@@ -123,6 +123,7 @@ TEST(RB, AnEmptyRingAndNoRingAreHarmless)
     EXPECT_EQ(RB_Destroy(&ring), 0);
     EXPECT_EQ(ring, nullptr);
     EXPECT_EQ(RB_Destroy(&ring), 0);
+    EXPECT_EQ(RB_Destroy(nullptr), 0);
     EXPECT_EQ(RB_GetAmount(nullptr, &value), -50);
     EXPECT_EQ(RB_GetSize(nullptr, &value), -50);
     EXPECT_EQ(RB_GetAmountWritten(nullptr, &value), 1);
