@@ -1,16 +1,18 @@
 #include "avcapture/SampleConversion.h"
 
+#include "platform/vector/VectorKernels.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
-#include <cmath>
 #include <cstring>
 
 namespace avcapture {
 namespace {
 
-constexpr size_t kPieceSamples = 1024;
+constexpr size_t kPieceSamples = 1024;  // stays in the nearest cache between copy and conversion
+constexpr float kFullScale = 32767;
 
 // Acquire loads of the samples themselves, against the writer's release stores: a sample of the next pass
 // that got into the copy brings along the tail that was moved before it was written, so the look at the
@@ -67,43 +69,23 @@ void CopyShared(uintptr_t from, bool swapped, char* to, size_t samples)
     if (swapped) SwapSamples(start, samples);
 }
 
-// The choice comes before the cast: a float beyond the integer's range must not be cast at all.
-uint16_t ToInt16(float sample)
-{
-    const float scaled = sample * 32767.0f;
-    const float inRange = std::fabs(scaled) < 2147483648.0f ? scaled : 0.0f;
-    return uint16_t(uint32_t(int32_t(inRange)));
-}
-
-template <std::endian kOrder>
-void ToInt16(const float* from, char* to, size_t samples)
-{
-    for (size_t i = 0; i < samples; ++i) {
-        uint16_t value = ToInt16(from[i]);
-        if constexpr (kOrder != std::endian::native) value = uint16_t(value << 8 | value >> 8);
-        std::memcpy(to + i * 2, &value, 2);
-    }
-}
-
 }  // namespace
 
 void ConvertSamples(uint32_t outputType, const void* ring, bool swapped, void* to, size_t samples) noexcept
 {
     uintptr_t from = reinterpret_cast<uintptr_t>(ring);
-    char* out = static_cast<char*>(to);
-    if (outputType == kOutputFloat) return CopyShared(from, swapped, out, samples);
+    if (outputType == kOutputFloat) return CopyShared(from, swapped, static_cast<char*>(to), samples);
     if (outputType == kOutputNone) return;
 
+    const auto order = outputType == kOutputInt16Big ? std::endian::big : std::endian::little;
+    auto* out = static_cast<uint16_t*>(to);
     std::array<float, kPieceSamples> piece;
     while (samples > 0) {
         const size_t count = std::min(samples, kPieceSamples);
         CopyShared(from, swapped, reinterpret_cast<char*>(piece.data()), count);
-        if (outputType == kOutputInt16Little)
-            ToInt16<std::endian::little>(piece.data(), out, count);
-        else
-            ToInt16<std::endian::big>(piece.data(), out, count);
+        platform::vector::ToInt16(piece.data(), kFullScale, order != std::endian::native, out, count);
         from += count * sizeof(float);
-        out += count * sizeof(uint16_t);
+        out += count;
         samples -= count;
     }
 }

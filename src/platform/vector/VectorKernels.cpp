@@ -53,4 +53,10 @@ void Deinterleave(const float* interleaved, size_t stride, float* const* channel
     BestVectorLoops().deinterleave(interleaved, stride, channels, count, frames);
 }
 
+void ToInt16(const float* samples, float scale, bool swapped, uint16_t* integers, size_t count) noexcept
+{
+    const auto& loops = BestVectorLoops();
+    (swapped ? loops.toSwappedInt16 : loops.toInt16)(samples, scale, integers, count);
+}
+
 }  // namespace platform::vector

@@ -1,10 +1,11 @@
-// VectorKernels: arithmetic on runs of floats under its published names, and the weaving of channels.
-// Why: clipping, summing and weaving are what a cycle does to every sample. The loops are compiled twice, for the
-// oldest 64-bit processor and for lanes of eight, and add and round the same way in both.
-// Strides are in samples. Outputs may be inputs, sample for sample, but not overlap them otherwise.
+// VectorKernels: arithmetic on runs of floats under its published names, the weaving of channels, and integers.
+// Why: clipping, summing, weaving and conversion are what a cycle does to every sample. The loops are compiled twice,
+// for the oldest 64-bit processor and for lanes of eight, and add and round the same way in both. Strides are in
+// samples. Outputs may be inputs, sample for sample, but not overlap them otherwise.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 using vDSP_Stride = ptrdiff_t;
 using vDSP_Length = size_t;
@@ -33,8 +34,15 @@ constexpr unsigned kWeaveChannels = 8;
 void Interleave(const float* const* channels, unsigned count, float* interleaved, size_t stride,
                 size_t frames) noexcept;
 
-/// The reverse.
+/// The reverse. @realtime yes
 void Deinterleave(const float* interleaved, size_t stride, float* const* channels, unsigned count,
                   size_t frames) noexcept;
+
+/// Integers of floats: sample x scale in single precision, truncated towards zero, of which the low 16 bits are
+/// kept. What does not fit 32 bits, and what is no number, gives 0.
+///
+/// @param swapped  whether each integer is stored in the other byte order
+/// @realtime       yes
+void ToInt16(const float* samples, float scale, bool swapped, uint16_t* integers, size_t count) noexcept;
 
 }  // namespace platform::vector

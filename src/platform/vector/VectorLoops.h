@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace platform::vector::loops {
 
@@ -13,6 +14,8 @@ struct VectorLoops {
                        size_t frames) noexcept;
     void (*deinterleave)(const float* interleaved, size_t stride, float* const* channels, unsigned count,
                          size_t frames) noexcept;
+    void (*toInt16)(const float* a, float scale, uint16_t* d, size_t count) noexcept;
+    void (*toSwappedInt16)(const float* a, float scale, uint16_t* d, size_t count) noexcept;
 };
 
 /// The fastest set that this processor runs.

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace platform::vector::loops {
@@ -31,6 +32,18 @@ void ScaleAndAdd(const float* a, float scale, const float* c, float* d, size_t c
 void Clip(const float* a, float low, float high, float* d, size_t count) noexcept
 {
     for (size_t i = 0; i < count; ++i) d[i] = Lesser(high, Greater(low, a[i]));
+}
+
+// The choice comes before the cast: a float beyond the integer's range must not be cast at all.
+template <bool kSwapped>
+void ToInt16(const float* a, float scale, uint16_t* d, size_t count) noexcept
+{
+    for (size_t i = 0; i < count; ++i) {
+        const float scaled = a[i] * scale;
+        const float inRange = __builtin_fabsf(scaled) < 2147483648.0f ? scaled : 0.0f;
+        const auto low = static_cast<uint16_t>(static_cast<int32_t>(inRange));
+        d[i] = kSwapped ? static_cast<uint16_t>(low << 8 | low >> 8) : low;
+    }
 }
 
 // Four frames of four channels, turned over: a row is a channel before and a frame after, or the other way round.
@@ -183,7 +196,7 @@ void Deinterleave(const float* interleaved, size_t stride, float* const* channel
     for (; at < count; ++at) DeinterleaveOne(interleaved + at, stride, channels[at], frames);
 }
 
-constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave};
+constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave, ToInt16<false>, ToInt16<true>};
 
 }  // namespace
 }  // namespace platform::vector::loops
