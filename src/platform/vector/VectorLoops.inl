@@ -181,6 +181,11 @@ void Interleave(const float* const* channels, unsigned count, float* interleaved
     for (; at + 8 <= count; at += 8) InterleaveGroup<EightChannels>(channels + at, interleaved + at, stride, frames);
 #endif
     for (; at + 4 <= count; at += 4) InterleaveGroup<FourChannels>(channels + at, interleaved + at, stride, frames);
+    // Two or three that are left go along with the ones before them, which is faster than one by one.
+    if (count > 4 && count - at >= 2) {
+        at = count - 4;
+        return InterleaveGroup<FourChannels>(channels + at, interleaved + at, stride, frames);
+    }
     for (; at < count; ++at) InterleaveOne(channels[at], interleaved + at, stride, frames);
 }
 
@@ -193,6 +198,10 @@ void Deinterleave(const float* interleaved, size_t stride, float* const* channel
     for (; at + 8 <= count; at += 8) DeinterleaveGroup<EightChannels>(interleaved + at, stride, channels + at, frames);
 #endif
     for (; at + 4 <= count; at += 4) DeinterleaveGroup<FourChannels>(interleaved + at, stride, channels + at, frames);
+    if (count > 4 && count - at >= 2) {
+        at = count - 4;
+        return DeinterleaveGroup<FourChannels>(interleaved + at, stride, channels + at, frames);
+    }
     for (; at < count; ++at) DeinterleaveOne(interleaved + at, stride, channels[at], frames);
 }
 
