@@ -19,7 +19,7 @@ namespace {
 constexpr uint64_t kSecond = 1'000'000'000;
 constexpr uint64_t kFirstPeriodNanos = kSecond / 16;
 constexpr uint64_t kUsualPeriodNanos = kSecond;
-constexpr uint64_t kLongestPeriodNanos = 4 * kSecond;
+constexpr uint64_t kLongestPeriodNanos = 16 * kSecond;
 
 constexpr double kKnownError = 2e-6;
 constexpr double kGoodError = 0.1e-6;
@@ -255,8 +255,9 @@ void ClockFollower::Fit() noexcept
     const double scattered = sigmas * line.mScatter / std::sqrt(line.mSpreadX);
     const double turned = TurnInASecond(line, points);
     const double error = std::max(scattered, turned);
-    mLongerHelps = scattered > std::max(turned, kGoodError);
-    if (mKnown && error > kKnownError) return;  // a bad minute: what is known stays
+    const bool badMinute = mKnown && error > kKnownError;  // what is known stays, and is not sought for longer
+    mLongerHelps = !badMinute && scattered > std::max(turned, kGoodError);
+    if (badMinute) return;
 
     mScalarError = error;
     mPhaseErrorSeconds = 2 * line.mScatter / std::sqrt(line.mUsed);
@@ -276,11 +277,14 @@ void ClockFollower::HandOut(uint64_t hostNanos) noexcept
     mRoundingError = wanted - mHeldScalar;
 }
 
+/// What the carried rounding error will mend by itself is not paid a second time.
 double ClockFollower::PayBack(uint64_t hostNanos) const noexcept
 {
-    const double owed = (MeasuredPositionAt(hostNanos) - mHeldPosition) / mNominalHz;
-    const bool plain = std::abs(owed) > kPlainErrors * mPhaseErrorSeconds;
-    return std::clamp(owed / (plain ? kFastPayBackSeconds : kSlowPayBackSeconds), -kMostPayBack, kMostPayBack);
+    const double owed = (MeasuredPositionAt(hostNanos) - mHeldPosition) / mNominalHz - mRoundingError;
+    const double noise = kPlainErrors * mPhaseErrorSeconds;
+    const double unsure = std::clamp(owed, -noise, noise);
+    return std::clamp((owed - unsure) / kFastPayBackSeconds + unsure / kSlowPayBackSeconds, -kMostPayBack,
+                      kMostPayBack);
 }
 
 }  // namespace platform::vector

@@ -37,7 +37,8 @@ public:
 
     /// Frames a second over the nominal; exactly 1.0 until it is known, then held for about a second at a
     /// time. A value that a 32-bit float holds; the rounding error is carried into the next.
-    /// It contains what is being paid back, 500 ppm at the most.
+    /// It contains what is being paid back, 500 ppm at the most. A stamp's rate scalar is its reciprocal (host ticks
+    /// a frame over the nominal); the reciprocal of that, taken in double precision, rounds to this float again.
     double RateScalar() const noexcept { return mHeldScalar; }
 
     /// The measured rate over the nominal, without the paying back; 1.0 until it is known.
