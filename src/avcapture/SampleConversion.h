@@ -29,7 +29,7 @@ constexpr unsigned int OutputSampleBytes(uint32_t outputType)
 ///
 /// @param ring     `samples` floats on a 4-byte boundary, which another thread may overwrite meanwhile
 /// @param swapped  whether the ring has the other byte order
-/// @param to       OutputSampleBytes(outputType) x `samples` bytes
+/// @param to       OutputSampleBytes(outputType) x `samples` bytes, on a boundary of that size
 /// @realtime       yes
 void ConvertSamples(uint32_t outputType, const void* ring, bool swapped, void* to, size_t samples) noexcept;
 

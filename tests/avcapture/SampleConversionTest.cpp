@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -11,19 +12,21 @@ using namespace avcapture;
 
 namespace {
 
-std::vector<uint8_t> Convert(uint32_t type, const std::vector<float>& samples, bool swapped = false)
+using Bytes = std::vector<uint8_t>;
+
+Bytes Convert(uint32_t type, const float* ring, size_t count, bool swapped = false)
 {
-    std::vector<uint8_t> bytes(samples.size() * OutputSampleBytes(type) + 4, 0xEE);
-    ConvertSamples(type, samples.data(), swapped, bytes.data(), samples.size());
-    EXPECT_EQ(std::vector(bytes.end() - 4, bytes.end()), std::vector<uint8_t>(4, 0xEE)) << "wrote beyond its end";
-    return {bytes.begin(), bytes.end() - 4};
+    Bytes bytes(count * OutputSampleBytes(type) + 1, 0xEE);
+    ConvertSamples(type, ring, swapped, bytes.data(), count);
+    EXPECT_EQ(bytes.back(), 0xEE) << "wrote beyond its end";
+    bytes.pop_back();
+    return bytes;
 }
 
 int16_t AsInt16(float sample)
 {
-    int16_t value;
-    std::memcpy(&value, Convert(kOutputInt16Little, {sample}).data(), 2);
-    return value;
+    const Bytes bytes = Convert(kOutputInt16Little, &sample, 1);
+    return int16_t(bytes[0] | bytes[1] << 8);
 }
 
 TEST(SampleConversion, IntegersAreTruncatedTowardsZeroAndWrapBeyondFullScale)
@@ -42,38 +45,28 @@ TEST(SampleConversion, IntegersAreTruncatedTowardsZeroAndWrapBeyondFullScale)
 // Every length and start against a plain rendering, so that heads, tails and pieces are all met.
 TEST(SampleConversion, EveryLengthAndAlignmentComesOutInTheTypesByteOrder)
 {
-    std::vector<float> ring(3000);
-    for (size_t i = 0; i < ring.size(); ++i) ring[i] = float(std::sin(double(i)) * 1.2);
-    std::vector<uint32_t> words(ring.size());
-    std::memcpy(words.data(), ring.data(), ring.size() * 4);
-    for (auto& word : words) word = __builtin_bswap32(word);
-    std::vector<float> swapped(ring.size());
-    std::memcpy(swapped.data(), words.data(), words.size() * 4);
-
+    std::vector<float> ring(3000), swapped(3000);
+    for (size_t i = 0; i < ring.size(); ++i) {
+        ring[i] = float(std::sin(double(i)) * 1.2);
+        swapped[i] = std::bit_cast<float>(__builtin_bswap32(std::bit_cast<uint32_t>(ring[i])));
+    }
     for (const size_t count : {0, 1, 2, 3, 7, 64, 127, 1023, 1024, 1025, 2999}) {
         for (const size_t start : {0, 1}) {
-            const std::vector<float> samples(ring.begin() + start, ring.begin() + start + count);
-            const auto* const bytes = reinterpret_cast<const uint8_t*>(samples.data());
-            const std::vector<uint8_t> plain(bytes, bytes + count * 4);
-            std::vector<uint8_t> little, big;
-            for (const float sample : samples) {
-                const auto value = uint16_t(int32_t(sample * 32767.0f));
+            Bytes plain(count * 4), little, big;
+            std::memcpy(plain.data(), &ring[start], plain.size());
+            for (size_t i = start; i < start + count; ++i) {
+                const auto value = uint16_t(int32_t(ring[i] * 32767.0f));
                 little.insert(little.end(), {uint8_t(value), uint8_t(value >> 8)});
                 big.insert(big.end(), {uint8_t(value >> 8), uint8_t(value)});
             }
-            const auto convert = [&](uint32_t type, const std::vector<float>& from, bool isSwapped) {
-                std::vector<uint8_t> out(count * OutputSampleBytes(type));
-                ConvertSamples(type, from.data() + start, isSwapped, out.data(), count);
-                return out;
-            };
-            EXPECT_EQ(convert(kOutputFloat, ring, false), plain);
-            EXPECT_EQ(convert(kOutputFloat, swapped, true), plain);
-            EXPECT_EQ(convert(kOutputInt16Little, ring, false), little);
-            EXPECT_EQ(convert(kOutputInt16Big, ring, false), big);
-            EXPECT_EQ(convert(kOutputInt16Big, swapped, true), big);
+            EXPECT_EQ(Convert(kOutputFloat, &ring[start], count), plain);
+            EXPECT_EQ(Convert(kOutputFloat, &swapped[start], count, true), plain);
+            EXPECT_EQ(Convert(kOutputInt16Little, &ring[start], count), little);
+            EXPECT_EQ(Convert(kOutputInt16Big, &ring[start], count), big);
+            EXPECT_EQ(Convert(kOutputInt16Big, &swapped[start], count, true), big);
+            EXPECT_TRUE(Convert(kOutputNone, &ring[start], count).empty());
         }
     }
-    EXPECT_TRUE(Convert(kOutputNone, ring).empty());
 }
 
 }  // namespace
