@@ -57,10 +57,7 @@ cf::Ref<cf::Array> ArrayOf(const std::vector<std::string>& texts)
 }  // namespace
 
 Recorder::Recorder(RecordingWish wish)
-    : mWish(std::move(wish)),
-      mFile(mWish.mFormat, kChannels, mWish.mRateHz),
-      mQueue(kChannels, size_t(mWish.mRateHz) * kQueueSeconds),
-      mPiece(kPieceFrames * kChannels)
+    : mWish(std::move(wish)), mFile(mWish.mFormat, kChannels, mWish.mRateHz), mPiece(kPieceFrames * kChannels)
 {
 }
 
@@ -83,6 +80,8 @@ int Recorder::Start()
     const int status = AVCapture::CreateAudio(&mSession, Callback, this, format, devices.Get(), processes.Get(),
                                               kAVCaptureLowLatencyAudio);
     if (status != 0) return status;
+    // Megabytes that take milliseconds to make: while the server puts the capture in place, not before.
+    mQueue.emplace(kChannels, size_t(mWish.mRateHz) * kQueueSeconds);
     mWriterRuns = kernel::pthread_create(&mWriter, nullptr, WriterEntry, this, "wav writer") == 0;
     if (!mWriterRuns) return -108;
     mSession->Resume();
@@ -160,7 +159,7 @@ void Recorder::Take(const float* samples, uint32_t frames, uint64_t timeUS) CORV
     }
     mStarted = true;
     mNextTimeUS = timeUS + uint64_t(std::llround(frames * 1e6 / mWish.mRateHz));
-    if (PayOwedSilence() && mQueue.Write(samples, frames)) return;
+    if (PayOwedSilence() && mQueue->Write(samples, frames)) return;
     mOwedFrames += frames;
     mFramesDropped.fetch_add(frames, std::memory_order_relaxed);
 }
@@ -169,7 +168,7 @@ bool Recorder::PayOwedSilence() noexcept
 {
     while (mOwedFrames > 0) {
         const size_t piece = size_t(std::min<uint64_t>(mOwedFrames, kPieceFrames));
-        if (!mQueue.Write(nullptr, piece)) return false;
+        if (!mQueue->Write(nullptr, piece)) return false;
         mOwedFrames -= piece;
     }
     return true;
@@ -211,7 +210,7 @@ bool Recorder::WriteWhatIsThere()
         size_t frames = kPieceFrames;
         if (mWish.mFrames) frames = size_t(std::min<uint64_t>(frames, *mWish.mFrames - mFile.Frames()));
         if (frames == 0) return false;
-        frames = mQueue.Read(mPiece.data(), frames);
+        frames = mQueue->Read(mPiece.data(), frames);
         if (frames == 0) return true;
         MeasurePeaks(mPiece.data(), frames);
         const int error = mFile.Write(mPiece.data(), frames);

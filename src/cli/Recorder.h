@@ -77,7 +77,7 @@ private:
 
     const RecordingWish mWish;
     WavWriter mFile;
-    platform::vector::FrameQueue mQueue;
+    std::optional<platform::vector::FrameQueue> mQueue;  // from Start on
     AVCapture* mSession = nullptr;
     AVCaptureLosses mLosses;  // the tap's; kept when the session has gone
 

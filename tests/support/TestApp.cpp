@@ -28,6 +28,7 @@ struct Options {
     double mFrequencyHz = 440;
     double mAmplitude = 0.25;
     bool mCounter = false;
+    bool mFromHostTime = false;
     std::string mPositions = "FL FR";
     int mOnly = -1;  // the only channel with sound; below 0: all
     std::string mTarget;
@@ -55,7 +56,7 @@ private:
     std::vector<uint32_t> mPositions;
     uint64_t mFrame = 0;
     std::atomic<const spa_io_position*> mPosition{nullptr};  // stored by the loop, loaded by the data thread
-    uint64_t mFirstPosition = 0, mMissed = 0;
+    uint64_t mFirstPosition = 0, mFirstCount = 0, mMissed = 0;
     pw_main_loop* mLoop;
     pw_stream* mStream;
 };
@@ -139,7 +140,7 @@ float Player::Sample(unsigned channel) const
     constexpr uint64_t kCounterPeriod = 1 << 20;
     if (mOptions.mOnly >= 0 && channel != static_cast<unsigned>(mOptions.mOnly)) return 0;
     if (mOptions.mCounter) {
-        const float count = static_cast<float>(mFrame % kCounterPeriod) / kCounterPeriod;
+        const float count = static_cast<float>((mFirstCount + mFrame) % kCounterPeriod) / kCounterPeriod;
         return channel % 2 == 0 ? count : -count;
     }
     const double cycles = mOptions.mFrequencyHz * static_cast<double>(mFrame) / mOptions.mRateHz;
@@ -151,7 +152,11 @@ void Player::NotePosition()
 {
     const spa_io_position* position = mPosition.load();
     if (position == nullptr) return;
-    if (mFrame == 0) mFirstPosition = position->clock.position;
+    if (mFrame == 0) {
+        mFirstPosition = position->clock.position;
+        if (mOptions.mFromHostTime)
+            mFirstCount = static_cast<uint64_t>(static_cast<double>(position->clock.nsec) * 1e-9 * mOptions.mRateHz);
+    }
     const uint64_t due = position->clock.position - mFirstPosition;
     mMissed = due > mFrame ? due - mFrame : 0;
 }
@@ -198,6 +203,7 @@ int main(int argc, char** argv)
     command.add_option("--frequency", options.mFrequencyHz, "of the tone, in Hz");
     command.add_option("--amplitude", options.mAmplitude, "of the tone");
     command.add_flag("--counter", options.mCounter, "play frame index / 2^20, negated in odd channels");
+    command.add_flag("--from-host-time", options.mFromHostTime, "begin the count with the host clock's frames so far");
     command.add_option("--positions", options.mPositions, "channels, as \"FL FR\"");
     command.add_option("--only", options.mOnly, "the one channel that is not silent, from 0");
     command.add_option("--target", options.mTarget, "name of the sink to play on");

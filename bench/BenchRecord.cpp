@@ -1,0 +1,111 @@
+// corvane-bench-record: what a recording costs a person and the machine, beside the server's own recorder.
+//
+// Prints two tables: the time from the start of the program to the first moment of sound in its file, and the processor
+// time and wake-ups of a recording that runs. Both play the same application on a private server, in turns.
+#include "support/CommandRun.h"
+#include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using support::ChildProcess;
+
+constexpr double kRateHz = 48000;
+constexpr int kStarts = 15;
+constexpr auto kRunning = 20s;
+
+struct Cost {
+    double mProcessorPercent, mWakesASecond;
+};
+
+// A stereo 32-bit float recording of the application, by either program, ended like by a person.
+void RunOurs(const std::string& file, Clock::duration length)
+{
+    support::CommandRun run({"record", "--force", "--source", "app:chosen", file});
+    std::this_thread::sleep_for(length);
+    run.Signal(SIGINT);
+    run.Wait();
+}
+void RunPeers(const std::string& file, Clock::duration length)
+{
+    ChildProcess run(
+        {"pw-record", "--target", "chosen", "--format", "f32", "--rate", "48000", "--channels", "2", file});
+    std::this_thread::sleep_for(length);
+    run.End(SIGINT);
+}
+using Runner = void (*)(const std::string&, Clock::duration);
+
+// Milliseconds from the start of the program to the first moment of the application that its file holds. The
+// application counts the host clock's frames, so that a sample says when it was played.
+double MillisToSound(Runner run, const std::string& file)
+{
+    const std::chrono::duration<double> start = Clock::now().time_since_epoch();
+    run(file, 700ms);
+    const std::vector<float> left = support::ReadRecording(file).Channel(0);
+    const auto sound = std::ranges::find_if(left, [](float sample) { return sample != 0; });
+    if (sound == left.end()) return NAN;
+    const double frames = double(*sound) * support::kCounterModulus - start.count() * kRateHz;
+    return std::remainder(frames, double(support::kCounterModulus)) * 1e3 / kRateHz;
+}
+
+Cost CostOf(Runner run, const std::string& file)
+{
+    rusage before{}, after{};
+    getrusage(RUSAGE_CHILDREN, &before);
+    run(file, kRunning);
+    getrusage(RUSAGE_CHILDREN, &after);
+    const auto seconds = [](const timeval& t) { return double(t.tv_sec) + 1e-6 * double(t.tv_usec); };
+    const double used =
+        seconds(after.ru_utime) + seconds(after.ru_stime) - seconds(before.ru_utime) - seconds(before.ru_stime);
+    const double length = std::chrono::duration<double>(kRunning).count();
+    return {100 * used / length, double(after.ru_nvcsw - before.ru_nvcsw) / length};
+}
+
+double Median(std::vector<double> values)
+{
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}
+
+}  // namespace
+
+int main()
+{
+    support::PrivatePipeWire server;
+    server.SetQuantum(256);
+    auto chosen = server.Play({"--name", "chosen", "--counter", "--from-host-time"});
+    std::this_thread::sleep_for(1s);
+    const std::string file = server.Folder() + "/a.wav";
+    std::vector<double> ours, peers;
+    for (int i = 0; i < kStarts; ++i) {
+        ours.push_back(MillisToSound(RunOurs, file));
+        peers.push_back(MillisToSound(RunPeers, file));
+    }
+    std::printf("## Recording: from the start of the program to the first sound, %d starts in turns, quantum 256\n\n",
+                kStarts);
+    std::printf("| What | ms, median | Ratio |\n|---|---|---|\n");
+    std::printf("| corvane record | %.1f | 1.00 |\n| pw-record | %.1f | %.2f |\n\n", Median(ours), Median(peers),
+                Median(peers) / Median(ours));
+
+    server.SetQuantum(512);
+    std::printf("## Recording: one that runs, one stereo application, quantum 512, start and end included\n\n");
+    std::printf("| What | %% of a core | wake-ups a second |\n|---|---|---|\n");
+    for (const auto& [name, run] : {std::pair("corvane record", Runner(RunOurs)), {"pw-record", Runner(RunPeers)}}) {
+        const Cost cost = CostOf(run, file);
+        std::printf("| %s | %.2f | %.0f |\n", name, cost.mProcessorPercent, cost.mWakesASecond);
+    }
+    return 0;
+}
