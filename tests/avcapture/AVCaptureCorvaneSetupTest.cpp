@@ -196,11 +196,13 @@ TEST_F(Setup, FormatsAreJudgedByLayoutFirstAndTheirTypeIsToldBeforeTheirDepth)
     EXPECT_EQ(judge(FloatFormat(), [](Format& f) { f.mBitsPerChannel = 64; }), std::pair(false, kFloat));
     EXPECT_EQ(judge(FloatFormat(), [](Format& f) { f.mBytesPerFrame = f.mBytesPerPacket = 16; }),
               std::pair(false, kFloat));
-    EXPECT_EQ(judge(FloatFormat(), [](Format& f) { f.mFormatFlags |= kAudioFormatFlagIsBigEndian; }),
-              std::pair(false, kFloat));
+    for (const uint32_t flag : {kAudioFormatFlagIsBigEndian, kAudioFormatFlagIsSignedInteger})
+        EXPECT_EQ(judge(FloatFormat(), [flag](Format& f) { f.mFormatFlags |= flag; }), std::pair(false, kFloat));
     EXPECT_EQ(judge(Int16Format(), [](Format& f) { f.mFormatFlags &= ~kAudioFormatFlagIsSignedInteger; }),
               std::pair(false, kLittle));
     EXPECT_EQ(judge(Int16Format(), [](Format& f) { f.mBitsPerChannel = 24; }), std::pair(false, kLittle));
+    EXPECT_EQ(judge(Int16Format(), [](Format& f) { f.mBytesPerFrame = f.mBytesPerPacket = 6; }),
+              std::pair(false, kLittle));
 
     for (const auto change : std::vector<void (*)(Format&)>{
              [](Format& f) { f.mSampleRate = 0; }, [](Format& f) { f.mFormatID = kAudioFormatAC3; },
