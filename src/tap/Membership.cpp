@@ -8,8 +8,8 @@
 
 namespace tap {
 
+using platform::machine::Device;
 using platform::machine::Machine;
-using platform::machine::OutputDevice;
 using platform::machine::PlaybackStream;
 using platform::machine::ServerSnapshot;
 
@@ -25,9 +25,9 @@ public:
     }
 };
 
-const OutputDevice* Find(const ServerSnapshot& snapshot, uint32_t device)
+const Device* Find(const ServerSnapshot& snapshot, uint32_t device)
 {
-    for (const OutputDevice& output : snapshot.mOutputs)
+    for (const Device& output : snapshot.mOutputs)
         if (output.mID == device) return &output;
     return nullptr;
 }
@@ -96,8 +96,7 @@ std::optional<size_t> Membership::DeviceOf(const PlaybackStream& stream, const S
     const auto& devices = mConfiguration.mDevices;
     for (size_t i = 0; i < devices.size(); ++i)
         for (const uint32_t output : stream.mOutputs)
-            if (const OutputDevice* device = Find(snapshot, output); device && device->mUID == devices[i].mUID)
-                return i;
+            if (const Device* device = Find(snapshot, output); device && device->mUID == devices[i].mUID) return i;
     const auto last = mPlaces.find(stream.mID);
     const bool isOnItsWay = stream.mOutputs.empty() && last != mPlaces.end() && IsThere(last->second, snapshot);
     return isOnItsWay ? std::optional(last->second) : std::nullopt;
@@ -107,7 +106,7 @@ bool Membership::IsThere(size_t device, const ServerSnapshot& snapshot) const
 {
     const std::string& uid = mConfiguration.mDevices[device].mUID;
     return std::any_of(snapshot.mOutputs.begin(), snapshot.mOutputs.end(),
-                       [&](const OutputDevice& output) { return output.mUID == uid; });
+                       [&](const Device& output) { return output.mUID == uid; });
 }
 
 }  // namespace tap

@@ -12,13 +12,13 @@
 namespace desktop {
 
 using platform::machine::AudioServer;
-using platform::machine::OutputDevice;
+using platform::machine::Device;
 using platform::machine::PlaybackStream;
 using platform::machine::ServerSnapshot;
 
-inline const OutputDevice* FindOutput(const ServerSnapshot& snapshot, const std::string& uid)
+inline const Device* FindOutput(const ServerSnapshot& snapshot, const std::string& uid)
 {
-    for (const OutputDevice& device : snapshot.mOutputs)
+    for (const Device& device : snapshot.mOutputs)
         if (device.mUID == uid) return &device;
     return nullptr;
 }
@@ -33,7 +33,7 @@ inline const PlaybackStream* FindStream(const ServerSnapshot& snapshot, const st
 inline bool PlaysOn(const ServerSnapshot& snapshot, const std::string& applicationName, const std::string& uid)
 {
     const PlaybackStream* stream = FindStream(snapshot, applicationName);
-    const OutputDevice* device = FindOutput(snapshot, uid);
+    const Device* device = FindOutput(snapshot, uid);
     return stream != nullptr && device != nullptr && stream->mOutputs == std::vector<uint32_t>{device->mID};
 }
 

@@ -75,7 +75,7 @@ struct Watcher final : ServerListener {
         std::string line = now.mConnected ? "connected" : "away";
         for (const PlaybackStream& stream : now.mStreams) {
             line += ", " + stream.mApplicationName + (stream.mPlaying ? " plays on " : " stopped on ");
-            for (const OutputDevice& output : now.mOutputs)
+            for (const Device& output : now.mOutputs)
                 if (stream.mOutputs == std::vector{output.mID}) line += output.mUID;
         }
         mScenario.trace().Add(line);

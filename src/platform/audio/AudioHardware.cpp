@@ -12,7 +12,7 @@ using platform::audio::CopyNativeDevices;
 using platform::audio::NativeDevice;
 using platform::audio::NativeDevices;
 using platform::machine::ChannelPosition;
-using platform::machine::OutputDevice;
+using platform::machine::Device;
 
 namespace {
 
@@ -105,7 +105,7 @@ void GiveStereoChannels(const std::vector<ChannelPosition>& channels, UInt32* pa
     pair[1] = both ? UInt32(right - channels.begin() + 1) : channels.size() >= 2 ? 2 : 1;
 }
 
-void GiveStreamConfiguration(const OutputDevice& device, bool isInput, AudioBufferList* list)
+void GiveStreamConfiguration(const Device& device, bool isInput, AudioBufferList* list)
 {
     list->mNumberBuffers = isInput ? 0 : 1;
     if (!isInput) list->mBuffers[0] = {UInt32(device.mChannels.size()), 0, nullptr};
@@ -148,7 +148,7 @@ OSStatus AudioDeviceGetProperty(AudioDeviceID device, UInt32 channel, Boolean is
     const std::optional<NativeDevice> native = FindDevice(device);
     if (!native) return kAudioHardwareBadDeviceError;
     if (const OSStatus error = TakeRoom(DevicePropertyBytes(channel, isInput, selector), size, data)) return error;
-    const OutputDevice& output = native->mDevice;
+    const Device& output = native->mDevice;
     switch (selector) {
         case kAudioDevicePropertyDeviceUID:
             return GiveString(output.mUID, data);

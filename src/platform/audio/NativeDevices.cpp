@@ -27,7 +27,7 @@ NativeDevices CopyNativeDevices()
 {
     machine::ServerSnapshot snapshot = LookAtServer();
     NativeDevices native;
-    for (machine::OutputDevice& device : snapshot.mOutputs) {
+    for (machine::Device& device : snapshot.mOutputs) {
         const AudioDeviceID number = NumberOf(device.mUID);
         if (device.mID == snapshot.mDefaultOutput) native.mDefaultOutput = number;
         native.mDevices.push_back({number, std::move(device)});

@@ -11,7 +11,7 @@ namespace platform::audio {
 
 struct NativeDevice {
     AudioDeviceID mID = 0;  // never 0 or 1; the same whenever a device of this UID is there
-    machine::OutputDevice mDevice;
+    machine::Device mDevice;
 };
 
 struct NativeDevices {

@@ -45,15 +45,15 @@ enum class ChannelPosition : uint16_t {
 };
 constexpr unsigned kAuxiliaryChannels = 64;
 
-/// An output device: something that applications play on.
-struct OutputDevice {
+/// A device: an output, that applications play on, or an input, that delivers sound of its own.
+struct Device {
     uint32_t mID = 0;   // the server's number; not zero; stands for this device while it is there
     std::string mUID;   // the stable name, the same after the device came back
     std::string mName;  // for people
     double mNominalRateHz = 0;
-    std::vector<ChannelPosition> mChannels;
+    std::vector<ChannelPosition> mChannels;  // of an input: all different
 
-    bool operator==(const OutputDevice&) const = default;
+    bool operator==(const Device&) const = default;
 };
 
 /// One stream of an application that plays, or may play, on an output device.
@@ -75,9 +75,11 @@ struct PlaybackStream {
 struct ServerSnapshot {
     bool mConnected = false;
     uint64_t mGeneration = 0;              // grows with every change
-    std::vector<OutputDevice> mOutputs;    // in the server's order; nodes of ours are left out
+    std::vector<Device> mOutputs;          // in the server's order; nodes of ours are left out
     std::vector<PlaybackStream> mStreams;  // nodes of ours are left out
+    std::vector<Device> mInputs;           // in the server's order; nodes of ours and monitors of outputs are left out
     uint32_t mDefaultOutput = 0;           // 0: none
+    uint32_t mDefaultInput = 0;            // 0: none
 
     bool operator==(const ServerSnapshot&) const = default;
 };
@@ -138,6 +140,14 @@ public:
     virtual void SetSilenced(bool silenced) = 0;
 };
 
+/// An open input device, which delivers its buffers as cycles while this lives.
+///
+/// After the destructor no Render runs and none will.
+class InputNode {
+public:
+    virtual ~InputNode() = default;
+};
+
 class AudioServer {
 public:
     virtual ~AudioServer() = default;
@@ -159,6 +169,11 @@ public:
     /// device or the server is away, and takes both up when they are back. `name` is shown on the server.
     virtual std::unique_ptr<CaptureNode> OpenCapture(const std::string& uid, const std::string& name,
                                                      CaptureClient& client) = 0;
+
+    /// The sound of the input device `uid`, all its channels. Works while the device or the server is away, and takes
+    /// both up when they are back. `name` is shown on the server.
+    virtual std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
+                                                 CaptureClient& client) = 0;
 
     /// The longest cycle that the server's settings allow, in nanoseconds: no capture brings more at once.
     virtual uint64_t LongestCycleNanos() = 0;

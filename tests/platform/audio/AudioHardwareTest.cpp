@@ -9,14 +9,14 @@
 #include <vector>
 
 using platform::machine::ChannelPosition;
-using platform::machine::OutputDevice;
+using platform::machine::Device;
 
 namespace {
 
 class AudioHardware : public testing::Test {
 protected:
     support::FakeMachine& mMachine = support::FakeMachine::Installed();
-    std::vector<OutputDevice>& mOutputs = mMachine.mServer.mSnapshot.mOutputs;
+    std::vector<Device>& mOutputs = mMachine.mServer.mSnapshot.mOutputs;
 
     AudioHardware()
     {
@@ -71,7 +71,7 @@ TEST_F(AudioHardware, ADeviceKeepsItsNumberWhenItComesBackUnderAnother)
     EXPECT_EQ(Translate("cinema"), devices[1]);
     EXPECT_EQ(Translate("nowhere"), 0u);
 
-    const OutputDevice cinema = mOutputs[1];
+    const Device cinema = mOutputs[1];
     mOutputs.erase(mOutputs.begin() + 1);
     Float64 rate = 0;
     UInt32 size = sizeof rate;

@@ -48,7 +48,7 @@ private:
     friend class SimulatedServer;
 
     World& mWorld;
-    OutputDevice mDevice;
+    Device mDevice;
     bool mPlugged = true;
     Driver mDriver;
 };

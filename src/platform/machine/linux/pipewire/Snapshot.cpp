@@ -26,9 +26,9 @@ double RateOf(const Registry& registry, const Node& node)
     return static_cast<double>(node.mProperties.Number(PW_KEY_AUDIO_RATE, graph));
 }
 
-OutputDevice DescribeDevice(const Registry& registry, const Node& node)
+Device DescribeDevice(const Registry& registry, const Node& node)
 {
-    OutputDevice device;
+    Device device;
     device.mID = node.mLastingID;
     device.mUID = node.Name();
     const std::string& description = node.mProperties.Get(PW_KEY_NODE_DESCRIPTION);
@@ -149,7 +149,7 @@ ServerSnapshot TakeSnapshot(const Registry& registry)
             AddStream(registry, *node, snapshot);
         }
     }
-    std::ranges::sort(snapshot.mOutputs, {}, &OutputDevice::mID);
+    std::ranges::sort(snapshot.mOutputs, {}, &Device::mID);
     std::ranges::sort(snapshot.mStreams, {}, &PlaybackStream::mID);
     return snapshot;
 }
