@@ -22,7 +22,7 @@ namespace tap {
 class Lane final : public platform::machine::CaptureClient {
 public:
     /// @param schedule  the tap's; outlives this
-    /// @param latencyNanos  TapLatencyNanos of the server
+    /// @param latencyNanos  TapLatencyNanos of the server and the tap's rate
     Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels);
 
     /// @thread the server's data thread @realtime yes

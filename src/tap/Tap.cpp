@@ -29,7 +29,7 @@ Tap::Tap(platform::machine::AudioServer& server, const Configuration& configurat
          bool playThrough)
     : mSchedule(configuration.mRate, mach_absolute_time()),
       mRing(audio, status, configuration.mRate, configuration.mChannels),
-      mLanes(MakeLanes(configuration, mSchedule, TapLatencyNanos(server.LongestCycleNanos()))),
+      mLanes(MakeLanes(configuration, mSchedule, TapLatencyNanos(server.LongestCycleNanos(), configuration.mRate))),
       mPacer(mSchedule, mRing, mLanes, configuration.mChannels),
       mControl(server, configuration, mLanes, !playThrough)
 {

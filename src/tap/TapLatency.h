@@ -1,19 +1,28 @@
-// TapLatency: the one constant between a sound's moment and its place on a tap's timeline.
+// TapLatency: how far a tap's frames lie behind the sound that they stand for.
 // Why: status, tests and whoever lines sources up must all mean the same; docs/time.md, "Stamps, and the one
 // constant".
 #pragma once
 
-#include <cstdint>
+#include "platform/audio/StampLatency.h"
+#include "tap/RingWriter.h"
+
+#include <algorithm>
 
 namespace tap {
 
-/// Frame n of a tap stands for the sound at T(n) - latency. A server hands over a whole cycle at a time, and
-/// 10 ms cover a wake-up that comes late.
+/// Frame n of a tap stands for the sound at T(n) - latency.
+///
+/// A consumer stamps arrival, and gathers two blocks before it hands them on: the tap is ahead of the stamps by as
+/// much, so that its stamps are those of every other source. At rates where two blocks are longer than the constant has
+/// room for, the server's burst comes first.
 ///
 /// @param longestCycleNanos  the longest cycle that the server's settings allow
-constexpr uint64_t TapLatencyNanos(uint64_t longestCycleNanos)
+inline uint64_t TapLatencyNanos(uint64_t longestCycleNanos, FixedRate rate)
 {
-    return longestCycleNanos + 10'000'000;
+    constexpr uint64_t kLateWakeNanos = 5'000'000;
+    const uint64_t gathered = Schedule::NanosOf(2 * kBlockFrames, rate);
+    const uint64_t stamp = platform::audio::StampLatencyNanos(longestCycleNanos);
+    return std::max(stamp - std::min(stamp, gathered), longestCycleNanos + kLateWakeNanos);
 }
 
 }  // namespace tap

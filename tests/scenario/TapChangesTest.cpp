@@ -267,7 +267,8 @@ TEST(Tap, ADeviceOrServerThatGoesIsSilenceUntilItIsBack)
             s.runFor(5s);
             const auto& frames = session.End();
             // Sound ends and begins again where its moments lie, each with the same latency.
-            const auto latency = double(tap::TapLatencyNanos(s.machine().GetAudioServer().LongestCycleNanos())) * 1e-9;
+            const auto latency = 1e-9 * double(tap::TapLatencyNanos(s.machine().GetAudioServer().LongestCycleNanos(),
+                                                                    tap::FixedRate(kSecond) << tap::kRateFractionBits));
             const size_t end = size_t(std::find(frames.begin() + kSecond, frames.end(), 0.0f) - frames.begin());
             const size_t back = FirstSound(frames, end + kSecond / 2);
             EXPECT_NEAR(double(end) / kSecond, 2 + latency, 0.03) << server;

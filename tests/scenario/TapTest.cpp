@@ -89,8 +89,8 @@ TEST(TapScenario, OneTapLosesAndDoublesNoFrame)
         session.Stop();
         EXPECT_NEAR(static_cast<double>(session.mFrames), static_cast<double>(kLength.count()) * kRateHz, 4096);
         EXPECT_EQ(session.mBreaks, 0u);
-        const double latency =
-            static_cast<double>(tap::TapLatencyNanos(s.machine().GetAudioServer().LongestCycleNanos()));
+        const double latency = static_cast<double>(tap::TapLatencyNanos(
+            s.machine().GetAudioServer().LongestCycleNanos(), tap::FixedRate(kRateHz) << tap::kRateFractionBits));
         EXPECT_NEAR(static_cast<double>(session.mSilentFrames), latency * kRateHz / 1e9, 2);
     });
 }

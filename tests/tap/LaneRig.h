@@ -4,7 +4,6 @@
 #pragma once
 
 #include "tap/Lane.h"
-#include "tap/TapLatency.h"
 
 #include <cmath>
 #include <complex>
@@ -15,7 +14,7 @@
 
 struct LaneRig {
     static constexpr uint64_t kStart = 1'000'000'000'000'007;
-    static constexpr uint64_t kLatency = tap::TapLatencyNanos(42'666'666);
+    static constexpr uint64_t kLatency = 52'666'666;
 
     /// What plays now. Positions are the driver's; the signal goes by the moments at which frames happen.
     struct Device {

@@ -19,17 +19,18 @@ constexpr OSStatus kAudioHardwareIllegalOperationError = OSStatus(FourCC("nope")
 constexpr OSStatus kAudioHardwareBadDeviceError = OSStatus(FourCC("!dev"));
 
 // Of the system:
-constexpr uint32_t kAudioHardwarePropertyDevices = FourCC("dev#");                     // AudioDeviceID each
-constexpr uint32_t kAudioHardwarePropertyDefaultOutputDevice = FourCC("dOut");         // AudioDeviceID, 0: none
-constexpr uint32_t kAudioHardwarePropertyDefaultSystemOutputDevice = FourCC("sOut");   // AudioDeviceID, 0: none
-constexpr uint32_t kAudioHardwarePropertyDeviceForUID = FourCC("duid");  // AudioValueTranslation, CFStringRef to AudioDeviceID
+constexpr uint32_t kAudioHardwarePropertyDevices = FourCC("dev#");                    // AudioDeviceID each
+constexpr uint32_t kAudioHardwarePropertyDefaultOutputDevice = FourCC("dOut");        // AudioDeviceID, 0: none
+constexpr uint32_t kAudioHardwarePropertyDefaultSystemOutputDevice = FourCC("sOut");  // AudioDeviceID, 0: none
+constexpr uint32_t kAudioHardwarePropertyDeviceForUID =
+    FourCC("duid");  // AudioValueTranslation, CFStringRef to AudioDeviceID
 
 // Of a device:
-constexpr uint32_t kAudioDevicePropertyDeviceUID = FourCC("uid ");                 // CFStringRef, the caller releases
-constexpr uint32_t kAudioDevicePropertyDeviceNameCFString = FourCC("lnam");        // CFStringRef, the caller releases
-constexpr uint32_t kAudioDevicePropertyNominalSampleRate = FourCC("nsrt");         // Float64, hertz
-constexpr uint32_t kAudioDevicePropertyPreferredChannelsForStereo = FourCC("dch2"); // two UInt32, counted from 1
-constexpr uint32_t kAudioDevicePropertyStreamConfiguration = FourCC("slay");       // AudioBufferList, null data
+constexpr uint32_t kAudioDevicePropertyDeviceUID = FourCC("uid ");                   // CFStringRef, the caller releases
+constexpr uint32_t kAudioDevicePropertyDeviceNameCFString = FourCC("lnam");          // CFStringRef, the caller releases
+constexpr uint32_t kAudioDevicePropertyNominalSampleRate = FourCC("nsrt");           // Float64, hertz
+constexpr uint32_t kAudioDevicePropertyPreferredChannelsForStereo = FourCC("dch2");  // two UInt32, counted from 1
+constexpr uint32_t kAudioDevicePropertyStreamConfiguration = FourCC("slay");         // AudioBufferList, null data
 
 /// Reads a property of the system.
 ///

@@ -6,6 +6,7 @@
 
 #include "platform/audio/AudioHardware.h"
 #include "platform/audio/DeviceClock.h"
+#include "platform/audio/StampLatency.h"
 #include "platform/kernel/Realtime.h"
 #include "platform/machine/AudioServer.h"
 
@@ -42,9 +43,5 @@ public:
 private:
     void Render(const machine::CaptureCycle& cycle) CORVANE_REALTIME override;
 };
-
-/// The constant between the moment of a frame and the host time of its stamp, the same for every input and tap of a
-/// server: see docs/time.md.
-uint64_t StampLatencyNanos();
 
 }  // namespace platform::audio
