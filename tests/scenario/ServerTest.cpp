@@ -8,6 +8,8 @@
 
 #include <cmath>
 #include <mutex>
+#include <tuple>
+#include <utility>
 
 namespace platform::machine::simulated {
 
@@ -308,6 +310,72 @@ TEST(Server, AfterTheMachineSleptDevicesGoOnWhereTheyStood)
             longest = std::max(longest, cycles[i].mHostNanos - cycles[i - 1].mHostNanos);
         }
         EXPECT_NEAR(static_cast<double>(longest), 8 * 3600e9 + 1024 / 48000.0 * 1e9, 1);
+    });
+}
+
+TEST(Server, AnInputHearsWhatHappensAtTheMomentsOfItsFrames)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& mic = s.input("mic").rate(44100).quantum(512).crystal(+200).jitter(1ms).startsLate(137ms);
+        mic.plays(HostTone(1000));
+        s.input("line");
+        Recorder recorder;
+        auto input = s.machine().GetAudioServer().OpenInput("mic", "recorder", recorder);
+        s.at(10s).makeDefault(*s.machine().GetWorld().Inputs().Find("line"));
+        EXPECT_EQ(s.machine().GetAudioServer().Snapshot().mDefaultInput, mic.Number());
+        s.runUntil(20s);
+        EXPECT_NE(s.machine().GetAudioServer().Snapshot().mDefaultInput, mic.Number());
+        const std::vector<CaptureCycle> cycles = recorder.Cycles();
+        const std::vector<float> samples = recorder.Samples();
+        ASSERT_EQ(samples.size(), cycles.size() * 512);
+        const auto momentOf = [&](size_t frame) { return 0.137 + static_cast<double>(frame) / (44100 * 1.0002); };
+        for (size_t i = 0; i < cycles.size(); ++i) {
+            ASSERT_EQ(cycles[i].mSampleTime - cycles.front().mSampleTime, static_cast<int64_t>(512 * i));
+            const double late = static_cast<double>(cycles[i].mHostNanos - kStartNanos) * 1e-9 - momentOf(512 * i);
+            ASSERT_NEAR(late, 0.5e-3, 0.5e-3 + 1e-9);
+        }
+        for (size_t i = 0; i < samples.size(); ++i)
+            ASSERT_NEAR(samples[i], 0.5 * std::cos(2 * M_PI * 1000 * momentOf(i)), 1e-6);
+    });
+}
+
+TEST(Server, AnInputFailsAsScripted)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& mic = s.input("mic").quantum(480).plays(Counter());
+        Recorder recorder;
+        auto input = s.machine().GetAudioServer().OpenInput("mic", "recorder", recorder);
+        // Cycles delivered in the second, how far they brought the count, and samples so far that did not follow on.
+        auto meet = [&, cycles = size_t{1}](int second) mutable {
+            s.runUntil(std::chrono::seconds(second) + 5ms);
+            const std::vector<CaptureCycle> all = recorder.Cycles();
+            const int64_t moved = all.back().mSampleTime - all[cycles - 1].mSampleTime;
+            const size_t count = all.size() - std::exchange(cycles, all.size());
+            return std::tuple(count, moved, Breaks(recorder.Samples()));
+        };
+        s.at(1500ms).stop(mic);
+        s.at(1750ms).start(mic);
+        s.at(2500ms).jump(mic, -1000);
+        s.at(3500ms).repeatCycle(mic);
+        s.at(4500ms).delayCycle(mic);
+        s.at(5500ms).unstamp(mic);
+        s.at(6500ms).stamp(mic).rate(mic, 96000).quantum(mic, 960);
+        s.at(7505ms).unplug(mic);
+        EXPECT_EQ(meet(1), std::tuple(size_t{100}, int64_t{48000}, size_t{0}));
+        EXPECT_EQ(meet(2), std::tuple(75u, 48000, 1u));
+        EXPECT_EQ(meet(3), std::tuple(100u, 47000, 1u)) << "a jump of the count loses no frame";
+        EXPECT_EQ(meet(4), std::tuple(101u, 48000, 2u));
+        EXPECT_EQ(meet(5), std::tuple(100u, 48000, 2u)) << "a late cycle is not lost";
+        EXPECT_NE(recorder.Cycles().back().mHostNanos, 0u);
+        EXPECT_EQ(meet(6), std::tuple(100u, 48000, 2u));
+        EXPECT_EQ(recorder.Cycles().back().mHostNanos, 0u);
+        EXPECT_EQ(meet(7), std::tuple(100u, 72000, 2u));
+        EXPECT_EQ(recorder.Cycles().back().mRateHz, 96000u);
+        EXPECT_EQ(std::get<0>(meet(8)), 50u);
+        s.at(9s).plug(mic);
+        EXPECT_EQ(std::get<0>(meet(9)), 1u);
     });
 }
 

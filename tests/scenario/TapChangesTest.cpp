@@ -136,7 +136,7 @@ private:
 
 Signal Constant(float value)
 {
-    return [value](uint64_t, unsigned, std::span<float> samples) { std::ranges::fill(samples, value); };
+    return [value](const Stretch&, unsigned, std::span<float> samples) { std::ranges::fill(samples, value); };
 }
 
 size_t FirstSound(const std::vector<float>& frames, size_t from = 0)

@@ -1,6 +1,7 @@
 #include "platform/machine/simulated/Driver.h"
 
 #include "platform/machine/simulated/Agenda.h"
+#include "platform/machine/simulated/Gate.h"
 
 #include <cmath>
 
@@ -11,15 +12,26 @@ Driver::~Driver()
     Stop();
 }
 
-void Driver::Start(uint32_t clockID)
+Stretch Driver::Cycle::FramesFrom(uint64_t first) const
+{
+    return {first, mSeconds, 1 / mSettings.FramesASecond()};
+}
+
+CaptureCycle Driver::Cycle::WithChannels(std::span<const CaptureCycle::Channel> channels) const
+{
+    return {mHostNanos, mSampleTime, mSettings.mSaidRateScalar, mSettings.mRateHz, mSettings.mQuantumFrames,
+            mClockID,   channels};
+}
+
+void Driver::Start(uint32_t clockID, uint64_t delayNanos)
 {
     Stop();
     mRunning = true;
-    mRandom.seed(clockID);
+    mRandom.seed(clockID + mSettings.mSeed);
     mCycle = {0, 0, mSettings, clockID};
     // Anywhere but 0: nobody may take a timeline's start for granted.
     mNextFrame = mAnchorFrame = int64_t{clockID} * 100'003;
-    mAnchorNanos = mAgenda.NowNanos();
+    mAnchorNanos = mAgenda.NowNanos() + delayNanos;
     ScheduleNext();
 }
 
@@ -37,6 +49,12 @@ void Driver::Shift(uint64_t nanos)
     ScheduleNext();
 }
 
+void Driver::Jump(int64_t frames)
+{
+    mNextFrame += frames;
+    mAnchorFrame += frames;
+}
+
 void Driver::Run()
 {
     if (mSettings != mCycle.mSettings) {
@@ -46,6 +64,7 @@ void Driver::Run()
     }
     mCycle.mHostNanos = mAgenda.NowNanos();
     mCycle.mSampleTime = mNextFrame;
+    mCycle.mSeconds = (static_cast<double>(mAnchorNanos - kStartNanos) + NanosSinceAnchor()) * 1e-9;
     mNextFrame += mCycle.mSettings.mQuantumFrames;
     ScheduleNext();
     mOnCycle(*this);
@@ -58,10 +77,14 @@ void Driver::ScheduleNext()
     mAgenda.At(IdealNanos() + late, this, [this] { Run(); });
 }
 
+double Driver::NanosSinceAnchor() const
+{
+    return static_cast<double>(mNextFrame - mAnchorFrame) * 1e9 / mCycle.mSettings.FramesASecond();
+}
+
 uint64_t Driver::IdealNanos() const
 {
-    const long double rate = mCycle.mSettings.mRateHz * (1 + mCycle.mSettings.mCrystalPPM * 1e-6L);
-    return mAnchorNanos + static_cast<uint64_t>(std::llround((mNextFrame - mAnchorFrame) * 1e9L / rate));
+    return mAnchorNanos + static_cast<uint64_t>(std::llround(NanosSinceAnchor()));
 }
 
 }  // namespace platform::machine::simulated

@@ -4,6 +4,9 @@
 // Start at Settings.
 #pragma once
 
+#include "platform/machine/AudioServer.h"
+#include "platform/machine/simulated/Signal.h"
+
 #include <cstdint>
 #include <functional>
 #include <random>
@@ -21,6 +24,9 @@ public:
         double mCrystalPPM = 0;      // above 0: faster than the host clock
         double mSaidRateScalar = 1;  // what it says of its crystal
         uint64_t mJitterNanos = 0;   // a cycle is late, and stamped late, by up to this
+        uint64_t mSeed = 0;          // of the lateness
+
+        double FramesASecond() const { return mRateHz * (1 + mCrystalPPM * 1e-6); }
         bool operator==(const Settings&) const = default;
     };
 
@@ -30,6 +36,12 @@ public:
         int64_t mSampleTime = 0;
         Settings mSettings;
         uint32_t mClockID = 0;
+        double mSeconds = 0;  // when its first frame truly happens, in host time since the scenario's start
+
+        /// The same cycle as frames of a source that has counted so many before.
+        Stretch FramesFrom(uint64_t first) const;
+        /// The same cycle as a client of the server meets it.
+        CaptureCycle WithChannels(std::span<const CaptureCycle::Channel> channels) const;
     };
 
     /// @param onCycle  called on the data thread at each cycle's stamp
@@ -40,18 +52,22 @@ public:
 
     Settings mSettings;
 
-    /// Begins another timeline, with the first cycle now.
-    void Start(uint32_t clockID);
+    /// Begins another timeline, with the first cycle after `delayNanos`.
+    void Start(uint32_t clockID, uint64_t delayNanos = 0);
     void Stop();
     bool IsRunning() const { return mRunning; }
     /// Stood still for so long: the next cycle is as far off as it was before.
     void Shift(uint64_t nanos);
+
+    /// Its count moves by `frames` at once; what happens, and when, does not.
+    void Jump(int64_t frames);
 
     const Cycle& Now() const { return mCycle; }
 
 private:
     void Run();
     void ScheduleNext();
+    double NanosSinceAnchor() const;
     uint64_t IdealNanos() const;
 
     Agenda& mAgenda;

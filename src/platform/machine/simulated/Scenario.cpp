@@ -33,14 +33,14 @@ Happening& Happening::Script(std::string line, std::function<void()> action)
     return *this;
 }
 
-Happening& Happening::plug(Output& output)
+Happening& Happening::plug(ScriptedDevice& device)
 {
-    return Script(output.UID() + " plugged", [&world = mMachine.GetWorld(), &output] { world.Plug(output); });
+    return Script(device.UID() + " plugged", [&world = mMachine.GetWorld(), &device] { world.Plug(device); });
 }
 
-Happening& Happening::unplug(Output& output)
+Happening& Happening::unplug(ScriptedDevice& device)
 {
-    return Script(output.UID() + " unplugged", [&world = mMachine.GetWorld(), &output] { world.Unplug(output); });
+    return Script(device.UID() + " unplugged", [&world = mMachine.GetWorld(), &device] { world.Unplug(device); });
 }
 
 Happening& Happening::makeDefault(Output& output)
@@ -48,20 +48,63 @@ Happening& Happening::makeDefault(Output& output)
     return Script(output.UID() + " is the default", [&world = mMachine.GetWorld(), &output] { world.Choose(output); });
 }
 
-Happening& Happening::rate(Output& output, uint32_t hertz)
+Happening& Happening::makeDefault(Input& input)
 {
-    return Script(output.UID() + " at " + std::to_string(hertz) + " Hz", [&output, hertz] { output.rate(hertz); });
+    return Script(input.UID() + " is the default", [&world = mMachine.GetWorld(), &input] { world.Choose(input); });
 }
 
-Happening& Happening::quantum(Output& output, uint32_t frames)
+Happening& Happening::rate(ScriptedDevice& device, uint32_t hertz)
 {
-    return Script(output.UID() + " at quantum " + std::to_string(frames),
-                  [&output, frames] { output.quantum(frames); });
+    return Script(device.UID() + " at " + std::to_string(hertz) + " Hz",
+                  [&device, hertz] { device.Set(&Driver::Settings::mRateHz, hertz); });
 }
 
-Happening& Happening::crystal(Output& output, double ppm)
+Happening& Happening::quantum(ScriptedDevice& device, uint32_t frames)
 {
-    return Script(output.UID() + " off by " + std::to_string(ppm) + " ppm", [&output, ppm] { output.crystal(ppm); });
+    return Script(device.UID() + " at quantum " + std::to_string(frames),
+                  [&device, frames] { device.Set(&Driver::Settings::mQuantumFrames, frames); });
+}
+
+Happening& Happening::crystal(ScriptedDevice& device, double ppm)
+{
+    return Script(device.UID() + " off by " + std::to_string(ppm) + " ppm",
+                  [&device, ppm] { device.Set(&Driver::Settings::mCrystalPPM, ppm); });
+}
+
+Happening& Happening::jump(ScriptedDevice& device, int64_t frames)
+{
+    return Script(device.UID() + " jumps by " + std::to_string(frames) + " frames",
+                  [&device, frames] { device.Jump(frames); });
+}
+
+Happening& Happening::start(Input& input)
+{
+    return Script(input.UID() + " delivers again", [&input] { input.SetDelivering(true); });
+}
+
+Happening& Happening::stop(Input& input)
+{
+    return Script(input.UID() + " delivers nothing", [&input] { input.SetDelivering(false); });
+}
+
+Happening& Happening::stamp(Input& input)
+{
+    return Script(input.UID() + " has host times", [&input] { input.SetStamped(true); });
+}
+
+Happening& Happening::unstamp(Input& input)
+{
+    return Script(input.UID() + " has no host times", [&input] { input.SetStamped(false); });
+}
+
+Happening& Happening::repeatCycle(Input& input)
+{
+    return Script(input.UID() + " repeats a cycle", [&input] { input.RepeatNext(); });
+}
+
+Happening& Happening::delayCycle(Input& input)
+{
+    return Script(input.UID() + " delays a cycle", [&input] { input.DelayNext(); });
 }
 
 Happening& Happening::start(Stream& stream)

@@ -2,6 +2,7 @@
 //
 //     Scenario s;
 //     auto& speakers = s.output("speakers").rate(48'000).quantum(1024).crystal(+300);
+//     auto& mic = s.input("mic").rate(44'100).quantum(512).crystal(-200).startsLate(137ms).plays(HostTone(1000));
 //     auto& music = s.application("game", 200).plays(Counter(), speakers);
 //     s.at(2s).unplug(speakers);
 //     s.at(3s).plug(speakers);
@@ -28,13 +29,29 @@ using std::chrono::nanoseconds;
 /// What can happen at one moment; several can be chained.
 class Happening {
 public:
-    Happening& plug(Output& output);
-    /// Its streams play on the default output until it is back.
-    Happening& unplug(Output& output);
+    Happening& plug(ScriptedDevice& device);
+    /// The streams of an output play on the default one until it is back.
+    Happening& unplug(ScriptedDevice& device);
     Happening& makeDefault(Output& output);
-    Happening& rate(Output& output, uint32_t hertz);
-    Happening& quantum(Output& output, uint32_t frames);
-    Happening& crystal(Output& output, double ppm);
+    Happening& makeDefault(Input& input);
+    Happening& rate(ScriptedDevice& device, uint32_t hertz);
+    Happening& quantum(ScriptedDevice& device, uint32_t frames);
+    Happening& crystal(ScriptedDevice& device, double ppm);
+    /// Its sample time moves by `frames` at once; the sound goes on as it would.
+    Happening& jump(ScriptedDevice& device, int64_t frames);
+
+    /// Delivers again, its sample time further by what it did not deliver.
+    Happening& start(Input& input);
+    /// Hears on, but delivers nothing.
+    Happening& stop(Input& input);
+    /// Its cycles have a host time again.
+    Happening& stamp(Input& input);
+    /// The host time of its cycles is 0.
+    Happening& unstamp(Input& input);
+    /// Its next cycle comes a second time: the same frames under the same stamp.
+    Happening& repeatCycle(Input& input);
+    /// The server is late: the next cycle comes under the stamp of the one after it, just before that one.
+    Happening& delayCycle(Input& input);
 
     Happening& start(Stream& stream);
     Happening& stop(Stream& stream);
@@ -75,6 +92,8 @@ public:
 
     /// An output device that is there from now on; the first one is the default.
     Output& output(std::string uid) { return mMachine.GetWorld().AddOutput(std::move(uid)); }
+    /// An input device that is there from now on; the first one is the default.
+    Input& input(std::string uid) { return mMachine.GetWorld().AddInput(std::move(uid)); }
     /// A process that runs from now on.
     Application& application(std::string name, pid_t pid, pid_t parent = 1, std::string executable = {});
 

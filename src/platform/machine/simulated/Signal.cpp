@@ -6,19 +6,64 @@
 
 namespace platform::machine::simulated {
 
+namespace {
+
+constexpr double kTurn = 2 * std::numbers::pi;
+
+/// A sample for each frame's moment.
+template <class SampleAt>
+Signal ByMoment(SampleAt sampleAt)
+{
+    return [=](const Stretch& stretch, unsigned channel, std::span<float> samples) {
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = static_cast<float>(
+                sampleAt(stretch.mSeconds + static_cast<double>(i) * stretch.mFrameSeconds, channel));
+    };
+}
+
+}  // namespace
+
+void Fill(std::vector<std::vector<float>>& samples, const Signal& signal, const Stretch& stretch, size_t channels,
+          unsigned frames)
+{
+    samples.resize(channels);
+    for (unsigned channel = 0; channel < channels; ++channel) {
+        samples[channel].resize(frames);
+        signal(stretch, channel, samples[channel]);
+    }
+}
+
 Signal Tone(double frequencyHz, double amplitude, double rateHz)
 {
-    return [=](uint64_t frame, unsigned, std::span<float> samples) {
+    return [=](const Stretch& stretch, unsigned, std::span<float> samples) {
+        uint64_t frame = stretch.mFirstFrame;
         for (float& sample : samples) {
             const double cycles = frequencyHz * static_cast<double>(frame++) / rateHz;
-            sample = static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * std::fmod(cycles, 1.0)));
+            sample = static_cast<float>(amplitude * std::sin(kTurn * std::fmod(cycles, 1.0)));
         }
     };
 }
 
+Signal HostTone(double frequencyHz, double amplitude)
+{
+    return ByMoment([=](double seconds, unsigned channel) {
+        const double quarters = channel % 2 == 0 ? 0 : -0.25;
+        return amplitude * std::cos(kTurn * std::fmod(frequencyHz * seconds + quarters, 1.0));
+    });
+}
+
+Signal HostClicks(double periodSeconds, double amplitude)
+{
+    return ByMoment([=](double seconds, unsigned) {
+        const double away = std::abs(std::remainder(seconds, periodSeconds)) / 0.5e-3;
+        return away < 1 ? amplitude * 0.5 * (1 + std::cos(std::numbers::pi * away)) : 0.0;
+    });
+}
+
 Signal Counter()
 {
-    return [](uint64_t frame, unsigned channel, std::span<float> samples) {
+    return [](const Stretch& stretch, unsigned channel, std::span<float> samples) {
+        uint64_t frame = stretch.mFirstFrame;
         for (float& sample : samples) {
             const auto count = static_cast<float>(frame++ % kCounterPeriodFrames);
             sample = channel % 2 == 0 ? count : -count;
@@ -28,7 +73,7 @@ Signal Counter()
 
 Signal Silence()
 {
-    return [](uint64_t, unsigned, std::span<float> samples) { std::ranges::fill(samples, 0.0f); };
+    return [](const Stretch&, unsigned, std::span<float> samples) { std::ranges::fill(samples, 0.0f); };
 }
 
 }  // namespace platform::machine::simulated

@@ -1,8 +1,6 @@
 #include "platform/machine/simulated/SimulatedCapture.h"
 
-#include "platform/machine/simulated/Gate.h"
 #include "platform/machine/simulated/SimulatedServer.h"
-#include "platform/machine/simulated/Unseen.h"
 #include "platform/machine/simulated/World.h"
 
 #include <algorithm>
@@ -11,19 +9,17 @@ namespace platform::machine::simulated {
 
 SimulatedCapture::SimulatedCapture(SimulatedServer& server, Gate& gate, std::string uid, CaptureClient& client)
     : mServer(server),
-      mGate(gate),
       mUID(std::move(uid)),
-      mClient(client),
+      mClient(gate, client),
       mHole(server.GetWorld().GetAgenda(), [&server](Driver& driver) { server.OnCycle(driver); })
 {
-    mControlled.store(1, std::memory_order_release);
     const Unseen unseen;
     mServer.Add(this);
 }
 
 SimulatedCapture::~SimulatedCapture()
 {
-    static_cast<void>(mRendered.load(std::memory_order_acquire));
+    mClient.Ended();
     const Unseen unseen;
     mServer.Remove(this);
     mHole.Stop();
@@ -31,7 +27,7 @@ SimulatedCapture::~SimulatedCapture()
 
 void SimulatedCapture::SetStreams(std::span<const uint32_t> streams)
 {
-    mControlled.store(1, std::memory_order_release);
+    mClient.Controlled();
     const Unseen unseen;
     mStreams.assign(streams.begin(), streams.end());
     mServer.Settle();
@@ -39,7 +35,7 @@ void SimulatedCapture::SetStreams(std::span<const uint32_t> streams)
 
 void SimulatedCapture::SetSilenced(bool silenced)
 {
-    mControlled.store(1, std::memory_order_release);
+    mClient.Controlled();
     const Unseen unseen;
     mSilenced = silenced;
     mServer.Settle();
@@ -53,20 +49,7 @@ bool SimulatedCapture::Captures(const Stream& stream) const
 void SimulatedCapture::Render(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams)
 {
     Mix(driver, streams);
-    const Driver::Cycle& now = driver.Now();
-    const CaptureCycle cycle{now.mHostNanos,
-                             now.mSampleTime,
-                             now.mSettings.mSaidRateScalar,
-                             now.mSettings.mRateHz,
-                             now.mSettings.mQuantumFrames,
-                             now.mClockID,
-                             mChannels};
-    const Seen seen;
-    static_cast<void>(mControlled.load(std::memory_order_acquire));
-    mGate.ForbidBlocking(true);
-    mClient.Render(cycle);
-    mGate.ForbidBlocking(false);
-    mRendered.store(1, std::memory_order_release);
+    mClient.Render(driver.Now().WithChannels(mChannels));
 }
 
 void SimulatedCapture::Mix(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams)

@@ -4,13 +4,11 @@
 #pragma once
 
 #include "platform/machine/AudioServer.h"
+#include "platform/machine/simulated/CycleClient.h"
 #include "platform/machine/simulated/Driver.h"
-
-#include <atomic>
 
 namespace platform::machine::simulated {
 
-class Gate;
 class SimulatedServer;
 class Stream;
 
@@ -43,18 +41,13 @@ private:
     void Add(ChannelPosition position, std::span<const float> samples);
 
     SimulatedServer& mServer;
-    Gate& mGate;
     const std::string mUID;
-    CaptureClient& mClient;
+    CycleClient mClient;
     std::vector<uint32_t> mStreams;
     bool mSilenced = false;
     Driver mHole;
     std::vector<Channel> mMixed;
     std::vector<CaptureCycle::Channel> mChannels;
-
-    // The only order that a server gives to its client's threads.
-    std::atomic<uint32_t> mControlled{0};  // stored by control calls (release), read before a render (acquire)
-    std::atomic<uint32_t> mRendered{0};    // stored after a render (release), read by the destructor (acquire)
 };
 
 }  // namespace platform::machine::simulated

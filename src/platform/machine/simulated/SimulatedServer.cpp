@@ -2,8 +2,8 @@
 
 #include "platform/machine/simulated/Gate.h"
 #include "platform/machine/simulated/SimulatedCapture.h"
+#include "platform/machine/simulated/SimulatedInput.h"
 #include "platform/machine/simulated/SimulatedThreads.h"
-#include "platform/machine/simulated/Unseen.h"
 #include "platform/machine/simulated/World.h"
 
 #include <algorithm>
@@ -15,6 +15,7 @@ SimulatedServer::SimulatedServer(Gate& gate, SimulatedThreads& threads, World& w
 {
     mWorld.mOnChange = [this] { OnWorldChanged(); };
     mWorld.mOnCycle = [this](Driver& driver) { OnCycle(driver); };
+    mWorld.mOnDelivery = [this](const Input& device, const CaptureCycle& cycle) { OnDelivery(device, cycle); };
 }
 
 SimulatedServer::~SimulatedServer() = default;
@@ -44,12 +45,19 @@ ServerSnapshot SimulatedServer::Snapshot()
     ServerSnapshot snapshot;
     snapshot.mGeneration = mGeneration;
     snapshot.mConnected = mWorld.IsServerUp();
-    for (const auto& output : mWorld.Outputs())
-        if (output->Number()) snapshot.mOutputs.push_back(output->mDevice);
+    ListDevices(mWorld.Outputs(), snapshot.mOutputs, snapshot.mDefaultOutput);
+    ListDevices(mWorld.Inputs(), snapshot.mInputs, snapshot.mDefaultInput);
     for (const auto& stream : mWorld.Streams())
         if (stream->Number()) snapshot.mStreams.push_back(stream->mStream);
-    if (const Output* chosen = mWorld.Default()) snapshot.mDefaultOutput = chosen->Number();
     return snapshot;
+}
+
+template <class D>
+void SimulatedServer::ListDevices(const DeviceList<D>& from, std::vector<Device>& devices, uint32_t& defaultDevice)
+{
+    for (const auto& device : from.All())
+        if (device->Number()) devices.push_back(device->mDevice);
+    if (const D* chosen = from.Default()) defaultDevice = chosen->Number();
 }
 
 bool SimulatedServer::WaitUntilReady(uint64_t deadlineNanos)
@@ -152,6 +160,11 @@ std::unique_ptr<CaptureNode> SimulatedServer::OpenCapture(const std::string& uid
     return std::make_unique<SimulatedCapture>(*this, mGate, uid, client);
 }
 
+std::unique_ptr<InputNode> SimulatedServer::OpenInput(const std::string& uid, const std::string&, CaptureClient& client)
+{
+    return std::make_unique<SimulatedInput>(*this, mGate, uid, client);
+}
+
 void SimulatedServer::Add(SimulatedCapture* capture)
 {
     mCaptures.push_back(capture);
@@ -190,7 +203,7 @@ void SimulatedServer::RunHoles()
 {
     for (SimulatedCapture* capture : mCaptures) {
         Driver& hole = capture->Hole();
-        const Output* home = mWorld.Find(capture->UID());
+        const Output* home = mWorld.Outputs().Find(capture->UID());
         const bool needed =
             std::ranges::any_of(mWorld.Streams(), [&](const auto& each) { return each->mDriver == &hole; });
         if (!needed) {
@@ -205,7 +218,7 @@ void SimulatedServer::RunHoles()
 
 Driver* SimulatedServer::DriverOf(const SimulatedCapture& capture) const
 {
-    const Output* home = mWorld.Find(capture.UID());
+    const Output* home = mWorld.Outputs().Find(capture.UID());
     if (!home) return nullptr;
     for (const auto& stream : mWorld.Streams()) {
         if (stream->mHome == home && stream->mDriver != &home->mDriver && capture.Captures(*stream))
@@ -226,12 +239,11 @@ void SimulatedServer::OnCycle(Driver& driver)
 
 void SimulatedServer::PlayStreams(Driver& driver)
 {
-    const unsigned frames = driver.Now().mSettings.mQuantumFrames;
     for (const auto& stream : mWorld.Streams()) {
         if (stream->mDriver != &driver || !stream->mStream.mPlaying) continue;
-        stream->Play(frames);
+        stream->Play(driver.Now());
         LetHear(*stream, driver);
-        stream->mFrame += frames;
+        stream->mFrame += driver.Now().mSettings.mQuantumFrames;
     }
 }
 
@@ -240,6 +252,12 @@ void SimulatedServer::LetHear(Stream& stream, const Driver& driver)
     if (&driver != &stream.mHome->mDriver) return;
     stream.mHeardFrames += driver.Now().mSettings.mQuantumFrames;
     if (stream.mListener) stream.mListener({*stream.mHome, driver.Now().mHostNanos, stream.mFrame, stream.mSamples});
+}
+
+void SimulatedServer::OnDelivery(const Input& device, const CaptureCycle& cycle)
+{
+    for (SimulatedInput* input : mInputs)
+        if (input->UID() == device.UID()) input->Client().Render(cycle);
 }
 
 }  // namespace platform::machine::simulated

@@ -13,17 +13,22 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace platform::machine::simulated {
 
 class Driver;
 class Gate;
+class Input;
 class Output;
 class SimulatedCapture;
+class SimulatedInput;
 class SimulatedThreads;
 class Stream;
 class World;
+template <class D>
+class DeviceList;
 
 class SimulatedServer final : public AudioServer {
 public:
@@ -40,6 +45,8 @@ public:
     void RemoveListener(ServerListener* listener) override;
     std::unique_ptr<CaptureNode> OpenCapture(const std::string& uid, const std::string& name,
                                              CaptureClient& client) override;
+    std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
+                                         CaptureClient& client) override;
     uint64_t LongestCycleNanos() override { return mLongestCycleNanos; }
 
     /// What LongestCycleNanos answers; 2,048 frames at 48 kHz unless set.
@@ -53,10 +60,14 @@ public:
     World& GetWorld() { return mWorld; }
     void Add(SimulatedCapture* capture);
     void Remove(SimulatedCapture* capture);
+    void Add(SimulatedInput* input) { mInputs.push_back(input); }
+    void Remove(SimulatedInput* input) { std::erase(mInputs, input); }
     /// Brings streams, holes and their clocks in line with what the captures want.
     void Settle();
     /// @thread data
     void OnCycle(Driver& driver);
+    /// @thread data
+    void OnDelivery(const Input& device, const CaptureCycle& cycle);
 
 private:
     struct Listening {
@@ -70,6 +81,8 @@ private:
     void Tell();
     std::vector<std::shared_ptr<Listening>> CopyListeners();
     void OnWorldChanged();
+    template <class D>
+    static void ListDevices(const DeviceList<D>& from, std::vector<Device>& devices, uint32_t& defaultDevice);
     void PlaceStreams();
     void RunHoles();
     Driver* DriverOf(const SimulatedCapture& capture) const;
@@ -80,6 +93,7 @@ private:
     SimulatedThreads& mThreads;
     World& mWorld;
     std::vector<SimulatedCapture*> mCaptures;
+    std::vector<SimulatedInput*> mInputs;
     std::vector<std::shared_ptr<Listening>> mListeners;
     const Listening* mTelling = nullptr;
     uint64_t mGeneration = 1;

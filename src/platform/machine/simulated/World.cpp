@@ -4,73 +4,9 @@
 #include "platform/machine/simulated/SimulatedProcesses.h"
 #include "platform/machine/simulated/Unseen.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace platform::machine::simulated {
-
-// ---- Output
-
-Output::Output(World& world, std::string uid)
-    : mWorld(world), mDriver(world.GetAgenda(), [&world](Driver& driver) { world.mOnCycle(driver); })
-{
-    mDevice.mName = uid;
-    mDevice.mUID = std::move(uid);
-    mDevice.mNominalRateHz = mDriver.mSettings.mRateHz;
-    mDevice.mChannels = {ChannelPosition::FrontLeft, ChannelPosition::FrontRight};
-}
-
-Output& Output::named(std::string name)
-{
-    mDevice.mName = std::move(name);
-    mWorld.Changed();
-    return *this;
-}
-
-Output& Output::rate(uint32_t hertz)
-{
-    mDevice.mNominalRateHz = mDriver.mSettings.mRateHz = hertz;
-    mWorld.Changed();
-    return *this;
-}
-
-Output& Output::quantum(uint32_t frames)
-{
-    mDriver.mSettings.mQuantumFrames = frames;
-    mWorld.Changed();
-    return *this;
-}
-
-Output& Output::channels(std::vector<ChannelPosition> positions)
-{
-    mDevice.mChannels = std::move(positions);
-    mWorld.Changed();
-    return *this;
-}
-
-Output& Output::crystal(double ppm)
-{
-    mDriver.mSettings.mCrystalPPM = ppm;
-    return *this;
-}
-
-Output& Output::saidRateScalar(double scalar)
-{
-    mDriver.mSettings.mSaidRateScalar = scalar;
-    return *this;
-}
-
-Output& Output::jitter(std::chrono::nanoseconds most)
-{
-    mDriver.mSettings.mJitterNanos = static_cast<uint64_t>(most.count());
-    return *this;
-}
-
-Output& Output::absent()
-{
-    mWorld.Unplug(*this);
-    return *this;
-}
 
 // ---- Stream, Application
 
@@ -93,13 +29,9 @@ Stream& Stream::heardBy(Listener listener)
     return *this;
 }
 
-void Stream::Play(unsigned frames)
+void Stream::Play(const Driver::Cycle& now)
 {
-    mSamples.resize(mStream.mChannels.size());
-    for (unsigned channel = 0; channel < mSamples.size(); ++channel) {
-        mSamples[channel].resize(frames);
-        mSignal(mFrame, channel, mSamples[channel]);
-    }
+    Fill(mSamples, mSignal, now.FramesFrom(mFrame), mStream.mChannels.size(), now.mSettings.mQuantumFrames);
 }
 
 Stream& Application::plays(Signal signal, Output* output)
@@ -127,7 +59,15 @@ Application& Application::identifier(std::string id)
 Output& World::AddOutput(std::string uid)
 {
     const Unseen unseen;
-    Output& added = *mOutputs.emplace_back(std::make_unique<Output>(*this, std::move(uid)));
+    Output& added = mOutputs.Add(*this, std::move(uid));
+    Plug(added);
+    return added;
+}
+
+Input& World::AddInput(std::string uid)
+{
+    const Unseen unseen;
+    Input& added = mInputs.Add(*this, std::move(uid));
     Plug(added);
     return added;
 }
@@ -153,23 +93,29 @@ Stream& World::AddStream(Stream stream)
     return added;
 }
 
-void World::Plug(Output& output)
+void World::Plug(ScriptedDevice& device)
 {
-    output.mPlugged = true;
-    if (mServerUp && !output.mDevice.mID) Bring(output);
+    device.mPlugged = true;
+    if (mServerUp && !device.mDevice.mID) Bring(device);
     Changed();
 }
 
-void World::Unplug(Output& output)
+void World::Unplug(ScriptedDevice& device)
 {
-    output.mPlugged = false;
-    Take(output);
+    device.mPlugged = false;
+    Take(device);
     Changed();
 }
 
 void World::Choose(Output& output)
 {
-    mChosen = &output;
+    mOutputs.Choose(output);
+    Changed();
+}
+
+void World::Choose(Input& input)
+{
+    mInputs.Choose(input);
     Changed();
 }
 
@@ -201,45 +147,40 @@ void World::SetServerUp(bool up)
 {
     if (mServerUp == up) return;
     mServerUp = up;
-    for (const auto& output : mOutputs) up && output->mPlugged ? Bring(*output) : Take(*output);
+    for (ScriptedDevice* device : Devices()) up && device->mPlugged ? Bring(*device) : Take(*device);
     for (const auto& stream : mStreams) stream->mStream.mID = up && stream->mStream.mPID ? NewNumber() : 0;
     Changed();
 }
 
 void World::Shift(uint64_t nanos)
 {
-    for (const auto& output : mOutputs) output->mDriver.Shift(nanos);
-}
-
-Output* World::Default() const
-{
-    if (mChosen && mChosen->Number()) return mChosen;
-    const auto there = std::ranges::find_if(mOutputs, [](const auto& output) { return output->Number() != 0; });
-    return there == mOutputs.end() ? nullptr : there->get();
-}
-
-Output* World::Find(const std::string& uid) const
-{
-    const auto found = std::ranges::find_if(mOutputs, [&](const auto& output) { return output->UID() == uid; });
-    return found == mOutputs.end() || !(*found)->Number() ? nullptr : found->get();
+    for (ScriptedDevice* device : Devices()) device->mDriver.Shift(nanos);
 }
 
 Output* World::PlaceOf(const Stream& stream) const
 {
     if (!stream.Number()) return nullptr;
-    return stream.mWish && stream.mWish->Number() ? stream.mWish : Default();
+    return stream.mWish && stream.mWish->Number() ? stream.mWish : mOutputs.Default();
 }
 
-void World::Bring(Output& output)
+void World::Bring(ScriptedDevice& device)
 {
-    output.mDevice.mID = NewNumber();
-    output.mDriver.Start(output.mDevice.mID);
+    device.mDevice.mID = NewNumber();
+    device.mDriver.Start(device.mDevice.mID, device.mLateNanos);
 }
 
-void World::Take(Output& output)
+void World::Take(ScriptedDevice& device)
 {
-    output.mDevice.mID = 0;
-    output.mDriver.Stop();
+    device.mDevice.mID = 0;
+    device.mDriver.Stop();
+}
+
+std::vector<ScriptedDevice*> World::Devices() const
+{
+    std::vector<ScriptedDevice*> devices;
+    for (const auto& output : mOutputs.All()) devices.push_back(output.get());
+    for (const auto& input : mInputs.All()) devices.push_back(input.get());
+    return devices;
 }
 
 }  // namespace platform::machine::simulated

@@ -1,57 +1,20 @@
-// World: what the simulated audio server deals with: outputs, applications, their streams, and where each
+// World: what the simulated audio server deals with: devices, applications, their streams, and where each
 // stream plays.
 // Why: the rules a desktop follows when devices come and go stand here, apart from the port. A stream plays on
 // the output that it wishes for while that is there, and on the default output otherwise; the default is the
 // one that was chosen while that is there, and the first one otherwise.
-// Start at Output and Application; a Scenario makes them and moves them about.
+// Start at Application; a Scenario makes them and moves them about.
 #pragma once
 
-#include "platform/machine/AudioServer.h"
-#include "platform/machine/simulated/Driver.h"
-#include "platform/machine/simulated/Signal.h"
+#include "platform/machine/simulated/Devices.h"
 
-#include <chrono>
+#include <algorithm>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace platform::machine::simulated {
 
 class SimulatedProcesses;
 class World;
-
-/// An output device, plugged in from its making. The verbs set it up, before its first cycle or later; they take
-/// effect with the next cycle.
-class Output {
-public:
-    Output(World& world, std::string uid);
-
-    Output& named(std::string name);
-    Output& rate(uint32_t hertz);
-    Output& quantum(uint32_t frames);
-    Output& channels(std::vector<ChannelPosition> positions);
-    /// Its crystal is off by so many millionths; above 0: fast.
-    Output& crystal(double ppm);
-    /// What it says of its crystal. 1 unless set: it does not know.
-    Output& saidRateScalar(double scalar);
-    /// Each cycle runs, and is stamped, up to `most` late.
-    Output& jitter(std::chrono::nanoseconds most);
-    /// Is away until it is plugged in.
-    Output& absent();
-
-    const std::string& UID() const { return mDevice.mUID; }
-    /// The server's number for it now; 0 while it is away.
-    uint32_t Number() const { return mDevice.mID; }
-
-private:
-    friend class World;
-    friend class SimulatedServer;
-
-    World& mWorld;
-    Device mDevice;
-    bool mPlugged = true;
-    Driver mDriver;
-};
 
 /// What reached the speakers of one stream in one cycle.
 struct HeardCycle {
@@ -87,7 +50,7 @@ private:
     friend class SimulatedServer;
     friend class SimulatedCapture;
 
-    void Play(unsigned frames);
+    void Play(const Driver::Cycle& now);
 
     World* mWorld = nullptr;
     PlaybackStream mStream;
@@ -124,20 +87,56 @@ private:
     pid_t mPID;
 };
 
+/// The devices of one direction, in the server's order. The default is the one that was chosen while that is there,
+/// and the first one otherwise.
+template <class D>
+class DeviceList {
+public:
+    D& Add(World& world, std::string uid) { return *mAll.emplace_back(std::make_unique<D>(world, std::move(uid))); }
+    void Choose(D& device) { mChosen = &device; }
+    std::span<const std::unique_ptr<D>> All() const { return mAll; }
+
+    /// Null: none is there.
+    D* Default() const
+    {
+        if (mChosen && mChosen->Number()) return mChosen;
+        return First([](const D& device) { return device.Number() != 0; });
+    }
+    /// Null: it is not there.
+    D* Find(const std::string& uid) const
+    {
+        return First([&](const D& device) { return device.UID() == uid && device.Number(); });
+    }
+
+private:
+    template <class Test>
+    D* First(Test test) const
+    {
+        const auto found = std::ranges::find_if(mAll, [&](const auto& each) { return test(*each); });
+        return found == mAll.end() ? nullptr : found->get();
+    }
+
+    std::vector<std::unique_ptr<D>> mAll;
+    D* mChosen = nullptr;
+};
+
 class World {
 public:
     World(Agenda& agenda, SimulatedProcesses& processes) : mAgenda(agenda), mProcesses(processes) {}
 
     std::function<void()> mOnChange;        // something changed; called by whoever changed it
-    std::function<void(Driver&)> mOnCycle;  // on the data thread
+    std::function<void(Driver&)> mOnCycle;  // an output's, on the data thread
+    std::function<void(const Input&, const CaptureCycle&)> mOnDelivery;  // on the data thread
 
     Output& AddOutput(std::string uid);
+    Input& AddInput(std::string uid);
     Application& AddApplication(std::string name, pid_t pid, pid_t parent, std::string executable);
     Stream& AddStream(Stream stream);
 
-    void Plug(Output& output);
-    void Unplug(Output& output);
+    void Plug(ScriptedDevice& device);
+    void Unplug(ScriptedDevice& device);
     void Choose(Output& output);
+    void Choose(Input& input);
     void Move(Stream& stream, Output* output);
     void SetPlaying(Stream& stream, bool playing);
     /// The process ends, and with it its streams.
@@ -149,24 +148,24 @@ public:
 
     void Changed() { mOnChange(); }
     bool IsServerUp() const { return mServerUp; }
-    Output* Default() const;
-    Output* Find(const std::string& uid) const;
     Output* PlaceOf(const Stream& stream) const;
     uint32_t NewNumber() { return mNextNumber++; }
     Agenda& GetAgenda() { return mAgenda; }
-    std::span<const std::unique_ptr<Output>> Outputs() const { return mOutputs; }
+    const DeviceList<Output>& Outputs() const { return mOutputs; }
+    const DeviceList<Input>& Inputs() const { return mInputs; }
     std::span<const std::unique_ptr<Stream>> Streams() const { return mStreams; }
 
 private:
-    void Bring(Output& output);
-    void Take(Output& output);
+    void Bring(ScriptedDevice& device);
+    void Take(ScriptedDevice& device);
+    std::vector<ScriptedDevice*> Devices() const;
 
     Agenda& mAgenda;
     SimulatedProcesses& mProcesses;
-    std::vector<std::unique_ptr<Output>> mOutputs;
+    DeviceList<Output> mOutputs;
+    DeviceList<Input> mInputs;
     std::vector<std::unique_ptr<Application>> mApplications;
     std::vector<std::unique_ptr<Stream>> mStreams;
-    Output* mChosen = nullptr;
     bool mServerUp = true;
     uint32_t mNextNumber = 31;
 };
