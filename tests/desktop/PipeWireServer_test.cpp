@@ -68,6 +68,18 @@ protected:
         return capture;
     }
 
+    /// An input device, whose sound counts frames from when it is first taken.
+    ChildProcess PlugMicrophone(const std::string& positions = "FL FR")
+    {
+        ChildProcess microphone({"./corvane-test-app", "--name", "microphone", "--counter", "--positions", positions,
+                                 "--properties", "media.class=Audio/Source", "priority.session=2000"});
+        EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) {
+            const Device* device = FindInput(now, "microphone");
+            return device != nullptr && !device->mChannels.empty() && now.mDefaultInput == device->mID;
+        }));
+        return microphone;
+    }
+
     PrivatePipeWire mPipeWire;
     std::unique_ptr<AudioServer> mServer = MakePipeWireServer();
     ServerWatch mWatch{*mServer};
@@ -322,6 +334,56 @@ TEST_F(PipeWireServerTest, RebuildsCapturesWhenTheServerIsKilledAndStartedAgain)
     }
     std::ranges::sort(seen);
     EXPECT_EQ(std::ranges::adjacent_find(seen), seen.end()) << "a number stood for two streams";
+}
+
+TEST_F(PipeWireServerTest, DeliversEveryFrameOfAnInputDeviceWithStampsThatGoOn)
+{
+    EXPECT_TRUE(mServer->Snapshot().mInputs.empty()) << "what the outputs play is no input";
+    mPipeWire.SetQuantum(1024);
+    auto microphone = PlugMicrophone();
+    EXPECT_EQ(mServer->Snapshot().mOutputs.size(), 2u);
+    EXPECT_THAT(FindInput(mServer->Snapshot(), "microphone")->mChannels,
+                ElementsAre(ChannelPosition::FrontLeft, ChannelPosition::FrontRight));
+    CaptureRecorder recorder;
+    auto input = mServer->OpenInput("microphone", "test-input", recorder);
+    ASSERT_TRUE(recorder.HasRecorded(3 * kSecondFrames));
+    input.reset();
+    const auto stamps = recorder.Stamps();
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    for (size_t i = 1; i < stamps.size(); ++i)
+        ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames) << i;
+    EXPECT_TRUE(mServer->Snapshot().mStreams.empty());
+}
+
+TEST_F(PipeWireServerTest, AVirtualInputDeviceDeliversLikeAnyOther)
+{
+    mPipeWire.LoadSink("virtual", "FL FR", "Audio/Source/Virtual");
+    EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) {
+        const Device* device = FindInput(now, "virtual");
+        return device != nullptr && device->mChannels.size() == 2;
+    }));
+    CaptureRecorder recorder;
+    auto input = mServer->OpenInput("virtual", "test-input", recorder);
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4, ChannelPosition::FrontRight));
+}
+
+TEST_F(PipeWireServerTest, TakesAnInputDeviceUpWheneverItOrTheServerIsBack)
+{
+    CaptureRecorder recorder;
+    auto input = mServer->OpenInput("microphone", "test-input", recorder);
+    for (const char* positions : {"MONO", "AUX0 AUX1 AUX2"}) {
+        auto microphone = PlugMicrophone(positions);
+        const ChannelPosition last = FindInput(mServer->Snapshot(), "microphone")->mChannels.back();
+        EXPECT_TRUE(recorder.Records(kSecondFrames / 4, last)) << positions;
+        microphone.End(SIGKILL);
+        ASSERT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return now.mInputs.empty(); }));
+    }
+    mPipeWire.Kill();
+    ASSERT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return !now.mConnected; }));
+    mPipeWire.Start();
+    auto microphone = PlugMicrophone();
+    EXPECT_TRUE(recorder.Records(kSecondFrames / 4));
 }
 
 TEST_F(PipeWireServerTest, FollowsADeviceThatIsUnpluggedAndPluggedInAgain)

@@ -23,6 +23,13 @@ inline const Device* FindOutput(const ServerSnapshot& snapshot, const std::strin
     return nullptr;
 }
 
+inline const Device* FindInput(const ServerSnapshot& snapshot, const std::string& uid)
+{
+    for (const Device& device : snapshot.mInputs)
+        if (device.mUID == uid) return &device;
+    return nullptr;
+}
+
 inline const PlaybackStream* FindStream(const ServerSnapshot& snapshot, const std::string& applicationName)
 {
     for (const PlaybackStream& stream : snapshot.mStreams)

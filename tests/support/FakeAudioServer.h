@@ -43,6 +43,14 @@ public:
         mNext = std::promise<std::vector<uint32_t>>();
         return mNext.get_future();
     }
+    /// Brings a cycle to every open input of the device, in the order of opening. @return how many there are
+    size_t Deliver(const std::string& uid, const platform::machine::CaptureCycle& cycle)
+    {
+        const std::lock_guard lock(mInputMutex);
+        const auto [first, last] = mInputs.equal_range(uid);
+        for (auto input = first; input != last; ++input) input->second->Render(cycle);
+        return size_t(std::distance(first, last));
+    }
     bool IsListenedTo()
     {
         const std::lock_guard lock(mMutex);
@@ -70,6 +78,11 @@ public:
                                                                 platform::machine::CaptureClient&) override
     {
         return std::make_unique<Node>(*this, uid);
+    }
+    std::unique_ptr<platform::machine::InputNode> OpenInput(const std::string& uid, const std::string&,
+                                                            platform::machine::CaptureClient& client) override
+    {
+        return std::make_unique<Input>(*this, uid, client);
     }
     uint64_t LongestCycleNanos() override { return 42'666'666; }
 
@@ -104,6 +117,27 @@ private:
         const std::string mUID;
     };
 
+    class Input final : public platform::machine::InputNode {
+    public:
+        Input(FakeAudioServer& server, const std::string& uid, platform::machine::CaptureClient& client)
+            : mServer(server)
+        {
+            const std::lock_guard lock(mServer.mInputMutex);
+            mPlace = mServer.mInputs.emplace(uid, &client);
+        }
+        ~Input() override
+        {
+            const std::lock_guard lock(mServer.mInputMutex);
+            mServer.mInputs.erase(mPlace);
+        }
+
+    private:
+        FakeAudioServer& mServer;
+        std::multimap<std::string, platform::machine::CaptureClient*>::iterator mPlace;
+    };
+
+    std::mutex mInputMutex;  // held while inputs are told of a cycle
+    std::multimap<std::string, platform::machine::CaptureClient*> mInputs;
     std::mutex mMutex;
     std::vector<platform::machine::ServerListener*> mListeners;
     std::map<std::string, Capture> mCaptures;

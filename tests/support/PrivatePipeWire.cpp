@@ -118,14 +118,14 @@ void PrivatePipeWire::SetRate(unsigned rateHz)
     Pin(*mControl, "clock.force-rate", rateHz);
 }
 
-void PrivatePipeWire::LoadSink(const std::string& name, const std::string& positions)
+void PrivatePipeWire::LoadSink(const std::string& name, const std::string& positions, const std::string& mediaClass)
 {
     mControl->With([&](Registry& registry) {
-        pw_properties* properties =
-            pw_properties_new(PW_KEY_FACTORY_NAME, "support.null-audio-sink", PW_KEY_NODE_NAME, name.c_str(),
-                              PW_KEY_NODE_DESCRIPTION, name.c_str(), PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position",
-                              ("[ " + positions + " ]").c_str(), PW_KEY_AUDIO_RATE, "48000", PW_KEY_PRIORITY_SESSION,
-                              "1000", PW_KEY_PRIORITY_DRIVER, "1000", PW_KEY_OBJECT_LINGER, "true", nullptr);
+        pw_properties* properties = pw_properties_new(
+            PW_KEY_FACTORY_NAME, "support.null-audio-sink", PW_KEY_NODE_NAME, name.c_str(), PW_KEY_NODE_DESCRIPTION,
+            name.c_str(), PW_KEY_MEDIA_CLASS, mediaClass.c_str(), "audio.position", ("[ " + positions + " ]").c_str(),
+            PW_KEY_AUDIO_RATE, "48000", PW_KEY_PRIORITY_SESSION, "1000", PW_KEY_PRIORITY_DRIVER, "1000",
+            PW_KEY_OBJECT_LINGER, "true", nullptr);
         void* sink = pw_core_create_object(registry.Core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
                                            &properties->dict, 0);
         if (sink != nullptr) pw_proxy_destroy(static_cast<pw_proxy*>(sink));  // it lingers

@@ -38,8 +38,10 @@ public:
     void SetQuantum(unsigned frames);
     void SetRate(unsigned rateHz);
 
-    /// Plugs a sink in; returns when its ports are there. `positions` as in "FL FR".
-    void LoadSink(const std::string& name, const std::string& positions = "FL FR");
+    /// Plugs a sink in; returns when its ports are there. `positions` as in "FL FR". Of the class
+    /// "Audio/Source/Virtual" it is an input device instead.
+    void LoadSink(const std::string& name, const std::string& positions = "FL FR",
+                  const std::string& mediaClass = "Audio/Sink");
     /// Unplugs any sink; returns when it has gone.
     void UnloadSink(const std::string& name);
     void SetDefaultSink(const std::string& name);

@@ -7,56 +7,43 @@
 namespace platform::machine::pipewire {
 
 Capture::Capture(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client)
-    : mAround(surroundings), mUID(std::move(uid)), mName(std::move(name)), mClient(client)
+    : OpenNode(surroundings, std::move(uid), std::move(name), client)
 {
     const Loop::Guard guard(mAround.mLoop);
-    mAround.mCaptures.Add(this);
-    Update();
+    Open();
 }
 
 Capture::~Capture()
 {
     const Loop::Guard guard(mAround.mLoop);
-    mAround.mCaptures.Remove(this);
     mSilencer.reset();
-    mLinks.reset();
-    mFilter.reset();
+    Close();
 }
 
 void Capture::SetStreams(std::span<const uint32_t> streams)
 {
     const Loop::Guard guard(mAround.mLoop);
     mStreams.assign(streams.begin(), streams.end());
-    Update();
+    if (mAround.mNodes.IsConnected()) Update();
 }
 
 void Capture::SetSilenced(bool silenced)
 {
     const Loop::Guard guard(mAround.mLoop);
     mWantsSilence = silenced;
-    Update();
+    if (mAround.mNodes.IsConnected()) Update();
 }
 
 void Capture::Update()
 {
-    if (!mAround.mCaptures.IsConnected()) return;
-    RenewFilter();
-    mLinks->Update(mStreams);
+    Feed(LikelyChannels(), WantedPorts());
     if (!mWantsSilence) return mSilencer.reset();
     if (!mSilencer) mSilencer.emplace(mAround.mRegistry, mUID);
     mSilencer->Update(mStreams);
 }
 
-void Capture::RenewFilter()
-{
-    if (mFilter && !mFilter->IsOver()) return;
-    mLinks.reset();
-    mFilter.emplace(mAround.mContext, mName, LikelyChannels(), mClient, [this] { mAround.mChanged.Signal(); });
-    mLinks.emplace(mAround.mRegistry, *mFilter);
-}
-
 // The session manager gives a stream the channels of the device it plays on, so that these are the ports that
-// will be needed. Ports that are there already let the first frame of a stream be caught.
+// will be needed.
 std::vector<ChannelPosition> Capture::LikelyChannels() const
 {
     const Node* device = mAround.mRegistry.FindSink(mUID);
@@ -67,23 +54,25 @@ std::vector<ChannelPosition> Capture::LikelyChannels() const
     return channels;
 }
 
+std::vector<LinkedPort> Capture::WantedPorts() const
+{
+    std::vector<LinkedPort> ports;
+    for (const uint32_t id : mStreams) {
+        const Node* stream = mAround.mRegistry.FindStream(id);
+        if (stream == nullptr) continue;
+        for (const auto& [port, described] : mAround.mRegistry.PortsOf(stream->mID, true)) {
+            const ChannelPosition position = PositionOf(described->mChannel);
+            ports.push_back({port, position == ChannelPosition::Unknown ? ChannelPosition::Mono : position});
+        }
+    }
+    return ports;
+}
+
 void Capture::Detach()
 {
     if (mSilencer) mSilencer->Forget();
     mSilencer.reset();
-    mLinks.reset();
-    mFilter.reset();
-}
-
-void Captures::SetConnected(bool connected)
-{
-    mConnected = connected;
-    for (Capture* capture : mCaptures) connected ? capture->Update() : capture->Detach();
-}
-
-void Captures::Update()
-{
-    for (Capture* capture : mCaptures) capture->Update();
+    OpenNode::Detach();
 }
 
 }  // namespace platform::machine::pipewire

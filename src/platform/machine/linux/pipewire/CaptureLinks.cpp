@@ -1,7 +1,5 @@
 #include "platform/machine/linux/pipewire/CaptureLinks.h"
 
-#include "platform/machine/linux/pipewire/Snapshot.h"
-
 namespace platform::machine::pipewire {
 
 namespace {
@@ -35,26 +33,18 @@ void MakeLastingLink(pw_core* core, uint32_t outputPort, uint32_t inputPort)
     if (pw_proxy* link = MakeLink(core, outputPort, inputPort, true)) pw_proxy_destroy(link);
 }
 
-void CaptureLinks::Update(std::span<const uint32_t> streams)
+void CaptureLinks::Update(std::span<const LinkedPort> ports)
 {
     std::map<Ends, std::unique_ptr<OwnedLink>> wanted;
-    for (const uint32_t id : streams)
-        if (const Node* stream = mRegistry.FindStream(id)) AddWanted(*stream, wanted);
-    mLinks = std::move(wanted);
-}
-
-void CaptureLinks::AddWanted(const Node& stream, std::map<Ends, std::unique_ptr<OwnedLink>>& wanted)
-{
-    for (const auto& [id, port] : mRegistry.PortsOf(stream.mID, true)) {
-        const ChannelPosition position = PositionOf(port->mChannel);
-        const std::optional<uint32_t> input =
-            InputFor(position == ChannelPosition::Unknown ? ChannelPosition::Mono : position);
+    for (const LinkedPort& port : ports) {
+        const std::optional<uint32_t> input = InputFor(port.mPosition);
         if (!input) continue;
-        const Ends ends(id, *input);
+        const Ends ends(port.mID, *input);
         std::unique_ptr<OwnedLink> link = std::move(mLinks[ends]);
-        if (link == nullptr || link->IsGone()) link = std::make_unique<OwnedLink>(mRegistry.Core(), id, *input);
+        if (link == nullptr || link->IsGone()) link = std::make_unique<OwnedLink>(mRegistry.Core(), port.mID, *input);
         wanted[ends] = std::move(link);
     }
+    mLinks = std::move(wanted);
 }
 
 std::optional<uint32_t> CaptureLinks::InputFor(ChannelPosition position)

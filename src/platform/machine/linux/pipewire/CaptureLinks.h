@@ -1,4 +1,4 @@
-// CaptureLinks: the links from captured streams to a capture's node, kept as wanted.
+// CaptureLinks: the links from captured streams, or an input device, to a node of ours, kept as wanted.
 #pragma once
 
 #include "platform/machine/linux/pipewire/CaptureFilter.h"
@@ -10,6 +10,12 @@
 #include <utility>
 
 namespace platform::machine::pipewire {
+
+/// An output port on the server, and the position that its sound is for.
+struct LinkedPort {
+    uint32_t mID;
+    ChannelPosition mPosition;
+};
 
 /// A link that we had the server make, and that goes with us.
 class OwnedLink {
@@ -30,15 +36,12 @@ class CaptureLinks {
 public:
     CaptureLinks(Registry& registry, CaptureFilter& filter) : mRegistry(registry), mFilter(filter) {}
 
-    /// Links each stream's ports, a position each, as far as both ends are there; takes other links away.
-    ///
-    /// @param streams their lasting numbers
-    void Update(std::span<const uint32_t> streams);
+    /// Links these ports as far as both ends are there; takes other links away.
+    void Update(std::span<const LinkedPort> ports);
 
 private:
     using Ends = std::pair<uint32_t, uint32_t>;  // the numbers of the output port and the input port
 
-    void AddWanted(const Node& stream, std::map<Ends, std::unique_ptr<OwnedLink>>& wanted);
     std::optional<uint32_t> InputFor(ChannelPosition position);
 
     Registry& mRegistry;

@@ -48,6 +48,11 @@ struct Node : Described {
     /// An output device or a hole.
     bool IsSink() const { return mProperties.Get(PW_KEY_MEDIA_CLASS).starts_with("Audio/Sink"); }
     bool IsOutputDevice() const { return mProperties.Get(PW_KEY_MEDIA_CLASS) == "Audio/Sink"; }
+    bool IsInputDevice() const
+    {
+        const std::string& media = mProperties.Get(PW_KEY_MEDIA_CLASS);
+        return media == "Audio/Source" || media == "Audio/Source/Virtual";
+    }
     bool IsStream() const { return mProperties.Get(PW_KEY_MEDIA_CLASS) == "Stream/Output/Audio"; }
 
     uint32_t mLastingID;  // unlike mID, never used twice while this process lives

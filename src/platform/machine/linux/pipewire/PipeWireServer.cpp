@@ -2,6 +2,8 @@
 
 #include "platform/machine/linux/pipewire/Capture.h"
 #include "platform/machine/linux/pipewire/Connection.h"
+#include "platform/machine/linux/pipewire/Input.h"
+#include "platform/machine/linux/pipewire/OpenNode.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 #include "platform/machine/linux/pipewire/Silencer.h"
 #include "platform/machine/linux/pipewire/Snapshot.h"
@@ -55,6 +57,8 @@ public:
     void RemoveListener(ServerListener* listener) override;
     std::unique_ptr<CaptureNode> OpenCapture(const std::string& uid, const std::string& name,
                                              CaptureClient& client) override;
+    std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
+                                         CaptureClient& client) override;
     uint64_t LongestCycleNanos() override;
 
 private:
@@ -63,12 +67,13 @@ private:
     void OnDisconnected() override;
     void OnChanged();
     void Refresh();
+    OpenNode::Surroundings Around() { return {mLoop, mContext, mRegistry, mNodes, mChanged}; }
 
     Loop mLoop;
     Context mContext{mLoop};
     LoopEvent mChanged{mLoop, [this] { OnChanged(); }};
     Registry mRegistry{[this] { mChanged.Signal(); }};
-    Captures mCaptures;
+    OpenNodes mNodes;
     Connection mConnection{mLoop, mContext, *this};
     Readiness mReadiness;
     ServerSnapshot mSnapshot;
@@ -99,11 +104,10 @@ ServerSnapshot PipeWireServer::Snapshot()
 std::string PipeWireServer::Describe()
 {
     const Loop::Guard guard(mLoop);
-    std::string text = mCaptures.IsConnected()
-                           ? "connected to the PipeWire server at " + mConnection.Path()
-                           : "no PipeWire server at " + mConnection.Path() +
-                                 ": start it with `systemctl --user start pipewire` or run `pipewire`";
-    if (mCaptures.IsConnected() && mRegistry.Defaults() == nullptr)
+    std::string text = mNodes.IsConnected() ? "connected to the PipeWire server at " + mConnection.Path()
+                                            : "no PipeWire server at " + mConnection.Path() +
+                                                  ": start it with `systemctl --user start pipewire` or run `pipewire`";
+    if (mNodes.IsConnected() && mRegistry.Defaults() == nullptr)
         text += "; no session manager: start it with `systemctl --user start wireplumber` or run `wireplumber`";
     if (!mContext.Shortcoming().empty()) text += "; " + mContext.Shortcoming();
     return text;
@@ -124,8 +128,13 @@ void PipeWireServer::RemoveListener(ServerListener* listener)
 std::unique_ptr<CaptureNode> PipeWireServer::OpenCapture(const std::string& uid, const std::string& name,
                                                          CaptureClient& client)
 {
-    return std::make_unique<Capture>(Capture::Surroundings{mLoop, mContext, mRegistry, mCaptures, mChanged}, uid, name,
-                                     client);
+    return std::make_unique<Capture>(Around(), uid, name, client);
+}
+
+std::unique_ptr<InputNode> PipeWireServer::OpenInput(const std::string& uid, const std::string& name,
+                                                     CaptureClient& client)
+{
+    return std::make_unique<Input>(Around(), uid, name, client);
 }
 
 uint64_t PipeWireServer::LongestCycleNanos()
@@ -137,7 +146,7 @@ uint64_t PipeWireServer::LongestCycleNanos()
 void PipeWireServer::OnSettled()
 {
     ForgetLostHoles(mRegistry);
-    mCaptures.SetConnected(true);
+    mNodes.SetConnected(true);
     OnChanged();
     mReadiness.Set(true);
 }
@@ -145,7 +154,7 @@ void PipeWireServer::OnSettled()
 void PipeWireServer::OnDisconnected()
 {
     mReadiness.Set(false);
-    mCaptures.SetConnected(false);
+    mNodes.SetConnected(false);
     mRegistry.Detach();
     mChanged.Signal();
 }
@@ -154,7 +163,7 @@ void PipeWireServer::OnDisconnected()
 void PipeWireServer::OnChanged()
 {
     SettleHomes(mRegistry);
-    mCaptures.Update();
+    mNodes.Update();
     Refresh();
     if (std::exchange(mToldGeneration, mSnapshot.mGeneration) == mSnapshot.mGeneration) return;
     for (ServerListener* listener : mListeners) listener->OnServerChanged();
@@ -162,7 +171,7 @@ void PipeWireServer::OnChanged()
 
 void PipeWireServer::Refresh()
 {
-    ServerSnapshot next = mCaptures.IsConnected() ? TakeSnapshot(mRegistry) : ServerSnapshot{};
+    ServerSnapshot next = mNodes.IsConnected() ? TakeSnapshot(mRegistry) : ServerSnapshot{};
     next.mGeneration = mSnapshot.mGeneration;
     if (next == mSnapshot) return;
     ++next.mGeneration;

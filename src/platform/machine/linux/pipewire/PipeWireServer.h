@@ -7,7 +7,9 @@
 //   Connection  reaches the socket, notices the end, tries again
 //   Registry    mirrors nodes, clients, ports, links and metadata as the server announces them
 //   Snapshot    turns the mirror into what the port promises
-//   Capture     one CaptureFilter, its CaptureLinks and, where it silences, its Silencer
+//   OpenNode    a CaptureFilter and its CaptureLinks, made anew whenever they were lost
+//   Capture     one of them for streams and, where it silences, its Silencer
+//   Input       one of them for an input device
 #pragma once
 
 #include "platform/machine/AudioServer.h"
@@ -18,7 +20,7 @@ namespace platform::machine {
 
 /// Starts connecting at once and never fails: where no server is, it is waited for.
 ///
-/// Captures that were opened on it must be gone before the server object goes.
+/// What was opened on it must be gone before the server object goes.
 std::unique_ptr<AudioServer> MakePipeWireServer();
 
 }  // namespace platform::machine

@@ -50,6 +50,13 @@ Node* Registry::FindSink(std::string_view name) const
     return found == mNodes.end() ? nullptr : found->second.get();
 }
 
+Node* Registry::FindSource(std::string_view name) const
+{
+    const auto found = std::ranges::find_if(
+        mNodes, [&](const auto& entry) { return entry.second->IsInputDevice() && entry.second->Name() == name; });
+    return found == mNodes.end() ? nullptr : found->second.get();
+}
+
 Node* Registry::FindStream(uint32_t lastingID) const
 {
     const auto found =
@@ -65,9 +72,12 @@ const Client* Registry::FindClient(uint32_t id) const
 
 std::vector<Registry::NumberedPort> Registry::PortsOf(uint32_t node, bool output) const
 {
+    // A virtual input device is a sink inside, whose monitor is what it delivers.
+    const Node* described = FindNode(node);
+    const bool monitors = described != nullptr && described->IsInputDevice();
     std::vector<NumberedPort> ports;
     for (const auto& [id, port] : mPorts)
-        if (port.mNode == node && port.mOutput == output && !port.mMonitor) ports.push_back({id, &port});
+        if (port.mNode == node && port.mOutput == output && (!port.mMonitor || monitors)) ports.push_back({id, &port});
     std::ranges::sort(ports, {}, [](const NumberedPort& port) { return port.mPort->mIndex; });
     return ports;
 }

@@ -33,6 +33,8 @@ public:
     Node* FindNode(uint32_t id) const;
     /// The output device, or the hole, of that name: streams may call themselves the same.
     Node* FindSink(std::string_view name) const;
+    /// The input device of that name.
+    Node* FindSource(std::string_view name) const;
     /// The stream that is shown above this folder under that number.
     Node* FindStream(uint32_t lastingID) const;
     const Client* FindClient(uint32_t id) const;
@@ -41,7 +43,7 @@ public:
         uint32_t mID;
         const Port* mPort;
     };
-    /// The node's ports of one direction, monitors left out, in the node's order.
+    /// The node's ports of one direction, monitors of outputs left out, in the node's order.
     std::vector<NumberedPort> PortsOf(uint32_t node, bool output) const;
 
     /// Notes about defaults and streams; null while no session manager is there.

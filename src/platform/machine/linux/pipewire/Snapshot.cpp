@@ -26,7 +26,7 @@ double RateOf(const Registry& registry, const Node& node)
     return static_cast<double>(node.mProperties.Number(PW_KEY_AUDIO_RATE, graph));
 }
 
-Device DescribeDevice(const Registry& registry, const Node& node)
+Device DescribeDevice(const Registry& registry, const Node& node, std::vector<ChannelPosition> channels)
 {
     Device device;
     device.mID = node.mLastingID;
@@ -34,9 +34,27 @@ Device DescribeDevice(const Registry& registry, const Node& node)
     const std::string& description = node.mProperties.Get(PW_KEY_NODE_DESCRIPTION);
     device.mName = description.empty() ? node.Name() : description;
     device.mNominalRateHz = RateOf(registry, node);
-    device.mChannels = ChannelsOf(registry, node, false);
-    if (device.mChannels.empty()) device.mChannels = PositionsOf(node.mProperties.Get("audio.position"));
+    device.mChannels = std::move(channels);
     return device;
+}
+
+// A device that was not configured yet has no ports, and says what it is going to have.
+std::vector<ChannelPosition> ExpectedChannelsOf(const Registry& registry, const Node& node, bool output)
+{
+    std::vector<ChannelPosition> channels = ChannelsOf(registry, node, output);
+    return channels.empty() ? PositionsOf(node.mProperties.Get("audio.position")) : channels;
+}
+
+std::vector<ChannelPosition> WithoutDoubles(std::vector<ChannelPosition> channels)
+{
+    for (auto channel = channels.begin(); channel != channels.end(); ++channel) {
+        const auto taken = [&](ChannelPosition position) {
+            return position == ChannelPosition::Unknown || std::find(channels.begin(), channel, position) != channel;
+        };
+        for (unsigned i = 0; i < kAuxiliaryChannels && taken(*channel); ++i)
+            *channel = static_cast<ChannelPosition>(static_cast<unsigned>(ChannelPosition::Auxiliary0) + i);
+    }
+    return channels;
 }
 
 // A stream that a go-between plays for a program carries that program's number itself. Otherwise what the
@@ -118,10 +136,21 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
     return names;
 }
 
-std::string DefaultOutputName(const Registry& registry)
+std::vector<LinkedPort> SourcePortsOf(const Registry& registry, const Node& node)
+{
+    const std::vector<ChannelPosition> positions = WithoutDoubles(ChannelsOf(registry, node, true));
+    std::vector<LinkedPort> ports;
+    for (const auto& [id, port] : registry.PortsOf(node.mID, true)) ports.push_back({id, positions[ports.size()]});
+    return ports;
+}
+
+namespace {
+
+// The stable name that a note of the whole graph holds; may be empty.
+std::string NameNotedAs(const Registry& registry, const char* note)
 {
     if (registry.Defaults() == nullptr) return {};
-    const std::string text = registry.Defaults()->Text("default.audio.sink");
+    const std::string text = registry.Defaults()->Text(note);
     std::array<spa_json, 2> levels;
     spa_json_init(&levels[0], text.data(), text.size());
     if (spa_json_enter_object(&levels[0], &levels[1]) <= 0) return {};
@@ -135,21 +164,34 @@ std::string DefaultOutputName(const Registry& registry)
     return {};
 }
 
+}  // namespace
+
+std::string DefaultOutputName(const Registry& registry)
+{
+    return NameNotedAs(registry, "default.audio.sink");
+}
+
 ServerSnapshot TakeSnapshot(const Registry& registry)
 {
     ServerSnapshot snapshot;
     snapshot.mConnected = true;
-    const std::string defaultName = DefaultOutputName(registry);
+    const std::string defaultOutput = DefaultOutputName(registry);
+    const std::string defaultInput = NameNotedAs(registry, "default.audio.source");
     for (const auto& [id, node] : registry.Nodes()) {
         if (!IsShown(*node)) continue;
         if (node->IsOutputDevice()) {
-            snapshot.mOutputs.push_back(DescribeDevice(registry, *node));
-            if (node->Name() == defaultName) snapshot.mDefaultOutput = node->mLastingID;
+            snapshot.mOutputs.push_back(DescribeDevice(registry, *node, ExpectedChannelsOf(registry, *node, false)));
+            if (node->Name() == defaultOutput) snapshot.mDefaultOutput = node->mLastingID;
+        } else if (node->IsInputDevice()) {
+            snapshot.mInputs.push_back(
+                DescribeDevice(registry, *node, WithoutDoubles(ExpectedChannelsOf(registry, *node, true))));
+            if (node->Name() == defaultInput) snapshot.mDefaultInput = node->mLastingID;
         } else if (node->IsStream()) {
             AddStream(registry, *node, snapshot);
         }
     }
     std::ranges::sort(snapshot.mOutputs, {}, &Device::mID);
+    std::ranges::sort(snapshot.mInputs, {}, &Device::mID);
     std::ranges::sort(snapshot.mStreams, {}, &PlaybackStream::mID);
     return snapshot;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/machine/AudioServer.h"
+#include "platform/machine/linux/pipewire/CaptureLinks.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <string>
@@ -20,6 +21,10 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
 
 /// Channel positions of a node's ports of one direction.
 std::vector<ChannelPosition> ChannelsOf(const Registry& registry, const Node& node, bool output);
+
+/// The ports of an input device, each at a position of its own: what has none, or that of an earlier port, is
+/// counted among the unpositioned ones.
+std::vector<LinkedPort> SourcePortsOf(const Registry& registry, const Node& node);
 
 /// The longest cycle that the settings allow; what a server allows by itself where they are not known.
 uint64_t LongestCycleNanos(const Registry& registry);
