@@ -1,4 +1,5 @@
-// The resampler beside the libraries a user would pick instead: stereo, 512-frame blocks, 48 kHz x 1.0003.
+// The resampler beside the libraries a user would pick instead: stereo, 512-frame blocks, 48 kHz x 1.0003 with a moving
+// ratio, and conversions to 48 kHz with a fixed one.
 // Counters: ns a frame; residual of a sine at 1 and 15 kHz, and at 15 kHz while the ratio moves by 1e-6 a
 // block (decibels below the sine); level at 20 kHz in decibels; latency in input frames.
 #include <benchmark/benchmark.h>
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <string>
 #include <vector>
 
 #ifdef CORVANE_BENCH_ZITA
@@ -22,10 +24,16 @@ namespace {
 using platform::vector::Resampler;
 using platform::vector::ResamplerStage;
 
-constexpr double kRateHz = 48000;
-constexpr double kRatio = 1.0003;
 constexpr unsigned kBlock = 512;
-constexpr unsigned kGulp = 520;  // input frames offered at a time: a block's need at any ratio used here
+
+struct Conversion {
+    double mInputHz;
+    double mRatio;       // input frames an output frame
+    double mMoreABlock;  // by which the ratio grows while it is measured
+
+    /// Input frames offered at a time: a block's need at any ratio used here.
+    unsigned Gulp() const { return static_cast<unsigned>(kBlock * mRatio) + 8; }
+};
 
 /// A stereo signal in both layouts, so that nobody pays for the other's.
 struct Source {
@@ -55,7 +63,7 @@ public:
 
 class OursEngine final : public Engine {
 public:
-    explicit OursEngine(ResamplerStage stage) { mResampler.Configure(2, kRatio, kBlock, stage); }
+    OursEngine(const Conversion& to, ResamplerStage stage) { mResampler.Configure(2, to.mRatio, kBlock, stage); }
 
     size_t Convert(const Source& source, size_t at, size_t, unsigned frames, double ratio) override
     {
@@ -74,7 +82,7 @@ private:
 
 class SampleRateEngine final : public Engine {
 public:
-    explicit SampleRateEngine(int converter) : mState(src_new(converter, 2, nullptr)) {}
+    SampleRateEngine(const Conversion&, int converter) : mState(src_new(converter, 2, nullptr)) {}
     ~SampleRateEngine() override { src_delete(mState); }
 
     size_t Convert(const Source& source, size_t at, size_t gulp, unsigned frames, double ratio) override
@@ -103,11 +111,14 @@ private:
 #ifdef CORVANE_BENCH_ZITA
 class ZitaEngine final : public Engine {
 public:
-    explicit ZitaEngine(int halfLength) { mResampler.setup(1 / kRatio, 2, halfLength); }
+    ZitaEngine(const Conversion& to, int halfLength) : mNominalRatio(to.mRatio)
+    {
+        mResampler.setup(1 / mNominalRatio, 2, halfLength);
+    }
 
     size_t Convert(const Source& source, size_t at, size_t gulp, unsigned frames, double ratio) override
     {
-        mResampler.set_rratio(kRatio / ratio);
+        mResampler.set_rratio(mNominalRatio / ratio);
         mResampler.out_count = frames;
         mResampler.out_data = mOutput.data();
         size_t taken = 0;
@@ -122,6 +133,7 @@ public:
     float Left(size_t i) const override { return mOutput[2 * i]; }
 
 private:
+    const double mNominalRatio;
     VResampler mResampler;
     std::array<float, 2 * kBlock> mOutput{};
 };
@@ -168,21 +180,21 @@ double Median(std::vector<double> values)
 }
 
 /// Residual of a sine, at the median of pieces of eight blocks, the ratio growing by `step` a block.
-double DistortionDB(Engine& engine, double hz, double step)
+double DistortionDB(Engine& engine, const Conversion& to, double hz, double step)
 {
     constexpr unsigned kBlocks = 240, kSkipped = 40, kPiece = 8;
-    const double radians = 2 * std::numbers::pi * hz / kRateHz;
-    const Source source((kBlocks + 4) * kGulp,
+    const double radians = 2 * std::numbers::pi * hz / to.mInputHz;
+    const Source source((kBlocks + 4) * to.Gulp(),
                         [&](size_t i) { return 0.5 * std::sin(std::fmod(radians * i, 2 * std::numbers::pi)); });
     std::vector<float> output;
     size_t at = 0;
     for (unsigned block = 0; block < kBlocks; ++block) {
-        at += engine.Convert(source, at, kGulp, kBlock, kRatio + block * step);
+        at += engine.Convert(source, at, to.Gulp(), kBlock, to.mRatio + block * step);
         for (unsigned i = 0; i < kBlock; ++i) output.push_back(engine.Left(i));
     }
     std::vector<double> residuals;
     for (unsigned block = kSkipped; block < kBlocks; block += kPiece) {
-        const double ratio = kRatio + (block - 1.0) * step;  // where the ramp stands at the piece's beginning
+        const double ratio = to.mRatio + (block - 1.0) * step;  // where the ramp stands at the piece's beginning
         residuals.push_back(ResidualDB(output.data() + block * kBlock, kPiece * kBlock, [&](size_t i) {
             const double frames = static_cast<double>(i);
             return radians * frames * (ratio + frames * step / (2 * kBlock));
@@ -192,29 +204,30 @@ double DistortionDB(Engine& engine, double hz, double step)
 }
 
 /// How much of a sine at half of full scale comes out.
-double LevelDB(Engine& engine, double hz)
+double LevelDB(Engine& engine, const Conversion& to, double hz)
 {
     constexpr unsigned kBlocks = 60, kSkipped = 10;
-    const double radians = 2 * std::numbers::pi * hz / kRateHz;
-    const Source source((kBlocks + 4) * kGulp, [&](size_t i) { return 0.5 * std::sin(radians * i); });
+    const double radians = 2 * std::numbers::pi * hz / to.mInputHz;
+    const Source source((kBlocks + 4) * to.Gulp(), [&](size_t i) { return 0.5 * std::sin(radians * i); });
     double power = 0;
     size_t at = 0;
     for (unsigned block = 0; block < kBlocks; ++block) {
-        at += engine.Convert(source, at, kGulp, kBlock, kRatio);
+        at += engine.Convert(source, at, to.Gulp(), kBlock, to.mRatio);
         for (unsigned i = 0; i < kBlock && block >= kSkipped; ++i) power += engine.Left(i) * engine.Left(i);
     }
     return 10 * std::log10(power / ((kBlocks - kSkipped) * kBlock) / 0.125);
 }
 
 /// Input frames that had to be there beyond an impulse before its peak came out.
-double LatencyFrames(Engine& engine)
+double LatencyFrames(Engine& engine, const Conversion& to)
 {
     constexpr size_t kImpulse = 2000, kFrames = 4000;
-    const Source source(kFrames + 2 * kGulp, [](size_t i) { return i == kImpulse ? 1.0 : 0.0; });
+    const Source source(kFrames + 2 * to.Gulp(), [](size_t i) { return i == kImpulse ? 1.0 : 0.0; });
+    const double ratio = to.mMoreABlock > 0 ? 1.0 : to.mRatio;
     float most = 0;
     size_t latency = 0;
     for (size_t at = 0; at < kFrames;) {
-        at += engine.Convert(source, at, 1, 1, 1.0);
+        at += engine.Convert(source, at, 1, 1, ratio);
         if (std::abs(engine.Left(0)) <= most) continue;
         most = std::abs(engine.Left(0));
         latency = at - 1 - kImpulse;
@@ -223,52 +236,49 @@ double LatencyFrames(Engine& engine)
 }
 
 template <typename MakeEngine>
-void Run(benchmark::State& state, MakeEngine make)
+void Run(benchmark::State& state, const Conversion& to, MakeEngine make)
 {
     const Source source(1 << 14, [](size_t i) { return std::sin(static_cast<double>(i * i % 10007)); });
     const std::unique_ptr<Engine> engine = make();
     size_t at = 0;
     double block = 0;
     for (auto _ : state) {
-        at += engine->Convert(source, at, kGulp, kBlock, kRatio + std::fmod(block++, 200) * 1e-6);
-        if (at > source.mPlanar.size() - 4 * kGulp) at = 0;
+        at += engine->Convert(source, at, to.Gulp(), kBlock, to.mRatio + std::fmod(block++, 200) * to.mMoreABlock);
+        if (at > source.mPlanar.size() - 4 * to.Gulp()) at = 0;
         benchmark::ClobberMemory();
     }
     const auto frames = static_cast<double>(state.iterations() * kBlock);
     state.counters["frame"] = benchmark::Counter(frames, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state.counters["dB_1kHz"] = DistortionDB(*make(), 1000, 0);
-    state.counters["dB_15kHz"] = DistortionDB(*make(), 15000, 0);
-    state.counters["dB_moving"] = DistortionDB(*make(), 15000, 1e-6);
-    state.counters["level_20kHz"] = LevelDB(*make(), 20000);
-    state.counters["latency"] = LatencyFrames(*make());
+    state.counters["dB_1kHz"] = DistortionDB(*make(), to, 1000, 0);
+    state.counters["dB_15kHz"] = DistortionDB(*make(), to, 15000, 0);
+    if (to.mMoreABlock > 0) state.counters["dB_moving"] = DistortionDB(*make(), to, 15000, to.mMoreABlock);
+    state.counters["level_20kHz"] = LevelDB(*make(), to, 20000);
+    state.counters["latency"] = LatencyFrames(*make(), to);
 }
 
 template <typename AnEngine, typename... Arguments>
-auto Make(Arguments... arguments)
+void Register(const std::string& name, const Conversion& to, Arguments... arguments)
 {
-    return [=]() -> std::unique_ptr<Engine> { return std::make_unique<AnEngine>(arguments...); };
-}
-
-template <typename MakeEngine>
-void Register(const char* name, MakeEngine make)
-{
-    benchmark::RegisterBenchmark(name, [make](benchmark::State& state) { Run(state, make); });
+    const auto make = [=]() -> std::unique_ptr<Engine> { return std::make_unique<AnEngine>(to, arguments...); };
+    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) { Run(state, to, make); });
 }
 
 }  // namespace
 
 int main(int count, char** words)
 {
-    Register("Resampler/corvane_low", Make<OursEngine>(ResamplerStage::Low));
-    Register("Resampler/corvane_high", Make<OursEngine>(ResamplerStage::High));
-    Register("Resampler/libsamplerate_fastest", Make<SampleRateEngine>(int{SRC_SINC_FASTEST}));
-    Register("Resampler/libsamplerate_medium", Make<SampleRateEngine>(int{SRC_SINC_MEDIUM_QUALITY}));
-    Register("Resampler/libsamplerate_best", Make<SampleRateEngine>(int{SRC_SINC_BEST_QUALITY}));
+    const std::pair<std::string, Conversion> conversions[] = {
+        {"Resampler", {48000, 1.0003, 1e-6}}, {"From44100", {44100, 44100 / 48000.0, 0}}, {"From96000", {96000, 2, 0}}};
+    for (const auto& [name, to] : conversions) {
+        Register<OursEngine>(name + "/corvane_low", to, ResamplerStage::Low);
+        Register<OursEngine>(name + "/corvane_high", to, ResamplerStage::High);
+        Register<SampleRateEngine>(name + "/libsamplerate_fastest", to, int{SRC_SINC_FASTEST});
+        Register<SampleRateEngine>(name + "/libsamplerate_medium", to, int{SRC_SINC_MEDIUM_QUALITY});
+        Register<SampleRateEngine>(name + "/libsamplerate_best", to, int{SRC_SINC_BEST_QUALITY});
 #ifdef CORVANE_BENCH_ZITA
-    Register("Resampler/zita_vr_16", Make<ZitaEngine>(16));
-    Register("Resampler/zita_vr_32", Make<ZitaEngine>(32));
-    Register("Resampler/zita_vr_64", Make<ZitaEngine>(64));
+        for (const int half : {16, 32, 64}) Register<ZitaEngine>(name + "/zita_vr_" + std::to_string(half), to, half);
 #endif
+    }
     benchmark::Initialize(&count, words);
     if (benchmark::ReportUnrecognizedArguments(count, words)) return 1;
     benchmark::RunSpecifiedBenchmarks();

@@ -4,7 +4,6 @@
 
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -52,8 +51,9 @@ TEST(SampleConversion, EveryLengthAndAlignmentComesOutInTheTypesByteOrder)
     }
     for (const size_t count : {0, 1, 2, 3, 7, 64, 127, 1023, 1024, 1025, 2999}) {
         for (const size_t start : {0, 1}) {
-            Bytes plain(count * 4), little, big;
-            std::memcpy(plain.data(), &ring[start], plain.size());
+            const auto* bytes = reinterpret_cast<const uint8_t*>(&ring[start]);
+            const Bytes plain(bytes, bytes + count * sizeof(float));
+            Bytes little, big;
             for (size_t i = start; i < start + count; ++i) {
                 const auto value = uint16_t(int32_t(ring[i] * 32767.0f));
                 little.insert(little.end(), {uint8_t(value), uint8_t(value >> 8)});

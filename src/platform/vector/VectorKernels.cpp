@@ -59,4 +59,10 @@ void ToInt16(const float* samples, float scale, bool swapped, uint16_t* integers
     (swapped ? loops.toSwappedInt16 : loops.toInt16)(samples, scale, integers, count);
 }
 
+void MixMatrix(const Crosspoint* crosspoints, size_t count, const float* const* inputs, float* const* outputs,
+               unsigned outputCount, size_t frames) noexcept
+{
+    BestVectorLoops().mix(crosspoints, count, inputs, outputs, outputCount, frames);
+}
+
 }  // namespace platform::vector

@@ -1,4 +1,4 @@
-// VectorKernels: arithmetic on runs of floats under its published names, the weaving of channels, and integers.
+// VectorKernels: arithmetic on runs of floats under its published names, the weaving of channels, integers, mixing.
 // Why: clipping, summing, weaving and conversion are what a cycle does to every sample. The loops are compiled twice,
 // for the oldest 64-bit processor and for lanes of eight, and add and round the same way in both. Strides are in
 // samples. Outputs may be inputs, sample for sample, but not overlap them otherwise.
@@ -44,5 +44,25 @@ void Deinterleave(const float* interleaved, size_t stride, float* const* channel
 /// @param swapped  whether each integer is stored in the other byte order
 /// @realtime       yes
 void ToInt16(const float* samples, float scale, bool swapped, uint16_t* integers, size_t count) noexcept;
+
+/// Where a matrix of gains is not zero: how much of one input goes into one output.
+struct Crosspoint {
+    uint32_t mInput;
+    uint32_t mOutput;
+    float mGain;      ///< at the block's first frame
+    float mNextGain;  ///< at the frame after its last, on an even way: the next block's mGain, so that no step is heard
+};
+
+/// Mixes: each output becomes the sum of its inputs, each times its gain; one without any becomes silence. What goes
+/// through alone at a gain of 1 stays bit exact. The cost is that of the crosspoints listed, so leave out those that
+/// are and stay 0.
+///
+/// @param crosspoints  ascending by output; the sum is made in their order
+/// @param inputs       one pointer a channel. Where many lie at multiples of 2 KiB from each other, the processor's
+///                     cache holds few of them: 64 bytes more between two are worth up to half the time
+/// @param outputs      `outputCount` of them; must not overlap the inputs
+/// @realtime           yes: O(crosspoints x frames)
+void MixMatrix(const Crosspoint* crosspoints, size_t count, const float* const* inputs, float* const* outputs,
+               unsigned outputCount, size_t frames) noexcept;
 
 }  // namespace platform::vector

@@ -4,7 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace platform::vector::loops {
+namespace platform::vector {
+
+struct Crosspoint;
+
+namespace loops {
 
 struct VectorLoops {
     void (*add)(const float* a, const float* b, float* c, size_t count) noexcept;
@@ -16,6 +20,8 @@ struct VectorLoops {
                          size_t frames) noexcept;
     void (*toInt16)(const float* a, float scale, uint16_t* d, size_t count) noexcept;
     void (*toSwappedInt16)(const float* a, float scale, uint16_t* d, size_t count) noexcept;
+    void (*mix)(const Crosspoint* crosspoints, size_t count, const float* const* inputs, float* const* outputs,
+                unsigned outputCount, size_t frames) noexcept;
 };
 
 /// The fastest set that this processor runs.
@@ -25,4 +31,5 @@ const VectorLoops& BestVectorLoops() noexcept;
 extern const VectorLoops kBaselineVectorLoops;
 extern const VectorLoops kWideVectorLoops;
 
-}  // namespace platform::vector::loops
+}  // namespace loops
+}  // namespace platform::vector

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/vector/VectorKernels.h"
+
 namespace platform::vector::loops {
 namespace {
 
@@ -205,7 +207,100 @@ void Deinterleave(const float* interleaved, size_t stride, float* const* channel
     for (; at < count; ++at) DeinterleaveOne(interleaved + at, stride, channels[at], frames);
 }
 
-constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave, ToInt16<false>, ToInt16<true>};
+struct Matrix {
+    const Crosspoint* mFirst;
+    const Crosspoint* mEnd;
+    const float* const* mInputs;
+    float* const* mOutputs;
+    unsigned mOutputCount;
+    float mFrames;
+};
+
+/// sizeof...(kAt) x kLanes frames of all outputs, the sums of one output after the other in registers. They are
+/// counted out by a pack, since a loop over them would be unrolled too late to keep them there.
+template <bool kMoving, unsigned kLanes, size_t... kAt>
+struct MixTile {
+    typedef float Lanes __attribute__((vector_size(kLanes * sizeof(float))));
+    using Sums = Lanes[sizeof...(kAt)];
+    static constexpr size_t kFrames = kLanes * sizeof...(kAt);
+
+    static inline Lanes Load(const float* samples) noexcept
+    {
+        Lanes lanes;
+        std::memcpy(&lanes, samples, sizeof lanes);
+        return lanes;
+    }
+
+    static inline Lanes Places(size_t frame) noexcept
+    {
+        float places[kLanes];
+        for (unsigned lane = 0; lane < kLanes; ++lane) places[lane] = static_cast<float>(frame + lane);
+        return Load(places);
+    }
+
+    static inline void Add(Sums& sums, const Crosspoint& point, const float* input) noexcept
+    {
+        (..., (sums[kAt] += point.mGain * Load(input + kAt * kLanes)));
+    }
+
+    static inline void AddMoving(Sums& sums, const Crosspoint& point, const float* input, float step,
+                                 const Lanes& places) noexcept
+    {
+        (..., (sums[kAt] += (point.mGain + step * (places + float{kAt * kLanes})) * Load(input + kAt * kLanes)));
+    }
+
+    static inline void Make(const Matrix& matrix, size_t frame) noexcept
+    {
+        const Lanes places = Places(frame);
+        const Crosspoint* point = matrix.mFirst;
+        for (unsigned output = 0; output < matrix.mOutputCount; ++output) {
+            const auto isHere = [&] { return point != matrix.mEnd && point->mOutput == output; };
+            const Lanes none = isHere() ? -Lanes{} : Lanes{};  // a negative zero would be lost in a sum from 0
+            Sums sums = {(static_cast<void>(kAt), none)...};
+            for (; isHere(); ++point) {
+                const float* const input = matrix.mInputs[point->mInput] + frame;
+                const float step = (point->mNextGain - point->mGain) / matrix.mFrames;
+                kMoving ? AddMoving(sums, *point, input, step, places) : Add(sums, *point, input);
+            }
+            float* const to = matrix.mOutputs[output] + frame;
+            (..., std::memcpy(to + kAt * kLanes, &sums[kAt], sizeof(Lanes)));
+        }
+    }
+
+    static size_t MakeAll(const Matrix& matrix, size_t from, size_t end) noexcept
+    {
+        for (; from + kFrames <= end; from += kFrames) Make(matrix, from);
+        return from;
+    }
+};
+
+// Eight sums are half of the registers, whatever they hold.
+#if defined(CORVANE_LANES_OF_EIGHT)
+constexpr unsigned kMixLanes = 8;
+#else
+constexpr unsigned kMixLanes = 4;
+#endif
+
+template <bool kMoving>
+void MixTiles(const Matrix& matrix, size_t frames) noexcept
+{
+    size_t frame = MixTile<kMoving, kMixLanes, 0, 1, 2, 3, 4, 5, 6, 7>::MakeAll(matrix, 0, frames);
+    frame = MixTile<kMoving, kMixLanes, 0>::MakeAll(matrix, frame, frames);
+    MixTile<kMoving, 1, 0>::MakeAll(matrix, frame, frames);
+}
+
+// Gains move seldom. Where none does, the loops are without all that moves them; where one does, the others come out
+// the same either way.
+void Mix(const Crosspoint* crosspoints, size_t count, const float* const* inputs, float* const* outputs,
+         unsigned outputCount, size_t frames) noexcept
+{
+    const Matrix matrix{crosspoints, crosspoints + count, inputs, outputs, outputCount, static_cast<float>(frames)};
+    bool moving = false;
+    for (size_t i = 0; i < count; ++i) moving |= crosspoints[i].mGain != crosspoints[i].mNextGain;
+    (moving ? MixTiles<true> : MixTiles<false>)(matrix, frames);
+}
+
+constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave, ToInt16<false>, ToInt16<true>, Mix};
 
 }  // namespace
 }  // namespace platform::vector::loops
