@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <numbers>
 
 namespace platform::machine::simulated {
@@ -9,17 +10,6 @@ namespace platform::machine::simulated {
 namespace {
 
 constexpr double kTurn = 2 * std::numbers::pi;
-
-/// A sample for each frame's moment.
-template <class SampleAt>
-Signal ByMoment(SampleAt sampleAt)
-{
-    return [=](const Stretch& stretch, unsigned channel, std::span<float> samples) {
-        for (size_t i = 0; i < samples.size(); ++i)
-            samples[i] = static_cast<float>(
-                sampleAt(stretch.mSeconds + static_cast<double>(i) * stretch.mFrameSeconds, channel));
-    };
-}
 
 }  // namespace
 
@@ -46,18 +36,27 @@ Signal Tone(double frequencyHz, double amplitude, double rateHz)
 
 Signal HostTone(double frequencyHz, double amplitude)
 {
-    return ByMoment([=](double seconds, unsigned channel) {
+    return [=](const Stretch& stretch, unsigned channel, std::span<float> samples) {
         const double quarters = channel % 2 == 0 ? 0 : -0.25;
-        return amplitude * std::cos(kTurn * std::fmod(frequencyHz * seconds + quarters, 1.0));
-    });
+        auto vector = std::polar(amplitude, kTurn * std::fmod(frequencyHz * stretch.mSeconds + quarters, 1.0));
+        const auto turn = std::polar(1.0, kTurn * frequencyHz * stretch.mFrameSeconds);
+        for (float& sample : samples) {
+            sample = static_cast<float>(vector.real());
+            vector *= turn;
+        }
+    };
 }
 
 Signal HostClicks(double periodSeconds, double amplitude)
 {
-    return ByMoment([=](double seconds, unsigned) {
-        const double away = std::abs(std::remainder(seconds, periodSeconds)) / 0.5e-3;
-        return away < 1 ? amplitude * 0.5 * (1 + std::cos(std::numbers::pi * away)) : 0.0;
-    });
+    return [=](const Stretch& stretch, unsigned, std::span<float> samples) {
+        for (size_t i = 0; i < samples.size(); ++i) {
+            const double seconds = stretch.mSeconds + static_cast<double>(i) * stretch.mFrameSeconds;
+            const double away = std::abs(std::remainder(seconds, periodSeconds)) / 0.5e-3;
+            const double height = away < 1 ? 0.5 * (1 + std::cos(std::numbers::pi * away)) : 0;
+            samples[i] = static_cast<float>(amplitude * height);
+        }
+    };
 }
 
 Signal Counter()
