@@ -17,7 +17,8 @@
 //   - A converter delays by kConverterDelaySeconds whatever its rates, also where they are equal; a varispeed by the
 //     frames of its resampler, whatever its speed. Chains at one output rate therefore delay alike.
 //   - Units allocate in AudioUnitInitialize and in property calls, never in AudioUnitRender.
-//   - A unit that is uninitialized keeps its properties.
+//   - A unit that is uninitialized keeps its properties. A mixer's volumes last as long as it is initialized.
+//   - Samples are 32-bit floats, a buffer a channel; converters take, and input units give, interleaved ones as well.
 #pragma once
 
 #include "platform/audio/AudioHardware.h"
@@ -92,14 +93,20 @@ ComponentResult CloseComponent(AudioUnit unit);
 /// @thread control; one at a time for a unit. SetParameter of the mixer alone may run beside a render.
 OSStatus AudioUnitInitialize(AudioUnit unit);
 OSStatus AudioUnitUninitialize(AudioUnit unit);
-/// Forgets sound that is on its way: histories, phases, blocks that were kept. Allocates nothing. @thread as Render
+/// Forgets sound that is on its way: histories, phases, blocks that were kept. Global scope. @thread as Render
+/// @realtime yes
 OSStatus AudioUnitReset(AudioUnit unit, UInt32 scope, UInt32 element);
 OSStatus AudioUnitGetPropertyInfo(AudioUnit unit, UInt32 property, UInt32 scope, UInt32 element, UInt32* size,
                                   Boolean* writable);
 OSStatus AudioUnitGetProperty(AudioUnit unit, UInt32 property, UInt32 scope, UInt32 element, void* data, UInt32* size);
 OSStatus AudioUnitSetProperty(AudioUnit unit, UInt32 property, UInt32 scope, UInt32 element, const void* data,
                               UInt32 size);
-/// @param offset  frames into the next render; only 0 is used
+/// Sets the speed of a varispeed, 0.95 .. 1.05, or a volume of a mixer; heard from the next render on, without a step.
+///
+/// @param element  of a mixer: input channel << 16 | output channel, counted across buses; 0xFFFF for either: all
+/// @param offset   frames into the next render; only 0 is used
+/// @return         0, kAudioUnitErr_InvalidParameter, InvalidScope, InvalidElement, or Uninitialized for a volume
+/// @realtime       yes
 OSStatus AudioUnitSetParameter(AudioUnit unit, UInt32 parameter, UInt32 scope, UInt32 element, Float32 value,
                                UInt32 offset);
 OSStatus AudioUnitGetParameter(AudioUnit unit, UInt32 parameter, UInt32 scope, UInt32 element, Float32* value);

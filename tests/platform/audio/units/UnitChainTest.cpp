@@ -1,0 +1,151 @@
+#include "platform/audio/units/UnitRig.h"
+
+#include <cmath>
+#include <numbers>
+#include <random>
+
+using namespace support;
+
+namespace {
+
+constexpr double kRates[] = {44100, 48000, 96000};
+constexpr UInt32 kBlocks[] = {512, 64, 127, 1};
+constexpr double kVarispeedDelayFrames = 32;
+
+/// Where the frames of a varispeed's output lie in its input, the speed going evenly over each block.
+struct Positions {
+    double mSpeed = 1, mBegin = 0;
+
+    double Take(UInt32 frames, double speed, std::vector<double>& positions)
+    {
+        for (UInt32 i = 0; i < frames; ++i)
+            positions.push_back(mBegin + i * (mSpeed + i * (speed - mSpeed) / (2.0 * frames)));
+        mBegin += frames * (mSpeed + speed) / 2;
+        mSpeed = speed;
+        return mBegin;
+    }
+};
+
+/// How many seconds later than `moments` say a sine of 1 kHz has arrived: by least squares over the later half.
+double LateSeconds(const std::vector<float>& samples, const std::vector<double>& moments)
+{
+    constexpr double kRadiansASecond = 2 * std::numbers::pi * 1000;
+    double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0;
+    for (size_t i = samples.size() / 2; i < samples.size(); ++i) {
+        const double s = std::sin(kRadiansASecond * moments[i]), c = std::cos(kRadiansASecond * moments[i]);
+        ss += s * s, sc += s * c, cc += c * c, ys += samples[i] * s, yc += samples[i] * c;
+    }
+    return -std::atan2(yc * ss - ys * sc, ys * cc - yc * sc) / kRadiansASecond;
+}
+
+}  // namespace
+
+TEST(UnitChain, PassesEveryFrameUntouchedAtEqualRatesAndNormalSpeed)
+{
+    for (const double rate : kRates) {
+        for (const UInt32 flags : {kPlanar, kInterleaved}) {
+            for (const UInt32 channels : {1u, 2u, 11u}) {
+                Chain chain(FloatFormat(rate, channels, flags), rate, {Noise});
+                for (unsigned i = 0; i < 40; ++i) ASSERT_EQ(chain.Pull(kBlocks[i % 4]), 0);
+                const auto delay = int64_t(rate * kConverterDelaySeconds + kVarispeedDelayFrames);
+                const auto frames = int64_t(chain.mOutput[0].size());
+                EXPECT_EQ(chain.mSource.mGiven, frames);
+                for (UInt32 channel = 0; channel < channels; ++channel) {
+                    for (int64_t i = 0; i < frames; ++i)
+                        ASSERT_EQ(chain.mOutput[channel][size_t(i)], i < delay ? 0 : Noise(channel, i - delay));
+                }
+            }
+        }
+    }
+}
+
+TEST(UnitChain, AsksForItsRatioOfFramesAndDelaysByOneTimeWhateverTheRatio)
+{
+    for (const double from : kRates) {
+        for (const double to : kRates) {
+            for (const Float32 speed : {1.0f, 1.0003f, 0.9997f}) {
+                Chain chain(FloatFormat(from, 1), to, {[from](unsigned, int64_t frame) {
+                                return float(0.5 * std::sin(2 * std::numbers::pi * std::fmod(1000 * frame / from, 1)));
+                            }});
+                chain.SetSpeed(speed);
+                Positions positions;
+                std::vector<double> moments;  // of the source's sound in each frame of output
+                for (unsigned i = 0; i < 240; ++i) {
+                    ASSERT_EQ(chain.Pull(kBlocks[i % 4]), 0);
+                    const double needed = positions.Take(kBlocks[i % 4], speed, moments) * from / to;
+                    // Each of the two rounds down to whole frames.
+                    ASSERT_LE(double(chain.mSource.mGiven), needed + 1e-6);
+                    ASSERT_GT(double(chain.mSource.mGiven), needed - from / to - 1);
+                }
+                for (double& moment : moments) moment = (moment - kVarispeedDelayFrames) / to - kConverterDelaySeconds;
+                EXPECT_NEAR(LateSeconds(chain.mOutput[0], moments) * to, 0, 1e-5) << from << " " << to << " " << speed;
+            }
+        }
+    }
+}
+
+TEST(UnitChain, ARefusedPullChangesNothing)
+{
+    std::mt19937 random(7);
+    const auto speed = [](unsigned block) { return Float32(1 + 1e-4 * std::sin(block / 50.0)); };
+    Chain refused(FloatFormat(44100, 2, kInterleaved), 48000, {Noise}), whole(FloatFormat(44100, 2), 48000, {Noise});
+    for (unsigned block = 0; block < 2000; ++block) {
+        whole.SetSpeed(speed(block));
+        refused.SetSpeed(speed(block));
+        const UInt32 frames = kBlocks[random() % 4];
+        ASSERT_EQ(whole.Pull(frames), 0);
+        for (OSStatus status = 1; status != 0;) {
+            status = random() % 2 ? 0 : random() % 2 ? OSStatus(1 + random() % 4) : -50;
+            refused.mSource.mRefuse = [status] { return status; };
+            const OSStatus result = refused.Pull(frames);
+            if (frames > 1) {  // for a single one, none may be needed
+                ASSERT_EQ(result, status);
+            }
+            status = result;
+        }
+    }
+    EXPECT_EQ(refused.mSource.mGiven, whole.mSource.mGiven);
+    EXPECT_EQ(refused.mOutput, whole.mOutput);
+}
+
+TEST(UnitChain, ForgetsWhatIsOnItsWayWhenReset)
+{
+    Chain used(FloatFormat(44100, 1), 48000, {[](unsigned, int64_t) { return 1.0f; }});
+    ASSERT_EQ(used.Pull(5000), 0);
+    used.mSource.mSignal = [](unsigned, int64_t) { return 0.0f; };
+    for (const AudioUnit unit : {used.mConverter, used.mVarispeed, used.mUnit})
+        ASSERT_EQ(AudioUnitReset(unit, kAudioUnitScope_Global, 0), 0);
+    used.mOutput[0].clear();
+    ASSERT_EQ(used.Pull(5000), 0);
+    EXPECT_EQ(used.mOutput[0], std::vector<float>(5000, 0.0f));
+}
+
+TEST(UnitChain, SaysWhatItDelaysAndTakesSpeedsAroundOneOnly)
+{
+    for (const UInt32 quality : {0u, 63u, 64u, 127u}) {
+        Chain chain(FloatFormat(96000, 2), 48000, {Noise}, quality);
+        Float64 seconds = 0;
+        ASSERT_EQ(Get(chain.mConverter, kAudioUnitProperty_Latency, kAudioUnitScope_Global, 0, seconds), 0);
+        EXPECT_EQ(seconds, kConverterDelaySeconds);
+        ASSERT_EQ(Get(chain.mVarispeed, kAudioUnitProperty_Latency, kAudioUnitScope_Global, 0, seconds), 0);
+        EXPECT_EQ(seconds, (quality < 64 ? 32 : 48) / 48000.0);
+
+        chain.SetSpeed(1.001f);
+        for (const Float32 wrong : {0.0f, -1.0f, 0.9f, 1.1f, NAN, INFINITY}) {
+            EXPECT_EQ(AudioUnitSetParameter(chain.mVarispeed, 0, kAudioUnitScope_Global, 0, wrong, 0),
+                      kAudioUnitErr_InvalidParameter);
+        }
+        Float32 speed = 0;
+        EXPECT_EQ(AudioUnitGetParameter(chain.mVarispeed, 0, kAudioUnitScope_Global, 0, &speed), 0);
+        EXPECT_EQ(speed, 1.001f);
+    }
+}
+
+TEST(UnitChain, RendersASliceAtAnySpeedAndRefusesMore)
+{
+    Chain chain(FloatFormat(96000, 1), 48000, {Noise});
+    chain.SetSpeed(1.05f);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(chain.Pull(8192), 0);
+    EXPECT_EQ(chain.Pull(8193), kAudioUnitErr_TooManyFramesToProcess);
+    EXPECT_EQ(chain.Pull(0), 0);
+}
