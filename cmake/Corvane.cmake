@@ -55,7 +55,7 @@ endfunction()
 function(corvane_test name)
   cmake_parse_arguments(T "" "" "LINKS;SOURCES;LABELS" ${ARGN})
   corvane_test_program(${name} LINKS ${T_LINKS} SOURCES ${T_SOURCES})
-  gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${T_LABELS}")
+  gtest_discover_tests(test-${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 LABELS "${T_LABELS}")
 endfunction()
 
 # corvane_desktop_test(<name> LINKS <targets> SOURCES <files>): each case of the program is a CTest test on a private
