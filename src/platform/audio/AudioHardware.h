@@ -8,6 +8,7 @@
 
 using AudioObjectID = UInt32;
 using AudioDeviceID = AudioObjectID;
+using AudioStreamID = AudioObjectID;
 using AudioObjectPropertySelector = UInt32;
 
 constexpr AudioObjectID kAudioObjectSystemObject = 1;
@@ -17,20 +18,32 @@ constexpr OSStatus kAudioHardwareUnknownPropertyError = OSStatus(FourCC("who?"))
 constexpr OSStatus kAudioHardwareBadPropertySizeError = OSStatus(FourCC("!siz"));
 constexpr OSStatus kAudioHardwareIllegalOperationError = OSStatus(FourCC("nope"));
 constexpr OSStatus kAudioHardwareBadDeviceError = OSStatus(FourCC("!dev"));
+constexpr OSStatus kAudioHardwareBadStreamError = OSStatus(FourCC("!str"));
+constexpr OSStatus kAudioHardwareNotRunningError = OSStatus(FourCC("stop"));
 
 // Of the system:
 constexpr uint32_t kAudioHardwarePropertyDevices = FourCC("dev#");                    // AudioDeviceID each
+constexpr uint32_t kAudioHardwarePropertyDefaultInputDevice = FourCC("dIn ");         // AudioDeviceID, 0: none
 constexpr uint32_t kAudioHardwarePropertyDefaultOutputDevice = FourCC("dOut");        // AudioDeviceID, 0: none
 constexpr uint32_t kAudioHardwarePropertyDefaultSystemOutputDevice = FourCC("sOut");  // AudioDeviceID, 0: none
 constexpr uint32_t kAudioHardwarePropertyDeviceForUID =
     FourCC("duid");  // AudioValueTranslation, CFStringRef to AudioDeviceID
 
 // Of a device:
-constexpr uint32_t kAudioDevicePropertyDeviceUID = FourCC("uid ");                   // CFStringRef, the caller releases
-constexpr uint32_t kAudioDevicePropertyDeviceNameCFString = FourCC("lnam");          // CFStringRef, the caller releases
-constexpr uint32_t kAudioDevicePropertyNominalSampleRate = FourCC("nsrt");           // Float64, hertz
+constexpr uint32_t kAudioDevicePropertyDeviceUID = FourCC("uid ");           // CFStringRef, the caller releases
+constexpr uint32_t kAudioDevicePropertyDeviceNameCFString = FourCC("lnam");  // CFStringRef, the caller releases
+constexpr uint32_t kAudioDevicePropertyNominalSampleRate = FourCC("nsrt");   // Float64, hertz
+constexpr uint32_t kAudioDevicePropertyAvailableNominalSampleRates = FourCC("nsr#");  // AudioValueRange each, hertz
+constexpr uint32_t kAudioDevicePropertyLatency = FourCC("ltnc");                      // UInt32, frames; of a stream too
+constexpr uint32_t kAudioDevicePropertySafetyOffset = FourCC("saft");                 // UInt32, frames
+constexpr uint32_t kAudioDevicePropertyStreams = FourCC("stm#");                      // AudioStreamID each
+constexpr uint32_t kAudioDevicePropertyStreamFormat = FourCC("sfmt");  // AudioStreamBasicDescription; of a stream too
+constexpr uint32_t kAudioDevicePropertyDataSource = FourCC("ssrc");    // UInt32; no native device has any
 constexpr uint32_t kAudioDevicePropertyPreferredChannelsForStereo = FourCC("dch2");  // two UInt32, counted from 1
 constexpr uint32_t kAudioDevicePropertyStreamConfiguration = FourCC("slay");         // AudioBufferList, null data
+
+// Of a stream:
+constexpr uint32_t kAudioStreamPropertyDirection = FourCC("sdir");  // UInt32, 1: input
 
 /// Reads a property of the system.
 ///
@@ -41,8 +54,34 @@ OSStatus AudioHardwareGetPropertyInfo(AudioObjectPropertySelector selector, UInt
 OSStatus AudioHardwareGetProperty(AudioObjectPropertySelector selector, UInt32* size, void* data);
 
 /// Reads a property of a device; the same results, and "!dev" where there is no such device.
-/// A native output device has streams on its output side alone.
+/// A native device has one stream, on one side; its samples are 32-bit floats, interleaved.
 OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID device, UInt32 channel, Boolean isInput,
                                     AudioObjectPropertySelector selector, UInt32* size, Boolean* writable);
 OSStatus AudioDeviceGetProperty(AudioDeviceID device, UInt32 channel, Boolean isInput,
                                 AudioObjectPropertySelector selector, UInt32* size, void* data);
+
+/// Sets a property of a device. Native devices have none that can be set: their result is "nope", or "who?" or "!dev".
+///
+/// @param when  null: now
+OSStatus AudioDeviceSetProperty(AudioDeviceID device, const AudioTimeStamp* when, UInt32 channel, Boolean isInput,
+                                AudioObjectPropertySelector selector, UInt32 size, const void* data);
+
+/// Reads a property of a stream; the same results, and "!str" where there is no such stream.
+OSStatus AudioStreamGetProperty(AudioStreamID stream, UInt32 channel, AudioObjectPropertySelector selector,
+                                UInt32* size, void* data);
+
+/// The whole stamp of this moment on the timeline of a device that is open for input, as the device's own stamps have
+/// it.
+///
+/// @return    0, or "stop" where the device is not open or has not delivered yet. 0 is no device here
+/// @thread    any, as the next
+/// @realtime  yes, as the next
+OSStatus AudioDeviceGetCurrentTime(AudioDeviceID device, AudioTimeStamp* time);
+
+/// Translates a stamp on the timeline of a device that is open for input, as measured now.
+///
+/// @param device  0: the latest that was the default input when it was opened
+/// @param in      sample time or host time valid; of both the host time counts
+/// @param out     its flags name what is wanted
+/// @return        0, "stop" as above, or "nope" where `in` has neither
+OSStatus AudioDeviceTranslateTime(AudioDeviceID device, const AudioTimeStamp* in, AudioTimeStamp* out);

@@ -19,7 +19,7 @@ struct ClockReading {
 
 /// The clock of a device that is open for input in this process; nothing where it is not, or has not delivered yet.
 ///
-/// @param device  0: the default input
+/// @param device  0: the latest that was the default input when it was opened
 /// @realtime      yes
 std::optional<ClockReading> ReadDeviceClock(AudioDeviceID device) noexcept;
 

@@ -1,0 +1,83 @@
+#include "platform/audio/DeviceInput.h"
+
+#include "platform/audio/DeviceTimeline.h"
+#include "platform/audio/NativeDevices.h"
+#include "platform/audio/StampLatency.h"
+#include "platform/machine/Machine.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace platform::audio {
+
+namespace {
+
+constexpr const char* kNodeName = "Corvane input";
+
+size_t LongestCycleFrames(machine::AudioServer& server, double rateHz)
+{
+    return size_t(std::ceil(double(server.LongestCycleNanos()) * 1e-9 * rateHz));
+}
+
+}  // namespace
+
+DeviceInput::DeviceInput(AudioDeviceID device, DeviceInputClient& client) : mClient(client)
+{
+    const AudioDeviceID standard = CopyNativeDevices().mDefaultInput;
+    const std::optional<NativeDevice> native = LastSeenDevice(device ? device : standard);
+    if (!native || !native->mIsInput) return;
+    machine::AudioServer& server = machine::Machine::Current().GetAudioServer();
+    mPositions = native->mDevice.mChannels;
+    mSamples.resize(mPositions.size());
+    mHeld.emplace(mPositions.size(), LongestCycleFrames(server, native->mDevice.mNominalRateHz));
+    mTimeline = &DeviceTimeline::Open(native->mID, native->mID == standard);
+    mNode = server.OpenInput(native->mDevice.mUID, kNodeName, *this);
+}
+
+DeviceInput::~DeviceInput()
+{
+    mNode.reset();
+    if (mTimeline) mTimeline->Close();
+}
+
+void DeviceInput::Render(const machine::CaptureCycle& cycle) CORVANE_REALTIME
+{
+    const kernel::RealtimeScope scope;
+    if (mHeld->IsHolding()) Deliver(mHeld->Release(cycle));
+    if (ComesAfterAGap(cycle) && mHeld->Hold(cycle, cycle.mSampleTime - mNext->mDriverTime)) return;
+    Deliver(cycle);
+}
+
+bool DeviceInput::ComesAfterAGap(const machine::CaptureCycle& cycle) const noexcept
+{
+    return mNext && cycle.mClockID == mNext->mClockID && cycle.mRateHz == mNext->mRateHz && !cycle.mResumed &&
+           cycle.mSampleTime > mNext->mDriverTime;
+}
+
+void DeviceInput::Deliver(const machine::CaptureCycle& cycle) noexcept
+{
+    int64_t sampleTime = mTimeline->Take(cycle);
+    if (mNext && sampleTime < mNext->mSampleTime) {
+        sampleTime = mNext->mSampleTime;
+        mTimeline->FollowOn(cycle, sampleTime);
+    }
+    PlaceChannels(cycle);
+    mClient.TakeBuffer(mTimeline->StampOf(sampleTime), cycle.mFrames, mSamples);
+    mNext = {cycle.mClockID, cycle.mRateHz, cycle.mSampleTime + cycle.mFrames, sampleTime + cycle.mFrames};
+}
+
+void DeviceInput::PlaceChannels(const machine::CaptureCycle& cycle) noexcept
+{
+    for (size_t i = 0; i < mPositions.size(); ++i) {
+        const auto channel =
+            std::ranges::find(cycle.mChannels, mPositions[i], &machine::CaptureCycle::Channel::mPosition);
+        mSamples[i] = channel == cycle.mChannels.end() ? nullptr : channel->mSamples;
+    }
+}
+
+uint64_t StampLatencyNanos()
+{
+    return StampLatencyNanos(machine::Machine::Current().GetAudioServer().LongestCycleNanos());
+}
+
+}  // namespace platform::audio
