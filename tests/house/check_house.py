@@ -19,6 +19,7 @@ ALLOWED = {
     "utility": {"platform", "platform/machine"},
     "capture/buffers": {"platform", "utility"},
     "avcapture": {"platform", "utility", "capture/buffers"},
+    "capture": {"platform", "utility", "capture/buffers", "avcapture"},
     "tap": {"platform", "platform/machine"},
     "cli": {"platform", "platform/machine", "utility", "avcapture"},
 }

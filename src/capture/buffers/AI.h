@@ -1,0 +1,70 @@
+// AI: small helpers over the audio system's devices, and over runs of float samples.
+// Why: settings, devices and sources ask the same few questions about hardware; here each has one answer.
+// Every function returns 0 or the platform's status, unless it says otherwise, and keeps no state.
+// All are for threads that may block, save those on samples.
+#pragma once
+
+#include "platform/audio/AudioUnit.h"
+#include "platform/foundation/CFBase.h"
+
+// ---- Devices
+
+/// The device of a UID. A null UID leaves `*device` alone; it is 0 after a failure, and where there is none.
+OSStatus AI_GetDeviceWithUID(CFStringRef uid, AudioDeviceID* device);
+OSStatus AI_GetDefaultInputDevice(AudioDeviceID* device);
+OSStatus AI_GetDefaultOutputDevice(AudioDeviceID* device);
+
+/// Opens the default output unit. Where that fails the process ends: this one does not report.
+OSStatus AI_GetDefaultAU(AudioUnit* unit);
+
+/// Whether the device has a stream of that direction; no, where its streams cannot be read.
+bool AI_HasInputStream(AudioDeviceID device);
+bool AI_HasOutputStream(AudioDeviceID device);
+
+/// Names and UIDs of the devices with such a stream, in the platform's order, at the same index in both.
+///
+/// @param names  the caller releases it; null: not wanted. So for `uids`; both are left alone on failure
+/// @param count  how many were found, also before a failure; null: not wanted
+OSStatus AI_GetListOfOutputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
+OSStatus AI_GetListOfInputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
+
+/// The greatest rate that the input side can run at, 0 where it names none. @return also -1 when out of memory
+OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz);
+
+/// The rate of the input side that comes closest to the one wanted, 0 where it names none.
+///
+/// Each range counts by its upper end, and the first that is named counts first. A later one takes its place where
+/// it is closer and not below the wanted rate: one that is closer from below is passed over.
+///
+/// @param rateHz  the wanted rate on entry
+OSStatus AI_GetClosestSampleRate(AudioDeviceID device, double* rateHz);
+
+// ---- Buffer lists
+
+/// Bytes of a list of that many buffers, and of one more.
+UInt32 AI_CalculateByteSize(UInt32 buffers);
+/// A zeroed, page-aligned list without data, to be given to AI_DestroyBufferList. @return null when out of memory
+AudioBufferList* AI_CreateBufferList(UInt32 buffers);
+/// The same, with `bytes` of silence a buffer. @return null where any memory was not to be had
+AudioBufferList* AI_CreateAllocedBufferList(UInt32 buffers, UInt32 channelsPerBuffer, UInt32 bytes);
+/// A list of one buffer over the caller's data, which must be taken out again before the list is destroyed.
+AudioBufferList* AI_WrapInterleavedDataInBufferList(void* data, UInt32 bytes, UInt32 channels);
+/// Frees each buffer's data and the list, which may be null.
+void AI_DestroyBufferList(AudioBufferList* list);
+
+// ---- Samples. @realtime yes
+
+/// Weaves two channels. @param byteCount  of one channel
+OSStatus AI_InterleaveFloat(const float* left, const float* right, int byteCount, float* out);
+
+/// Splits stereo frames into two channels.
+///
+/// @param byteCount  of the frames; where it is odd nothing is done
+/// @return           0, or 1 for an odd count
+OSStatus AI_DeinterleaveFloat(const float* in, UInt32 byteCount, float* left, float* right);
+/// The same, with samples of -1 to 1 put on the scale of 16-bit integers.
+OSStatus AI_DeinterleaveFloatAndLamify(const float* in, UInt32 byteCount, float* left, float* right);
+
+/// Limits samples to [-limit, limit], in place.
+/// @return 0, or 1 where `byteCount` is no whole number of samples, with nothing done
+OSStatus AI_LimitFloat(float* samples, UInt32 byteCount, float limit);

@@ -1,0 +1,185 @@
+// Buffered and converted inputs over a scripted source.
+#include "FakeSource.h"
+#include "capture/OSLAudio_ConvertedInputCapture.h"
+
+#include <memory>
+
+namespace {
+
+template <class Input>
+struct Rig {
+    explicit Rig(double rateHz = 48000, UInt32 channels = 2) : mSource(new FakeSource(rateHz, channels))
+    {
+        mInput.Create(mSource);
+        mInput.AllowRendering();
+    }
+    /// The frames from the head to the end of what the ring holds.
+    UInt32 Readable()
+    {
+        UInt32 frames = 0;
+        while (mInput.CheckFetch(frames + 1) == RingOK) ++frames;
+        return frames;
+    }
+    OSStatus SetRate(double rateHz, UInt32 channels)
+    {
+        AudioStreamBasicDescription desc = FloatDesc(rateHz, channels, false);
+        return mInput.SetOutputDesc(&desc);
+    }
+    OSStatus Render(Block& block, UInt32 frames)
+    {
+        UInt32 flags = 0;
+        const AudioTimeStamp time{};
+        return mInput.Render(&flags, &time, 0, frames, block.List());
+    }
+
+    FakeSource* mSource;
+    Input mInput;
+};
+
+using BufferedRig = Rig<OSLAudio_BufferedInputCapture>;
+using ConvertedRig = Rig<OSLAudio_ConvertedInputCapture>;
+
+AudioTimeStamp HostStamp(double sampleTime, uint64_t hostTime)
+{
+    AudioTimeStamp time{};
+    time.mSampleTime = sampleTime;
+    time.mHostTime = hostTime;
+    return time;
+}
+
+TEST(BufferedInput, WhatComesBeforeTheGateOpensLeavesNoTrace)
+{
+    auto* const source = new FakeSource;
+    OSLAudio_BufferedInputCapture input;
+    EXPECT_EQ(input.Create(source), 0);
+    source->Push(1000, 64);
+    EXPECT_FALSE(input.HasData());
+    EXPECT_EQ(input.GetFirstInputTime().mHostTime, 0u);
+    input.AllowRendering();
+    source->Push(1064, 64);
+    source->Push(1128, 64);
+    EXPECT_TRUE(input.HasData());
+    EXPECT_EQ(input.GetFirstInputTime().mSampleTime, 1064);
+    EXPECT_GT(input.GetLastInputHostTime(), input.GetFirstInputTime().mHostTime);
+    input.ResetBuffering();
+    EXPECT_FALSE(input.HasData());
+    source->Push(1192, 64);  // the gate is still open
+    EXPECT_EQ(input.GetFirstInputTime().mSampleTime, 1192);
+}
+
+TEST(BufferedInput, AFailingSourceShowsOnlyInIsInitialized)
+{
+    auto* const source = new FakeSource;
+    source->mInitializeStatus = -1;
+    OSLAudio_BufferedInputCapture input;
+    EXPECT_EQ(input.Create(source), 0);
+    EXPECT_FALSE(input.IsInitialized());
+}
+
+TEST(BufferedInput, AStampWithoutHostTimeLeavesTheFirstOneOpen)
+{
+    BufferedRig rig;
+    rig.mSource->Push(0, 64, 0);
+    EXPECT_TRUE(rig.mInput.HasData());
+    EXPECT_EQ(rig.mInput.GetFirstInputTime().mHostTime, 0u);
+    rig.mSource->Push(64, 64, 5);
+    EXPECT_EQ(rig.mInput.GetFirstInputTime().mSampleTime, 64);
+}
+
+TEST(BufferedInput, TheHeadIsPutAtAHostTimeAndRoundedUp)
+{
+    constexpr double kFrameNanos = 1e9 / 48000;
+    struct {
+        const char* mWhat;
+        double mSampleTime;
+        double mFramesLater;  // host time beyond the first stamp's
+        bool mTranslates;
+        double mSkip;
+    } const cases[] = {
+        {"the same host time counts samples", 1010.25, 0, true, 11},
+        {"and needs no clock", 1000, 0, false, 0},
+        {"a whole number of frames later", 777, 480, true, 480},
+        {"a fraction moves the head up", 777, 100.3, true, 101},
+        {"a source that cannot tell is taken at its time 0", 777, 100.3, false, -1000},
+    };
+    for (const auto& at : cases) {
+        SCOPED_TRACE(at.mWhat);
+        BufferedRig rig;
+        rig.mSource->mHostZero = 0;
+        rig.mSource->mTranslates = at.mTranslates;
+        rig.mSource->Push(1000, 4800);
+        const AudioTimeStamp time = HostStamp(
+            at.mSampleTime, rig.mInput.GetFirstInputTime().mHostTime + uint64_t(at.mFramesLater * kFrameNanos));
+        EXPECT_EQ(rig.mInput.SynchronizeSkipSamples(&time), at.mSkip);
+        if (at.mSkip < 0) continue;
+        rig.mInput.Synchronize(&time);
+        EXPECT_EQ(rig.Readable(), UInt32(4800 - at.mSkip));
+    }
+}
+
+TEST(ConvertedInput, SkippingCountsTheSourcesFramesAndDropsAFraction)
+{
+    ConvertedRig rig(48000);
+    ASSERT_EQ(rig.SetRate(44100, 2), 0);
+    rig.mSource->Push(0, 4800);
+    rig.mInput.SkipFrames(441);
+    EXPECT_EQ(rig.Readable(), 4800u - 480);
+    rig.mInput.SkipFrames(1);
+    EXPECT_EQ(rig.Readable(), 4800u - 481);
+    rig.mInput.OSLAudio_BufferedInputCapture::SkipFrames(100);
+    EXPECT_EQ(rig.Readable(), 4800u - 581);
+}
+
+TEST(ConvertedInput, PlaysASlowCrystalFasterAndTakesNoScalarOfZero)
+{
+    struct {
+        double mFirst, mThen;
+        UInt32 mPulled;  // of 20 renders of 480 frames
+    } const cases[] = {{1.0, 1.0, 9600}, {1.01, 1.01, 9504}, {0.99, 0.99, 9696}, {1.01, 0.0, 9504}, {0.0, 0.0, 9600}};
+    for (const auto& at : cases) {
+        SCOPED_TRACE(at.mFirst);
+        ConvertedRig rig;
+        ASSERT_EQ(rig.SetRate(48000, 2), 0);
+        ASSERT_EQ(rig.mInput.Start(), 0);
+        rig.mSource->Push(0, 20000);
+        Block block(2, 480);
+        for (int cycle = 0; cycle < 20; ++cycle) {
+            rig.mSource->mRateScalar = cycle == 0 ? at.mFirst : at.mThen;
+            ASSERT_EQ(rig.Render(block, 480), 0);
+        }
+        EXPECT_NEAR(20000.0 - rig.Readable(), at.mPulled, 4);  // the first block's speed is ramped
+    }
+}
+
+TEST(ConvertedInput, ARefusedPullLeavesHeadAndListAlone)
+{
+    ConvertedRig rig;
+    ASSERT_EQ(rig.SetRate(48000, 2), 0);
+    ASSERT_EQ(rig.mInput.Start(), 0);
+    rig.mSource->Push(0, 500);
+    Block block(2, 512, 0.5F);
+    EXPECT_EQ(rig.Render(block, 512), RingSlightlyAhead);
+    EXPECT_EQ(rig.Readable(), 500u);
+    EXPECT_EQ(block[1][511], 0.5F);
+    EXPECT_TRUE(rig.mInput.TakeRefusal());
+    EXPECT_FALSE(rig.mInput.TakeRefusal());
+}
+
+TEST(ConvertedInput, TakesAMonoSourceThatCallsItselfInterleaved)
+{
+    ConvertedRig rig(48000, 1);
+    ASSERT_EQ(rig.SetRate(48000, 1), 0);
+    ASSERT_EQ(rig.mInput.Start(), 0);
+    rig.mSource->Push(1, 4800);
+    rig.mInput.SkipFrames(1);
+    Block block(1, 1024);
+    ASSERT_EQ(rig.Render(block, 1024), 0);
+    double seconds = 0;
+    ASSERT_EQ(rig.mInput.GetGraphLatency(&seconds), 0);
+    const auto delay = size_t(seconds * 48000 + 0.5);
+    EXPECT_EQ(block[0][delay - 1], 0);
+    EXPECT_EQ(block[0][delay], SampleAt(1));  // bit exact where the rates are equal
+    EXPECT_EQ(block[0][1023], SampleAt(1024 - double(delay)));
+}
+
+}  // namespace

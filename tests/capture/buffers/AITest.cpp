@@ -1,0 +1,55 @@
+#include "capture/buffers/AI.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+TEST(AI, WeavesAndSplitsAndScales)
+{
+    const float left[] = {1, 2, 3}, right[] = {4, 5, 6};
+    std::vector<float> woven(6), a(4, 9), b(4, 9);
+    EXPECT_EQ(AI_InterleaveFloat(left, right, 12, woven.data()), 0);
+    EXPECT_EQ(woven, (std::vector<float>{1, 4, 2, 5, 3, 6}));
+    EXPECT_EQ(AI_DeinterleaveFloat(woven.data(), 24, a.data(), b.data()), 0);
+    EXPECT_EQ(a, (std::vector<float>{1, 2, 3, 9}));
+    EXPECT_EQ(AI_DeinterleaveFloatAndLamify(woven.data(), 16, a.data(), b.data()), 0);
+    EXPECT_EQ(b, (std::vector<float>{131072, 163840, 6, 9}));
+    EXPECT_EQ(AI_DeinterleaveFloat(woven.data(), 23, a.data(), b.data()), 1);
+    EXPECT_EQ(AI_DeinterleaveFloatAndLamify(woven.data(), 23, a.data(), b.data()), 1);
+    EXPECT_EQ(a[0], 32768);
+}
+
+TEST(AI, LimitsWholeSamplesOnly)
+{
+    std::vector<float> samples = {2, -2, 0.25F};
+    EXPECT_EQ(AI_LimitFloat(samples.data(), 6, 1), 1);
+    EXPECT_EQ(AI_LimitFloat(samples.data(), 0, 1), 0);
+    EXPECT_EQ(samples[0], 2);
+    EXPECT_EQ(AI_LimitFloat(samples.data(), 12, 0.5F), 0);
+    EXPECT_EQ(samples, (std::vector<float>{0.5F, -0.5F, 0.25F}));
+}
+
+TEST(AI, MakesListsWithAndWithoutData)
+{
+    EXPECT_EQ(AI_CalculateByteSize(0), 24u);
+    EXPECT_EQ(AI_CalculateByteSize(2), 56u);
+    AudioBufferList* const alloced = AI_CreateAllocedBufferList(2, 3, 64);
+    ASSERT_NE(alloced, nullptr);
+    EXPECT_EQ(alloced->mNumberBuffers, 2u);
+    const AudioBuffer& second = alloced->mBuffers[1];
+    EXPECT_EQ(second.mNumberChannels, 3u);
+    EXPECT_EQ(second.mDataByteSize, 64u);
+    EXPECT_EQ(static_cast<const float*>(second.mData)[15], 0);
+    AI_DestroyBufferList(alloced);
+    float frame[2] = {};
+    AudioBufferList* const wrapped = AI_WrapInterleavedDataInBufferList(frame, sizeof frame, 2);
+    ASSERT_NE(wrapped, nullptr);
+    EXPECT_EQ(wrapped->mBuffers[0].mData, frame);
+    wrapped->mBuffers[0].mData = nullptr;
+    AI_DestroyBufferList(wrapped);
+    AI_DestroyBufferList(nullptr);
+}
+
+}  // namespace
