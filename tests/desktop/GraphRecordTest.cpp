@@ -9,32 +9,7 @@ namespace desktop {
 namespace {
 
 using GraphRecordTest = RecordFixture;
-
-// Frames at which a click is heard: the greatest sample of each stretch above half of what was played.
-std::vector<size_t> Clicks(const std::vector<float>& samples)
-{
-    std::vector<size_t> clicks;
-    for (size_t n = 0; n < samples.size(); ++n) {
-        if (std::fabs(samples[n]) < 0.45) continue;
-        const auto end = samples.begin() + long(std::min(samples.size(), n + 64));
-        const auto louder = [](float a, float b) { return std::fabs(a) < std::fabs(b); };
-        clicks.push_back(size_t(std::max_element(samples.begin() + long(n), end, louder) - samples.begin()));
-        n = clicks.back() + 64;
-    }
-    return clicks;
-}
-
-// By how many frames the second lags the first, click by click.
-std::vector<double> Lags(const std::vector<size_t>& first, const std::vector<size_t>& second)
-{
-    std::vector<double> lags;
-    for (const size_t click : first) {
-        const auto nearest = std::ranges::min_element(
-            second, {}, [click](size_t other) { return std::fabs(double(other) - double(click)); });
-        if (nearest != second.end()) lags.push_back(double(*nearest) - double(click));
-    }
-    return lags;
-}
+using support::Clicks;
 
 // Both click with the host clock; the microphone's crystal is off.
 TEST_F(GraphRecordTest, ClicksOfAnApplicationAndOfAMicrophoneLandTogetherAndStayThere)
@@ -44,7 +19,7 @@ TEST_F(GraphRecordTest, ClicksOfAnApplicationAndOfAMicrophoneLandTogetherAndStay
     auto microphone = mPipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200"});
     const Recording recording = Record({"--source", "app:game", "--source", "input:mic", "-c", "0", "-d", "20"});
     ASSERT_EQ(recording.mChannels, 3) << "the application's two and the microphone's one";
-    const std::vector<double> lags = Lags(Clicks(recording.Channel(0)), Clicks(recording.Channel(2)));
+    const std::vector<double> lags = support::Lags(Clicks(recording.Channel(0)), Clicks(recording.Channel(2)));
     ASSERT_GT(lags.size(), 30u);
     for (const double lag : lags) EXPECT_LT(std::fabs(lag), 0.0015 * kRateHz);
     const std::span<const double> late = std::span(lags).last(16);
