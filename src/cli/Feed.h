@@ -35,6 +35,7 @@ struct FeedWish {
 struct FeedState {
     uint64_t mFramesLost = 0;              // came and could not be read in time
     uint64_t mFramesMissed = 0;            // the audio server did not deliver them, or not in time
+    uint64_t mFramesSilent = 0;            // all were silent until they were aligned, or while one brought nothing
     std::vector<std::string> mWaitingFor;  // tracks that bring nothing now and so hold up all, as they were asked for
 };
 

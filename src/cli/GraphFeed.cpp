@@ -59,10 +59,24 @@ void GraphFeed::Stop()
 {
     mStop.store(true, std::memory_order_relaxed);
     if (std::exchange(mRuns, false)) kernel::pthread_join(mThread, nullptr);
-    if (!std::exchange(mOpen, false)) return;
+    if (!mOpen) return;
+    State();
+    mOpen = false;
     mCapture.Pause();
     mCapture.Uninitialize();
     CAAudioBufferList::Deallocate(std::exchange(mBuffers, nullptr));
+}
+
+FeedState GraphFeed::State()
+{
+    if (!mOpen) return mLast;
+    const CVNRenderCounts counts = mCapture.GetRenderCounts();
+    mLast = {};
+    mLast.mFramesSilent = uint64_t(counts.mWaitingCycles + counts.mSilentCycles) * kCycleFrames;
+    for (size_t i = 0; i < mCapture.GetInputCount(); ++i)
+        if (mCapture.GetInputStatus(i).mSilentFrames > mWish.mRateHz / 2)
+            mLast.mWaitingFor.push_back(mWish.mTracks[i].mWords);
+    return mLast;
 }
 
 void* GraphFeed::Entry(void* feed)
@@ -101,7 +115,7 @@ void GraphFeed::RenderCycle() CORVANE_REALTIME
     UInt32 flags = 0;
     if (mCapture.Render(&flags, &time, 0, kCycleFrames, mBuffers) != 0) CAAudioBufferList::Clear(*mBuffers);
     AudioBufferList whole{1, {{mWish.mChannels, UInt32(mInterleaved.size() * sizeof(float)), mInterleaved.data()}}};
-    CAAudioBufferList::Interleave(*mBuffers, whole);
+    CAAudioBufferList::Interleave(mBuffers, &whole);
     mSink.Take(mInterleaved.data(), kCycleFrames);
 }
 

@@ -1,12 +1,12 @@
 // GraphFeed: several sources in one stream: a capture graph, pulled once a cycle by the host clock.
-// Why: applications and inputs have clocks of their own; the graph aligns them, takes their drift out and mixes them. It
-// has to be pulled at the pace of the host clock, neither faster nor slower, for as long as the recording lasts.
+// Why: applications and inputs have clocks of their own; the graph aligns them, takes their drift out and mixes them.
+// It has to be pulled at the pace of the host clock, neither faster nor slower, for as long as the recording lasts.
 // Start at Open.
 #pragma once
 
 #include "capture/CVNMatrixedCapture.h"
 #include "cli/Feed.h"
-#include "utility/CAAudioBufferList.h"
+#include "platform/kernel/Threads.h"
 
 #include <atomic>
 
@@ -37,6 +37,7 @@ private:
     FeedSink& mSink;
     CVNMatrixedCapture mCapture;
     bool mOpen = false;
+    FeedState mLast;
     pthread_t mThread{};
     bool mRuns = false;
     std::atomic<bool> mStop{false};  // stored by the owner, loaded by the thread; no order needed

@@ -151,6 +151,7 @@ void TellResult(const RecordingWish& wish, const RecordOptions& options, const R
                                        {"frames_lost", state.mFeed.mFramesLost},
                                        {"frames_dropped", state.mFramesDropped},
                                        {"frames_missed", state.mFeed.mFramesMissed},
+                                       {"frames_silent", state.mFeed.mFramesSilent},
                                        {"clipped_samples", state.mClippedSamples},
                                        {"peak_db", LevelsForJSON(progress.Peaks())}};
         fmt::print(to, "{}\n", result.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
@@ -165,6 +166,9 @@ void TellResult(const RecordingWish& wish, const RecordOptions& options, const R
     if (state.mFramesDropped > 0)
         fmt::print(stderr, "corvane: the disk was too slow for {} frames; silence stands in their place\n",
                    state.mFramesDropped);
+    if (state.mFeed.mFramesSilent > 0)
+        fmt::print(stderr, "corvane: {:.2f} s are silent, until every source had begun or while one brought nothing\n",
+                   double(state.mFeed.mFramesSilent) / wish.mRateHz);
     if (state.mClippedSamples > 0)
         fmt::print(stderr, "corvane: {} samples lay beyond full scale and were cut; -f f32 keeps them\n",
                    state.mClippedSamples);

@@ -55,6 +55,7 @@ FeedState TapFeed::State()
     if (mSession) mLosses = mSession->GetLosses();
     return {mFramesLost.load(std::memory_order_relaxed) + mLosses.droppedFrames,
             uint64_t(mLosses.missedFrames) + mLosses.starvedFrames,
+            0,
             {}};
 }
 
