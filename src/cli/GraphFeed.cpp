@@ -1,5 +1,6 @@
 #include "cli/GraphFeed.h"
 
+#include "avcapture/AVCapture.h"
 #include "capture/buffers/CAAudioBufferList.h"
 #include "cli/Lists.h"
 #include "platform/kernel/HostTime.h"
