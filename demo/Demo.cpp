@@ -6,6 +6,7 @@
 #include "support/PrivatePipeWire.h"
 #include "support/SignalAnalysis.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -40,10 +41,15 @@ bool LostNothing(const std::string& said)
 }
 
 // Runs the command as a person would, and shows it.
-std::string RecordOnce(const std::string& source, unsigned seconds, const std::string& file)
+std::string RecordOnce(std::vector<std::string> options, unsigned seconds, const std::string& file)
 {
-    std::printf("\n$ corvane record --source %s -d %u %s\n", source.c_str(), seconds, file.c_str());
-    support::CommandRun run({"record", "--force", "--source", source, "-d", std::to_string(seconds), file});
+    options.insert(options.begin(), "record");
+    options.insert(options.end(), {"-d", std::to_string(seconds), file});
+    std::printf("\n$ corvane");
+    for (const std::string& option : options) std::printf(" %s", option.c_str());
+    std::printf("\n");
+    options.push_back("--force");
+    support::CommandRun run(options);
     const int code = run.Wait();
     std::printf("%s%s", run.Output().c_str(), run.Errors().c_str());
     if (code != 0) ++sFailures;
@@ -52,13 +58,13 @@ std::string RecordOnce(const std::string& source, unsigned seconds, const std::s
 
 // A machine that stands still for longer than a cycle loses that cycle, and the command says so: not what is shown
 // here.
-std::string Record(const std::string& source, unsigned seconds, const std::string& file)
+std::string Record(const std::vector<std::string>& options, unsigned seconds, const std::string& file)
 {
     constexpr int kTries = 3;
-    std::string said = RecordOnce(source, seconds, file);
+    std::string said = RecordOnce(options, seconds, file);
     for (int tries = 1; tries < kTries && !LostNothing(said); ++tries) {
         std::printf("The audio server was late on this machine; once more.\n");
-        said = RecordOnce(source, seconds, file);
+        said = RecordOnce(options, seconds, file);
     }
     return said;
 }
@@ -87,6 +93,19 @@ void ProveCounter(const Recording& recording)
     const size_t lost = report.mSkipped + report.mForeign;
     Prove(lost == 0 && report.mFrames > 4 * kRateHz, "every frame follows the one before, bit for bit",
           std::to_string(report.mFrames) + " frames, " + std::to_string(lost) + " lost");
+}
+
+// An application and a microphone click with the host clock; the microphone's crystal is off.
+void ProveAlignment(const Recording& recording)
+{
+    const auto lags = support::Lags(support::Clicks(recording.Channel(0)), support::Clicks(recording.Channel(2)));
+    if (lags.size() < 8) return Prove(false, "clicks are heard through both", std::to_string(lags.size()));
+    const auto [earliest, latest] = std::ranges::minmax(std::span(lags).last(lags.size() / 2));
+    const double worst = *std::ranges::max_element(lags, {}, [](double lag) { return std::fabs(lag); });
+    Prove(std::fabs(worst) < 0.0015 * kRateHz, "the same clicks land together",
+          Text(worst * 1e3 / kRateHz, "ms at most"));
+    Prove(latest - earliest <= 2, "and stay so, with a crystal that is off by 200 ppm",
+          Text(latest - earliest, "frames of wander"));
 }
 
 void WritePictureData(const Recording& recording, const std::string& folder)
@@ -123,7 +142,7 @@ int main(int argc, char** argv)
     sFailures += list.Wait() != 0;
     std::printf("%s", list.Output().c_str());
 
-    const std::string said = Record("app:interview", 4, folder + "/interview.wav");
+    const std::string said = Record({"--source", "app:interview"}, 4, folder + "/interview.wav");
     const Recording tone = support::ReadRecording(folder + "/interview.wav");
     ProveTone(tone, said, 4);
     WritePictureData(tone, folder);
@@ -131,7 +150,15 @@ int main(int argc, char** argv)
     std::printf("\nTwo more applications now play counters: each sample says which frame it is.\n");
     auto chosen = server.Play({"--name", "chosen", "--counter"});
     auto other = server.Play({"--name", "other", "--counter"});
-    Record("app:chosen", 6, folder + "/counter.wav");
+    Record({"--source", "app:chosen"}, 6, folder + "/counter.wav");
     ProveCounter(support::ReadRecording(folder + "/counter.wav"));
+
+    std::printf(
+        "\nA game now clicks at every half second, and a microphone with a clock of its own hears the same clicks.\n");
+    server.SetQuantum(512);
+    auto clicks = server.Play({"--name", "clicks", "--clicks", "--from-host-time"});
+    auto microphone = server.PlugMicrophone({"--name", "microphone", "--ppm", "200"});
+    Record({"--source", "app:clicks", "--source", "input:microphone", "-c", "0"}, 16, folder + "/clicks.wav");
+    ProveAlignment(support::ReadRecording(folder + "/clicks.wav"));
     return sFailures == 0 ? 0 : 1;
 }

@@ -35,6 +35,33 @@ std::string Level(float peak)
     return peak > 0 ? fmt::format("{:.1f}", DecibelsOf(peak)) : "-inf";
 }
 
+// Bars for as many channels as a line has room for, then levels alone.
+std::string Meters(const std::vector<float>& peaks)
+{
+    if (peaks.size() == 1) return fmt::format("{} {:>6}", Bar(peaks[0]), Level(peaks[0]));
+    if (peaks.size() == 2)
+        return fmt::format("L {} {:>6}  R {} {:>6}", Bar(peaks[0]), Level(peaks[0]), Bar(peaks[1]), Level(peaks[1]));
+    constexpr size_t kMostLevels = 8;
+    std::string text;
+    for (size_t c = 0; c < std::min(peaks.size(), kMostLevels); ++c) text += fmt::format("{:>6} ", Level(peaks[c]));
+    return text + (peaks.size() > kMostLevels ? "..." : "");
+}
+
+std::string Levels(const std::vector<float>& peaks)
+{
+    std::string text;
+    for (const float peak : peaks) text += (text.empty() ? "" : " / ") + Level(peak);
+    return text;
+}
+
+nlohmann::json LevelsForJSON(const std::vector<float>& peaks)
+{
+    nlohmann::json list = nlohmann::json::array();
+    // JSON has no infinity: silence has no level.
+    for (const float peak : peaks) list.push_back(peak > 0 ? nlohmann::json(DecibelsOf(peak)) : nlohmann::json());
+    return list;
+}
+
 const char* NameOf(SampleFormat format)
 {
     switch (format) {
@@ -48,17 +75,6 @@ const char* NameOf(SampleFormat format)
     return "";
 }
 
-uint64_t FramesWithoutSound(const RecordingState& state)
-{
-    return state.mFramesLost + state.mFramesDropped + state.mFramesMissed;
-}
-
-// JSON has no infinity: silence has no level.
-nlohmann::json LevelOrNull(float peak)
-{
-    return peak > 0 ? nlohmann::json(DecibelsOf(peak)) : nlohmann::json();
-}
-
 }  // namespace
 
 double DecibelsOf(float level)
@@ -66,11 +82,14 @@ double DecibelsOf(float level)
     return level > 0 ? 20 * std::log10(double(level)) : -std::numeric_limits<double>::infinity();
 }
 
-Progress::Progress(unsigned rateHz) : mRateHz(rateHz), mIsTerminal(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const RecordingWish& wish)
+    : mRateHz(wish.mRateHz), mPeaks(wish.mChannels), mIsTerminal(isatty(STDERR_FILENO) == 1)
+{
+}
 
 void Progress::Note(const RecordingState& state)
 {
-    for (unsigned c = 0; c < Recorder::kChannels; ++c) mPeak[c] = std::max(mPeak[c], state.mPeak[c]);
+    for (size_t c = 0; c < mPeaks.size(); ++c) mPeaks[c] = std::max(mPeaks[c], state.mPeaks[c]);
 }
 
 void Progress::ClearLine()
@@ -90,13 +109,25 @@ void Progress::Show(const RecordingState& state, bool serverThere)
         fmt::print(stderr, "corvane: the audio server is {}\n",
                    serverThere ? "back; recording goes on" : "away; recording silence until it is back");
     }
+    TellWhoIsSilent(state.mFeed.mWaitingFor);
     if (!mIsTerminal) return;
     ClearLine();
-    fmt::print(stderr, "{}  L {} {:>6}  R {} {:>6} dB", Clock(state.mFrames, mRateHz), Bar(state.mPeak[0]),
-               Level(state.mPeak[0]), Bar(state.mPeak[1]), Level(state.mPeak[1]));
-    if (const uint64_t lost = FramesWithoutSound(state)) fmt::print(stderr, "  lost {}", lost);
+    fmt::print(stderr, "{}  {} dB", Clock(state.mFrames, mRateHz), Meters(state.mPeaks));
+    if (const uint64_t lost = state.FramesWithoutSound()) fmt::print(stderr, "  lost {}", lost);
     std::fflush(stderr);
     mLineShown = true;
+}
+
+void Progress::TellWhoIsSilent(const std::vector<std::string>& waitingFor)
+{
+    if (waitingFor == mWaitingFor) return;
+    ClearLine();
+    for (const std::string& words : waitingFor)
+        if (std::ranges::count(mWaitingFor, words) == 0)
+            fmt::print(stderr, "corvane: nothing comes from {}; the recording is silent until it does\n", words);
+    for (const std::string& words : mWaitingFor)
+        if (std::ranges::count(waitingFor, words) == 0) fmt::print(stderr, "corvane: {} is there\n", words);
+    mWaitingFor = waitingFor;
 }
 
 void Progress::Finish(const RecordingState& state)
@@ -114,26 +145,30 @@ void TellResult(const RecordingWish& wish, const RecordOptions& options, const R
         const nlohmann::json result = {{"file", wish.mPath},
                                        {"format", NameOf(wish.mFormat)},
                                        {"rate", wish.mRateHz},
-                                       {"channels", Recorder::kChannels},
+                                       {"channels", wish.mChannels},
                                        {"frames", state.mFrames},
                                        {"seconds", seconds},
-                                       {"frames_lost", state.mFramesLost},
+                                       {"frames_lost", state.mFeed.mFramesLost},
                                        {"frames_dropped", state.mFramesDropped},
-                                       {"frames_missed", state.mFramesMissed},
+                                       {"frames_missed", state.mFeed.mFramesMissed},
+                                       {"frames_silent", state.mFeed.mFramesSilent},
                                        {"clipped_samples", state.mClippedSamples},
-                                       {"peak_db", {LevelOrNull(progress.Peak(0)), LevelOrNull(progress.Peak(1))}}};
+                                       {"peak_db", LevelsForJSON(progress.Peaks())}};
         fmt::print(to, "{}\n", result.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
         return;
     }
-    fmt::print(to, "{}: {:.3f} s, {} frames at {} Hz, {}, peak {} / {} dB, frames lost: {}\n",
+    fmt::print(to, "{}: {:.3f} s, {} frames at {} Hz, {}, peak {} dB, frames lost: {}\n",
                wish.mPath == "-" ? "standard output" : wish.mPath, seconds, state.mFrames, wish.mRateHz,
-               NameOf(wish.mFormat), Level(progress.Peak(0)), Level(progress.Peak(1)), FramesWithoutSound(state));
-    if (state.mFramesMissed > 0)
+               NameOf(wish.mFormat), Levels(progress.Peaks()), state.FramesWithoutSound());
+    if (state.mFeed.mFramesMissed > 0)
         fmt::print(stderr, "corvane: the audio server was late with {} frames; silence stands in their place\n",
-                   state.mFramesMissed);
+                   state.mFeed.mFramesMissed);
     if (state.mFramesDropped > 0)
         fmt::print(stderr, "corvane: the disk was too slow for {} frames; silence stands in their place\n",
                    state.mFramesDropped);
+    if (state.mFeed.mFramesSilent > 0)
+        fmt::print(stderr, "corvane: {:.2f} s are silent, until every source had begun or while one brought nothing\n",
+                   double(state.mFeed.mFramesSilent) / wish.mRateHz);
     if (state.mClippedSamples > 0)
         fmt::print(stderr, "corvane: {} samples lay beyond full scale and were cut; -f f32 keeps them\n",
                    state.mClippedSamples);

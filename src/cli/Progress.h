@@ -8,25 +8,27 @@ namespace cli {
 
 class Progress {
 public:
-    explicit Progress(unsigned rateHz);
+    explicit Progress(const RecordingWish& wish);
 
     /// Shows the live line where standard error is a terminal, and tells once when the server goes or comes.
     void Show(const RecordingState& state, bool serverThere);
     /// Ends the live line.
     void Finish(const RecordingState& state);
 
-    /// Greatest level of a channel so far, full scale 1.0.
-    float Peak(unsigned channel) const { return mPeak[channel]; }
+    /// Greatest level so far, a channel each, full scale 1.0.
+    const std::vector<float>& Peaks() const { return mPeaks; }
 
 private:
     void Note(const RecordingState& state);
     void ClearLine();
+    void TellWhoIsSilent(const std::vector<std::string>& waitingFor);
 
     const unsigned mRateHz;
+    std::vector<float> mPeaks;
     const bool mIsTerminal;
     bool mLineShown = false;
     bool mServerThere = true;
-    float mPeak[Recorder::kChannels] = {};
+    std::vector<std::string> mWaitingFor;
 };
 
 /// One line of result, or one JSON object, on standard output (on standard error where the sound went there).

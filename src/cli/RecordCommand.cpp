@@ -58,8 +58,9 @@ bool ProcessExists(pid_t pid)
     return Machine::Current().GetProcesses().Find(pid).has_value();
 }
 
-// Fills in the processes; "system" beside others is everything.
-int ResolveSources(const std::vector<Source>& sources, RecordingWish& wish)
+// One track of all the applications, of everything where "system" is among them; in a recording that keeps channels a
+// track each.
+int ResolveApplications(const std::vector<Source>& sources, RecordingWish& wish)
 {
     const auto applications = platform::process::CopyApplications();
     bool everything = sources.empty();
@@ -67,9 +68,12 @@ int ResolveSources(const std::vector<Source>& sources, RecordingWish& wish)
         const Resolution resolution = Resolve(source, applications, ProcessExists);
         if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNoSource;
         everything = everything || resolution.mProcesses.empty();
-        wish.mProcesses.insert(wish.mProcesses.end(), resolution.mProcesses.begin(), resolution.mProcesses.end());
+        if (wish.mTracks.empty() || wish.mKeepsChannels) wish.mTracks.emplace_back();
+        Track& track = wish.mTracks.back();
+        track.mWords += (track.mWords.empty() ? "" : " and ") + Written(source);
+        track.mProcesses.insert(track.mProcesses.end(), resolution.mProcesses.begin(), resolution.mProcesses.end());
     }
-    if (everything) wish.mProcesses.clear();
+    if (sources.empty() || (everything && !wish.mKeepsChannels)) wish.mTracks = {{.mWords = "system"}};
     return kExitDone;
 }
 
@@ -87,6 +91,13 @@ int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Outpu
         return Complain(text), kExitNoSource;
     }
     return kExitDone;
+}
+
+unsigned CountChannels(const std::vector<Track>& tracks)
+{
+    unsigned channels = 0;
+    for (const Track& track : tracks) channels += track.mChannels;
+    return channels;
 }
 
 unsigned DefaultRate(const std::vector<Output>& outputs, const RecordingWish& wish)
@@ -157,7 +168,7 @@ int Record(const RecordingWish& wish, const RecordOptions& options)
         return TellStartError(status);
     }
     if (options.mVerbose) TellWhatWasHad();
-    Progress progress(wish.mRateHz);
+    Progress progress(wish);
     Watch(recorder, progress);
     const int error = recorder.Finish();
     const RecordingState state = recorder.TakeState();
@@ -178,7 +189,8 @@ int RunRecord(const RecordOptions& options)
     if (const auto why = WhyNoServer()) return Complain(*why), kExitNoServer;
     const std::vector<Output> outputs = CopyOutputs();
     if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
-    if (const int code = ResolveSources(sources, wish)) return code;
+    if (const int code = ResolveApplications(sources, wish)) return code;
+    if (wish.mKeepsChannels) wish.mChannels = CountChannels(wish.mTracks);
     if (wish.mRateHz == 0) wish.mRateHz = DefaultRate(outputs, wish);
     FixFrames(options, wish);
     return Record(wish, options);

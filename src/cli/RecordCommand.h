@@ -10,7 +10,8 @@ namespace cli {
 struct RecordOptions {
     std::vector<std::string> mSources;
     std::vector<std::string> mFrom;
-    std::string mRate;  // empty: that of the device
+    std::string mChannels = "2";  // of the mix; "0": every source keeps its own
+    std::string mRate;            // empty: that of the device
     std::string mFormat = "f32";
     std::string mSeconds;  // empty: until stopped
     std::string mFile;

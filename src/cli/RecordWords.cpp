@@ -33,6 +33,16 @@ std::string ReadFormat(const std::string& text, SampleFormat& format)
     return {};
 }
 
+std::string ReadChannels(const std::string& text, RecordingWish& wish)
+{
+    if (!ReadNumber(text, wish.mChannels) || wish.mChannels > kMostChannels)
+        return fmt::format(
+            "'{}' is not a number of channels from 1 to {}, or 0 for every source's own; for example -c 2", text,
+            kMostChannels);
+    wish.mKeepsChannels = wish.mChannels == 0;
+    return {};
+}
+
 std::string CheckSeconds(const std::string& text)
 {
     double seconds = 0;
@@ -49,6 +59,7 @@ std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::ve
     wish.mReplace = options.mReplace;
     if (options.mFile.empty()) return "a file is missing; for example corvane record talk.wav";
     if (auto wrong = ReadRate(options.mRate, wish.mRateHz); !wrong.empty()) return wrong;
+    if (auto wrong = ReadChannels(options.mChannels, wish); !wrong.empty()) return wrong;
     if (auto wrong = ReadFormat(options.mFormat, wish.mFormat); !wrong.empty()) return wrong;
     if (auto wrong = CheckSeconds(options.mSeconds); !wrong.empty()) return wrong;
     for (const std::string& text : options.mSources) {

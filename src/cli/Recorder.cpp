@@ -1,11 +1,11 @@
 #include "cli/Recorder.h"
 
-#include "platform/foundation/CFDictionary.h"
 #include "platform/kernel/HostTime.h"
 #include "platform/kernel/Threads.h"
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace cli {
 
@@ -18,46 +18,14 @@ constexpr size_t kPieceFrames = 4096;
 constexpr uint64_t kWriterWakesNanos = 50'000'000;
 constexpr uint64_t kHeaderEveryNanos = 1'000'000'000;
 
-AudioStreamBasicDescription StereoFloat(double rateHz)
-{
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = rateHz;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
-    format.mBytesPerPacket = format.mBytesPerFrame = Recorder::kChannels * sizeof(float);
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = Recorder::kChannels;
-    format.mBitsPerChannel = 32;
-    return format;
-}
-
-cf::Ref<cf::Array> ArrayOf(const std::vector<pid_t>& processes)
-{
-    CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0);
-    for (const pid_t pid : processes) {
-        const int32_t value = pid;
-        const auto number =
-            cf::Ref<cf::Number>::Adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
-        CFArrayAppendValue(array, number.Get());
-    }
-    return cf::Ref<cf::Array>::Adopt(array);
-}
-
-cf::Ref<cf::Array> ArrayOf(const std::vector<std::string>& texts)
-{
-    CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0);
-    for (const std::string& text : texts) {
-        const auto string = cf::Ref<cf::String>::Adopt(
-            CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-        if (string) CFArrayAppendValue(array, string.Get());
-    }
-    return cf::Ref<cf::Array>::Adopt(array);
-}
-
 }  // namespace
 
 Recorder::Recorder(RecordingWish wish)
-    : mWish(std::move(wish)), mFile(mWish.mFormat, kChannels, mWish.mRateHz), mPiece(kPieceFrames * kChannels)
+    : mWish(std::move(wish)),
+      mFile(mWish.mFormat, mWish.mChannels, mWish.mRateHz),
+      mFeed(MakeFeed(mWish, *this)),
+      mPiece(kPieceFrames * mWish.mChannels),
+      mPeaks(mWish.mChannels)
 {
 }
 
@@ -73,28 +41,16 @@ int Recorder::OpenFile()
 
 int Recorder::Start()
 {
-    AudioStreamBasicDescription format = StereoFloat(mWish.mRateHz);
-    const auto devices = mWish.mDeviceUIDs.empty() ? cf::Ref<cf::Array>() : ArrayOf(mWish.mDeviceUIDs);
-    const auto processes = mWish.mProcesses.empty() ? cf::Ref<cf::Array>() : ArrayOf(mWish.mProcesses);
-    // In small pieces, so that what was played just before the end is in the file, and the meter is live.
-    const int status = AVCapture::CreateAudio(&mSession, Callback, this, format, devices.Get(), processes.Get(),
-                                              kAVCaptureLowLatencyAudio);
-    if (status != 0) return status;
+    if (const int status = mFeed->Open()) return status;
     // Megabytes that take milliseconds to make: while the server puts the capture in place, not before.
-    mQueue.emplace(kChannels, size_t(mWish.mRateHz) * kQueueSeconds);
+    mQueue.emplace(mWish.mChannels, size_t(mWish.mRateHz) * kQueueSeconds);
     mWriterRuns = kernel::pthread_create(&mWriter, nullptr, WriterEntry, this, "wav writer") == 0;
-    if (!mWriterRuns) return -108;
-    mSession->Resume();
-    return 0;
+    return mWriterRuns ? mFeed->Start() : -108;
 }
 
 int Recorder::Finish()
 {
-    if (mSession) {
-        TakeLosses();
-        mSession->Stop();
-        delete std::exchange(mSession, nullptr);
-    }
+    mFeed->Stop();
     if (std::exchange(mWriterRuns, false)) {
         mGuard.Lock();
         mStopRequested = true;
@@ -105,22 +61,15 @@ int Recorder::Finish()
     return mFile.Close();
 }
 
-void Recorder::TakeLosses()
-{
-    if (mSession) mLosses = mSession->GetLosses();
-}
-
 RecordingState Recorder::TakeState()
 {
-    TakeLosses();
     RecordingState state;
+    state.mFeed = mFeed->State();
     state.mFrames = mFramesWritten.load(std::memory_order_relaxed);
-    state.mFramesLost = mFramesLost.load(std::memory_order_relaxed) + mLosses.droppedFrames;
     state.mFramesDropped = mFramesDropped.load(std::memory_order_relaxed);
-    state.mFramesMissed = uint64_t(mLosses.missedFrames) + mLosses.starvedFrames;
     state.mClippedSamples = mClipped.load(std::memory_order_relaxed);
     state.mWriteError = mWriteError.load(std::memory_order_relaxed);
-    for (unsigned c = 0; c < kChannels; ++c) state.mPeak[c] = mPeak[c].exchange(0, std::memory_order_relaxed);
+    for (auto& peak : mPeaks) state.mPeaks.push_back(peak.exchange(0, std::memory_order_relaxed));
     const bool locked = mGuard.Lock();
     state.mFinished = mFinished;
     if (locked) mGuard.Unlock();
@@ -134,31 +83,12 @@ void Recorder::WaitFor(uint64_t nanos)
     mGuard.Unlock();
 }
 
-int Recorder::Callback(void* recorder, const void* samples, uint32_t, uint32_t frames, uint64_t timeUS,
-                       AudioStreamBasicDescription)
+void Recorder::Take(const float* samples, uint32_t frames) CORVANE_REALTIME
 {
-    static_cast<Recorder*>(recorder)->Take(static_cast<const float*>(samples), frames, timeUS);
-    return 0;
-}
-
-// Stream time is exact to a microsecond and each block's rounding; half a block is well above both.
-uint64_t Recorder::FramesMissingBefore(uint64_t timeUS) const noexcept
-{
-    constexpr double kHalfABlockFrames = 64;
-    if (!mStarted || timeUS <= mNextTimeUS) return 0;
-    const double frames = double(timeUS - mNextTimeUS) * mWish.mRateHz / 1e6;
-    return frames < kHalfABlockFrames ? 0 : uint64_t(std::llround(frames));
-}
-
-void Recorder::Take(const float* samples, uint32_t frames, uint64_t timeUS) CORVANE_REALTIME
-{
-    const kernel::RealtimeScope cycle;
-    if (const uint64_t missing = FramesMissingBefore(timeUS)) {
-        mOwedFrames += missing;
-        mFramesLost.fetch_add(missing, std::memory_order_relaxed);
+    if (!samples) {
+        mOwedFrames += frames;
+        return;
     }
-    mStarted = true;
-    mNextTimeUS = timeUS + uint64_t(std::llround(frames * 1e6 / mWish.mRateHz));
     if (PayOwedSilence() && mQueue->Write(samples, frames)) return;
     mOwedFrames += frames;
     mFramesDropped.fetch_add(frames, std::memory_order_relaxed);
@@ -224,10 +154,10 @@ bool Recorder::WriteWhatIsThere()
 
 void Recorder::MeasurePeaks(const float* samples, size_t frames)
 {
-    for (unsigned c = 0; c < kChannels; ++c) {
-        float peak = mPeak[c].load(std::memory_order_relaxed);
-        for (size_t f = 0; f < frames; ++f) peak = std::max(peak, std::fabs(samples[f * kChannels + c]));
-        mPeak[c].store(peak, std::memory_order_relaxed);
+    for (size_t c = 0; c < mPeaks.size(); ++c) {
+        float peak = mPeaks[c].load(std::memory_order_relaxed);
+        for (size_t f = 0; f < frames; ++f) peak = std::max(peak, std::fabs(samples[f * mPeaks.size() + c]));
+        mPeaks[c].store(peak, std::memory_order_relaxed);
     }
 }
 

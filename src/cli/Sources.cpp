@@ -14,7 +14,7 @@ using platform::process::Application;
 namespace {
 
 constexpr const char* kExample =
-    "for example app:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234 or system";
+    "for example app:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234, input:default or system";
 
 std::string Lower(std::string text)
 {
@@ -98,6 +98,8 @@ std::string TellApart(const std::string& written, const std::vector<const Applic
     return text;
 }
 
+}  // namespace
+
 std::string Written(const Source& source)
 {
     switch (source.mKind) {
@@ -111,11 +113,11 @@ std::string Written(const Source& source)
             return fmt::format("pid:{}", source.mPID);
         case Source::Kind::System:
             return "system";
+        case Source::Kind::Input:
+            return "input:" + source.mValue;
     }
     return {};
 }
-
-}  // namespace
 
 std::string ParseSource(const std::string& text, Source& source)
 {
@@ -133,6 +135,8 @@ std::string ParseSource(const std::string& text, Source& source)
         source = {Source::Kind::Identifier, value, 0};
     else if (kind == "path")
         source = {Source::Kind::Path, value, 0};
+    else if (kind == "input")
+        source = {Source::Kind::Input, value, 0};
     else if (kind == "pid") {
         pid_t pid = 0;
         if (!ReadNumber(value, pid) || pid < 1)

@@ -10,16 +10,19 @@ namespace cli {
 
 /// A source as it was written: kind and value, "app:firefox".
 struct Source {
-    enum class Kind { Application, Identifier, Path, Process, System };
+    enum class Kind { Application, Identifier, Path, Process, System, Input };
     Kind mKind = Kind::System;
     std::string mValue;
     pid_t mPID = 0;  // for Process
 };
 
+/// The source as a person writes it.
+std::string Written(const Source& source);
+
 /// Reads a source. @return an empty string, or what is wrong with it, with an example of a right one
 std::string ParseSource(const std::string& text, Source& source);
 
-/// The processes that a source stands for.
+/// The processes that a source stands for, which is no input.
 struct Resolution {
     std::vector<pid_t> mProcesses;  // empty for the whole system
     std::string mError;             // for a person; empty where the source was found

@@ -26,8 +26,9 @@ void AddRecord(CLI::App& app, RecordOptions& options, int& result)
 {
     CLI::App* record = app.add_subcommand("record", "record applications, or everything that is played, to a WAV file");
     record
-        ->add_option("--source", options.mSources,
-                     "app:NAME, id:IDENTIFIER, path:EXECUTABLE, pid:N or system (the default); may be given again")
+        ->add_option(
+            "--source", options.mSources,
+            "app:NAME, id:IDENTIFIER, path:EXECUTABLE, pid:N, input:NAME or system (the default); may be given again")
         ->take_all()
         ->allow_extra_args(false)
         ->type_name("SOURCE");
@@ -37,6 +38,10 @@ void AddRecord(CLI::App& app, RecordOptions& options, int& result)
         ->take_all()
         ->allow_extra_args(false)
         ->type_name("OUTPUT");
+    record
+        ->add_option("-c,--channels", options.mChannels,
+                     "channels of the mix (default 2); 0: every source keeps its own")
+        ->type_name("COUNT");
     record->add_option("-r,--rate", options.mRate, "sample rate (default: the output's)")->type_name("HZ");
     record->add_option("-f,--format", options.mFormat, "f32, s24 or s16 (default f32)")->type_name("FORMAT");
     record->add_option("-d,--duration", options.mSeconds, "stop after this time")->type_name("SECONDS");

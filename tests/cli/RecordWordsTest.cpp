@@ -29,19 +29,11 @@ TEST(RecordWords, RightWordsBecomeAWish)
 TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
 {
     const std::pair<RecordOptions, const char*> cases[] = {
-        {{.mRate = "fast"}, "'fast'"},
-        {{.mRate = "48000.5"}, "'48000.5'"},
-        {{.mRate = "-1"}, "'-1'"},
-        {{.mRate = "0"}, "'0'"},
-        {{.mRate = "4000000"}, "'4000000'"},
-        {{.mFormat = "u8"}, "'u8'"},
-        {{.mSeconds = "soon"}, "'soon'"},
-        {{.mSeconds = "0"}, "'0'"},
-        {{.mSeconds = "nan"}, "'nan'"},
-        {{.mSeconds = "inf"}, "'inf'"},
-        {{.mSeconds = "-3"}, "'-3'"},
-        {{.mSeconds = "10s"}, "'10s'"},
-        {{.mSources = {"nobody"}}, "'nobody'"},
+        {{.mRate = "fast"}, "'fast'"}, {{.mRate = "48000.5"}, "'48000.5'"}, {{.mRate = "-1"}, "'-1'"},
+        {{.mRate = "0"}, "'0'"},       {{.mRate = "4000000"}, "'4000000'"}, {{.mFormat = "u8"}, "'u8'"},
+        {{.mChannels = "65"}, "'65'"}, {{.mChannels = "both"}, "'both'"},   {{.mSeconds = "soon"}, "'soon'"},
+        {{.mSeconds = "0"}, "'0'"},    {{.mSeconds = "nan"}, "'nan'"},      {{.mSeconds = "inf"}, "'inf'"},
+        {{.mSeconds = "-3"}, "'-3'"},  {{.mSeconds = "10s"}, "'10s'"},      {{.mSources = {"nobody"}}, "'nobody'"},
     };
     for (const auto& [options, quoted] : cases) {
         RecordingWish wish;

@@ -1,13 +1,7 @@
 // "corvane record" and "corvane list" on a private PipeWire, as a person would use them.
-#include "support/CommandRun.h"
-#include "support/PrivatePipeWire.h"
+#include "desktop/RecordFixture.h"
 #include "support/SignalAnalysis.h"
 #include "support/SpeakerProbe.h"
-
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-#include <signal.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,61 +12,17 @@
 namespace desktop {
 namespace {
 
+using RecordTest = RecordFixture;
 using support::CheckCounter;
-using support::ChildProcess;
-using support::CommandRun;
 using support::CounterReport;
-using support::PrivatePipeWire;
-using support::ReadRecording;
-using support::Recording;
 using support::WaitForSize;
 
-constexpr unsigned kRateHz = 48000;
-constexpr size_t kFrameBytes = 2 * sizeof(float);
 constexpr int kTries = 4;
 #ifdef CORVANE_SANITIZED
 constexpr unsigned kLongSeconds = 10;
 #else
 constexpr unsigned kLongSeconds = 60;
 #endif
-
-class RecordTest : public ::testing::Test {
-protected:
-    ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
-    {
-        more.insert(more.end(), {"--name", name, "--counter"});
-        return mPipeWire.Play(more);
-    }
-    // Runs to its end; every loss but the server's own lateness, which goes to mMissed, is a fault.
-    Recording Finished(CommandRun& run)
-    {
-        EXPECT_EQ(run.Wait(), 0) << run.Errors();
-        const auto result = nlohmann::json::parse(run.Output());
-        const Recording recording = ReadRecording(File());
-        EXPECT_EQ(result["frames"], recording.Frames());
-        EXPECT_EQ(result["frames_lost"], 0);
-        EXPECT_EQ(result["frames_dropped"], 0);
-        mMissed = result["frames_missed"];
-        return recording;
-    }
-    Recording Record(std::vector<std::string> options)
-    {
-        options.insert(options.begin(), {"record", "--json", "--force"});
-        options.push_back(File());
-        CommandRun run(options);
-        return Finished(run);
-    }
-    // How many frames the server did not ask for of an application that has ended.
-    static uint64_t MissedBy(ChildProcess& application)
-    {
-        application.End(SIGTERM);
-        return std::stoull(application.ReadLine().substr(std::string("missed ").size()));
-    }
-    std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
-
-    PrivatePipeWire mPipeWire;
-    uint64_t mMissed = 0;  // frames that the server did not deliver to the recorder that finished last
-};
 
 std::vector<float> Negated(std::vector<float> samples)
 {

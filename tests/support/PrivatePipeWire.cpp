@@ -160,6 +160,14 @@ ChildProcess PrivatePipeWire::Play(std::vector<std::string> options)
     return application;
 }
 
+ChildProcess PrivatePipeWire::PlugMicrophone(std::vector<std::string> options)
+{
+    options.insert(options.begin(), "./corvane-test-microphone");
+    ChildProcess microphone(options);
+    microphone.ReadLine();
+    return microphone;
+}
+
 ChildProcess PrivatePipeWire::ServePulse()
 {
     const std::string folder = mFolder + "/pulse";

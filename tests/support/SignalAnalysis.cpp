@@ -1,5 +1,6 @@
 #include "support/SignalAnalysis.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <numbers>
@@ -91,6 +92,31 @@ CounterReport CheckCounter(std::span<const float> samples)
         report.mFrames = n - report.mLeadingSilence;
     }
     return report;
+}
+
+std::vector<size_t> Clicks(std::span<const float> samples)
+{
+    constexpr size_t kLongest = 64;  // a resampled click rings
+    const auto quieter = [](float a, float b) { return std::fabs(a) < std::fabs(b); };
+    std::vector<size_t> clicks;
+    for (size_t n = 0; n < samples.size(); ++n) {
+        if (std::fabs(samples[n]) < 0.45) continue;
+        const auto piece = samples.subspan(n, std::min(kLongest, samples.size() - n));
+        clicks.push_back(n + size_t(std::ranges::max_element(piece, quieter) - piece.begin()));
+        n = clicks.back() + kLongest;
+    }
+    return clicks;
+}
+
+std::vector<double> Lags(std::span<const size_t> first, std::span<const size_t> second)
+{
+    std::vector<double> lags;
+    if (second.empty()) return lags;
+    for (const size_t click : first) {
+        const auto distance = [click](size_t other) { return std::fabs(double(other) - double(click)); };
+        lags.push_back(double(*std::ranges::min_element(second, {}, distance)) - double(click));
+    }
+    return lags;
 }
 
 std::vector<float> Channel(std::span<const float> interleaved, unsigned channels, unsigned which)

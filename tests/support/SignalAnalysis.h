@@ -33,6 +33,11 @@ struct CounterReport {
 };
 CounterReport CheckCounter(std::span<const float> samples);
 
+/// Frames at which a click is heard: the greatest sample of each stretch above half of full scale.
+std::vector<size_t> Clicks(std::span<const float> samples);
+/// By how many frames the nearest click of `second` lags each of `first`.
+std::vector<double> Lags(std::span<const size_t> first, std::span<const size_t> second);
+
 /// One channel of interleaved samples.
 std::vector<float> Channel(std::span<const float> interleaved, unsigned channels, unsigned which);
 

@@ -29,6 +29,7 @@ struct Options {
     double mAmplitude = 0.25;
     bool mCounter = false;
     bool mFromHostTime = false;
+    bool mClicks = false;
     std::string mPositions = "FL FR";
     int mOnly = -1;  // the only channel with sound; below 0: all
     std::string mTarget;
@@ -143,6 +144,7 @@ float Player::Sample(unsigned channel) const
         const float count = static_cast<float>((mFirstCount + mFrame) % kCounterPeriod) / kCounterPeriod;
         return channel % 2 == 0 ? count : -count;
     }
+    if (mOptions.mClicks) return (mFirstCount + mFrame) % (mOptions.mRateHz / 2) == 0 ? 0.9f : 0.0f;
     const double cycles = mOptions.mFrequencyHz * static_cast<double>(mFrame) / mOptions.mRateHz;
     return static_cast<float>(mOptions.mAmplitude * std::sin(2 * std::numbers::pi * std::fmod(cycles, 1.0)));
 }
@@ -203,6 +205,8 @@ int main(int argc, char** argv)
     command.add_option("--frequency", options.mFrequencyHz, "of the tone, in Hz");
     command.add_option("--amplitude", options.mAmplitude, "of the tone");
     command.add_flag("--counter", options.mCounter, "play frame index / 2^20, negated in odd channels");
+    command.add_flag("--clicks", options.mClicks,
+                     "play a click every half second; with --from-host-time, of the host clock");
     command.add_flag("--from-host-time", options.mFromHostTime, "begin the count with the host clock's frames so far");
     command.add_option("--positions", options.mPositions, "channels, as \"FL FR\"");
     command.add_option("--only", options.mOnly, "the one channel that is not silent, from 0");

@@ -1,0 +1,16 @@
+// Lists: values of ours as the lists that published calls take.
+#pragma once
+
+#include "platform/foundation/CFDictionary.h"
+
+#include <sys/types.h>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/// Null for an empty one: no choice.
+cf::Ref<cf::Array> ArrayOf(const std::vector<pid_t>& processes);
+cf::Ref<cf::Array> ArrayOf(const std::vector<std::string>& texts);
+
+}  // namespace cli

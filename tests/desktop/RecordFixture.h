@@ -1,0 +1,60 @@
+// RecordFixture: a private PipeWire, and the command recording on it.
+#pragma once
+
+#include "support/CommandRun.h"
+#include "support/PrivatePipeWire.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <signal.h>
+
+namespace desktop {
+
+using support::ChildProcess;
+using support::CommandRun;
+using support::ReadRecording;
+using support::Recording;
+
+constexpr unsigned kRateHz = 48000;
+constexpr size_t kFrameBytes = 2 * sizeof(float);
+
+class RecordFixture : public ::testing::Test {
+protected:
+    ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
+    {
+        more.insert(more.end(), {"--name", name, "--counter"});
+        return mPipeWire.Play(more);
+    }
+    // Runs to its end; every loss but the server's own lateness, which goes to mMissed, is a fault.
+    Recording Finished(CommandRun& run)
+    {
+        EXPECT_EQ(run.Wait(), 0) << run.Errors();
+        const auto result = nlohmann::json::parse(run.Output());
+        const Recording recording = ReadRecording(File());
+        EXPECT_EQ(result["frames"], recording.Frames());
+        EXPECT_EQ(result["frames_lost"], 0);
+        EXPECT_EQ(result["frames_dropped"], 0);
+        mMissed = result["frames_missed"];
+        return recording;
+    }
+    Recording Record(std::vector<std::string> options)
+    {
+        options.insert(options.begin(), {"record", "--json", "--force"});
+        options.push_back(File());
+        CommandRun run(options);
+        return Finished(run);
+    }
+    // How many frames the server did not ask for of an application that has ended.
+    static uint64_t MissedBy(ChildProcess& application)
+    {
+        application.End(SIGTERM);
+        return std::stoull(application.ReadLine().substr(std::string("missed ").size()));
+    }
+    std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
+
+    support::PrivatePipeWire mPipeWire;
+    uint64_t mMissed = 0;  // frames that the server did not deliver to the recorder that finished last
+};
+
+}  // namespace desktop
