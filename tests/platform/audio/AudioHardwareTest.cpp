@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <vector>
 
 using platform::machine::ChannelPosition;
@@ -112,6 +113,56 @@ TEST_F(AudioHardware, DevicesSayWhatTheyAre)
     EXPECT_EQ(AudioDeviceGetProperty(cinema, 0, true, kAudioDevicePropertyStreamConfiguration, &size, &list), 0);
     EXPECT_EQ(list.mNumberBuffers, 0u);
     EXPECT_EQ(size, 8u);
+}
+
+TEST_F(AudioHardware, AnInputHasItsStreamOnItsInputSideAndStandsBesideAnOutputOfItsUID)
+{
+    using P = ChannelPosition;
+    mMachine.mServer.mSnapshot.mInputs = {{70, "webcam", "Webcam", 16000, {P::Mono}},
+                                          {75, "desk", "Desk", 48000, {P::Auxiliary0, P::FrontLeft, P::FrontRight}}};
+    mMachine.mServer.mSnapshot.mDefaultInput = 75;
+    const std::vector<AudioDeviceID> devices = Devices();
+    ASSERT_EQ(devices.size(), 6u);
+    const AudioDeviceID desk = devices[5];
+    EXPECT_NE(desk, Translate("desk"));
+    EXPECT_EQ(Default(kAudioHardwarePropertyDefaultInputDevice), desk);
+
+    const auto streams = [](AudioDeviceID device, bool isInput) {
+        AudioStreamID stream = 0;
+        UInt32 size = sizeof stream;
+        EXPECT_EQ(AudioDeviceGetProperty(device, 0, isInput, kAudioDevicePropertyStreams, &size, &stream), 0);
+        return std::vector<AudioStreamID>(size / sizeof stream, stream);
+    };
+    EXPECT_TRUE(streams(desk, false).empty());
+    EXPECT_TRUE(streams(devices[0], true).empty());
+    ASSERT_EQ(streams(desk, true).size(), 1u);
+    const auto direction = [&](AudioStreamID stream) {
+        UInt32 isInput = 7, size = sizeof isInput;
+        EXPECT_EQ(AudioStreamGetProperty(stream, 0, kAudioStreamPropertyDirection, &size, &isInput), 0);
+        return isInput;
+    };
+    EXPECT_EQ(direction(streams(desk, true)[0]), 1u);
+    EXPECT_EQ(direction(streams(devices[0], false)[0]), 0u);
+
+    AudioStreamBasicDescription ofDevice{}, ofStream{};
+    UInt32 size = sizeof ofDevice;
+    EXPECT_EQ(AudioDeviceGetProperty(desk, 0, true, kAudioDevicePropertyStreamFormat, &size, &ofDevice), 0);
+    EXPECT_EQ(ofDevice.mChannelsPerFrame, 3u);
+    EXPECT_EQ(ofDevice.mBytesPerFrame, 12u);
+    EXPECT_EQ(ofDevice.mFormatFlags, 9u);
+    EXPECT_EQ(AudioStreamGetProperty(streams(desk, true)[0], 0, kAudioDevicePropertyStreamFormat, &size, &ofStream), 0);
+    EXPECT_EQ(std::memcmp(&ofDevice, &ofStream, sizeof ofDevice), 0);
+    UInt32 pair[2] = {};
+    size = sizeof pair;
+    EXPECT_EQ(AudioDeviceGetProperty(desk, 0, true, kAudioDevicePropertyPreferredChannelsForStereo, &size, pair), 0);
+    EXPECT_EQ(std::pair(pair[0], pair[1]), std::pair(2u, 3u));
+
+    EXPECT_EQ(AudioDeviceGetPropertyInfo(desk, 0, true, kAudioDevicePropertyDataSource, nullptr, nullptr),
+              kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AudioDeviceSetProperty(desk, nullptr, 0, true, kAudioDevicePropertyStreamFormat, size, &ofDevice),
+              kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(AudioStreamGetProperty(desk, 0, kAudioStreamPropertyDirection, &size, pair),
+              kAudioHardwareBadStreamError);
 }
 
 TEST_F(AudioHardware, StereoGoesWhereLeftAndRightAreElseToTheFirstChannels)
