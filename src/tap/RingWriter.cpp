@@ -50,7 +50,8 @@ RingWriter::RingWriter(void* audio, void* status, FixedRate rate, unsigned chann
 {
     Store<uint32_t>(kLegacyOutputFrames, kOutputFrames << 16);
     Store<uint32_t>(kChannelCount, channels);
-    Store<uint64_t>(kNanosPerFrame, Schedule::NanosOf(1, rate));
+    // Rounded up: a client tells by it whether two blocks are there, and must not find them too short by a rounding.
+    Store<uint64_t>(kNanosPerFrame, (Schedule::NanosOf(kBlockFrames, rate) + kBlockFrames - 1) / kBlockFrames);
     Store<uint32_t>(kLoopFrames, mLoopFrames);
     Store<uint64_t>(kNanosPerLoop, Schedule::NanosOf(mLoopFrames, rate));
     Store<uint32_t>(kBlockFramesField, kBlockFrames);

@@ -87,6 +87,14 @@ TEST(RingWriter, RingsHoldASecondAtEveryRate)
     }
 }
 
+TEST(RingWriter, AClientThatMeasuresBlocksByFramesFindsThemWhole)
+{
+    for (const uint64_t hz : {22050ull, 44100ull, 48000ull, 96000ull, 192000ull}) {
+        const Regions regions(hz << 32);
+        EXPECT_GE(kBlockFrames * regions.Load<uint64_t>(8), regions.Load<uint64_t>(40)) << hz;
+    }
+}
+
 // After every block of several passes, through every wrap, and right after skipped passes.
 TEST(RingWriter, EveryPublishedStateTellsTheOldestAndNewestFrameTruly)
 {
