@@ -76,7 +76,7 @@ int64_t DeviceTimeline::Take(const machine::CaptureCycle& cycle) CORVANE_REALTIM
     mRateHz = cycle.mRateHz;
     mNextDriverTime = cycle.mSampleTime + cycle.mFrames;
     mNextSampleTime = sampleTime + cycle.mFrames;
-    Publish(sampleTime);
+    Publish();
     return sampleTime;
 }
 
@@ -125,7 +125,7 @@ void DeviceTimeline::FollowOn(const machine::CaptureCycle& cycle, int64_t sample
     mNextDriverTime = cycle.mSampleTime + cycle.mFrames;
     mNextSampleTime = sampleTime + cycle.mFrames;
     Follow(cycle, sampleTime, false);
-    Publish(sampleTime);
+    Publish();
 }
 
 AudioTimeStamp DeviceTimeline::StampOf(int64_t sampleTime) const CORVANE_REALTIME
@@ -143,12 +143,13 @@ uint64_t DeviceTimeline::HostNanosOf(int64_t sampleTime) const noexcept
     return mHostNanos + uint64_t(std::llround(framesLater / mFollower.MeasuredScalar() / mRateHz * 1e9));
 }
 
-void DeviceTimeline::Publish(int64_t sampleTime) noexcept
+/// The line that was handed out and not the measured one: whoever places its read head by it is right once the clock
+/// has been paid back, since what the integral is still off is paid back to all.
+void DeviceTimeline::Publish() noexcept
 {
     if (!mTimed) return mPublished.Withdraw();
-    const AudioTimeStamp stamp = StampOf(sampleTime);
-    mPublished.Publish(
-        {stamp.mSampleTime, stamp.mHostTime, mFollower.MeasuredScalar() * mRateHz * 1e-9, stamp.mRateScalar});
+    mPublished.Publish({mFollower.PositionAt(mHostNanos), mHostNanos + mLatencyNanos,
+                        mFollower.RateScalar() * mRateHz * 1e-9, 1 / mFollower.RateScalar()});
 }
 
 }  // namespace platform::audio

@@ -49,7 +49,7 @@ private:
     bool Agrees(const machine::CaptureCycle& cycle, int64_t sampleTime) const noexcept;
     void Follow(const machine::CaptureCycle& cycle, int64_t sampleTime, bool continues) noexcept;
     uint64_t HostNanosOf(int64_t sampleTime) const noexcept;
-    void Publish(int64_t sampleTime) noexcept;
+    void Publish() noexcept;
 
     const AudioDeviceID mDevice;
     DeviceTimeline* mNext = nullptr;  // in the list of all; set before the list shows this one

@@ -263,7 +263,7 @@ TEST_F(DeviceInputTest, AHostTimeMeansTheSameFrameToAllWhoHaveTheDeviceOpen)
     EXPECT_TRUE(ReadDeviceClock(mMicrophone));
 }
 
-TEST_F(DeviceInputTest, TimesAreTranslatedBothWaysOnTheMeasuredLine)
+TEST_F(DeviceInputTest, TimesAreTranslatedBothWaysOnOneLine)
 {
     AudioTimeStamp in{.mSampleTime = 1, .mFlags = 1}, out{.mFlags = 3}, now{};
     EXPECT_EQ(AudioDeviceTranslateTime(mMicrophone, &in, &out), kAudioHardwareNotRunningError);
