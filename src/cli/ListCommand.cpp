@@ -1,7 +1,6 @@
 #include "cli/ListCommand.h"
 
 #include "cli/ExitCodes.h"
-#include "cli/Outputs.h"
 #include "platform/process/Applications.h"
 
 #include <fmt/format.h>
@@ -77,25 +76,25 @@ int ListApplications(bool json)
     return kExitDone;
 }
 
-int ListOutputs(bool json)
+int ListDevices(Side side, bool json)
 {
     if (TellNoServer()) return kExitNoServer;
-    const std::vector<Output> outputs = CopyOutputs();
+    const std::vector<Device> devices = CopyDevices(side);
     if (json) {
         nlohmann::json list = nlohmann::json::array();
-        for (const Output& o : outputs)
-            list.push_back({{"uid", o.mUID},
-                            {"name", o.mName},
-                            {"rate", o.mRateHz},
-                            {"channels", o.mChannels},
-                            {"default", o.mIsDefault}});
-        Print({{"outputs", list}});
+        for (const Device& d : devices)
+            list.push_back({{"uid", d.mUID},
+                            {"name", d.mName},
+                            {"rate", d.mRateHz},
+                            {"channels", d.mChannels},
+                            {"default", d.mIsDefault}});
+        Print({{side == Side::Input ? "inputs" : "outputs", list}});
         return kExitDone;
     }
-    if (outputs.empty()) fmt::print("The audio server has no output device.\n");
-    for (const Output& o : outputs)
-        fmt::print("{} {:<32}  {:>6.0f} Hz  {:>2} ch  {}\n", o.mIsDefault ? '*' : ' ', Printable(o.mUID), o.mRateHz,
-                   o.mChannels, Printable(o.mName));
+    if (devices.empty()) fmt::print("The audio server has no {} device.\n", side == Side::Input ? "input" : "output");
+    for (const Device& d : devices)
+        fmt::print("{} {:<32}  {:>6.0f} Hz  {:>2} ch  {}\n", d.mIsDefault ? '*' : ' ', Printable(d.mUID), d.mRateHz,
+                   d.mChannels, Printable(d.mName));
     return kExitDone;
 }
 

@@ -1,7 +1,7 @@
 #include "cli/RecordCommand.h"
 
+#include "cli/Devices.h"
 #include "cli/ExitCodes.h"
-#include "cli/Outputs.h"
 #include "cli/Progress.h"
 #include "cli/RecordWords.h"
 #include "cli/Recorder.h"
@@ -58,37 +58,77 @@ bool ProcessExists(pid_t pid)
     return Machine::Current().GetProcesses().Find(pid).has_value();
 }
 
+std::string TellWhatIsThere(const std::string& wanted, const std::vector<std::string>& names)
+{
+    std::string text;
+    for (const std::string& there : ClosestFirst(wanted, names)) text += "\n  " + there;
+    return text;
+}
+
+// A track each.
+int ResolveInput(const Source& source, const std::vector<Device>& inputs, RecordingWish& wish)
+{
+    const auto isDefault = [](const Device& input) { return input.mIsDefault; };
+    const auto standard = std::ranges::find_if(inputs, isDefault);
+    const Device* input = FindDevice(inputs, source.mValue);
+    if (!input && source.mValue == "default" && standard != inputs.end()) input = &*standard;
+    if (input) {
+        wish.mTracks.push_back({.mWords = Written(source),
+                                .mInputUID = input->mUID,
+                                .mIsInput = true,
+                                .mChannels = wish.mKeepsChannels ? input->mChannels : 2});
+        return kExitDone;
+    }
+    std::vector<std::string> names;
+    for (const Device& there : inputs) names.push_back("input:" + there.mUID);
+    Complain(names.empty() ? "the audio server has no input device; connect one"
+                           : fmt::format("'{}' is no input, or more than one. These are there:{}", Written(source),
+                                         TellWhatIsThere(Written(source), names)));
+    return kExitNoSource;
+}
+
 // One track of all the applications, of everything where "system" is among them; in a recording that keeps channels a
-// track each.
-int ResolveApplications(const std::vector<Source>& sources, RecordingWish& wish)
+// track each, in the order in which they were given.
+int ResolveTracks(const std::vector<Source>& sources, RecordingWish& wish)
 {
     const auto applications = platform::process::CopyApplications();
-    bool everything = sources.empty();
+    const auto inputs = CopyDevices(Side::Input);
+    std::optional<size_t> mixed;  // the track of all the applications
     for (const Source& source : sources) {
+        if (source.mKind == Source::Kind::Input) {
+            if (const int code = ResolveInput(source, inputs, wish)) return code;
+            continue;
+        }
         const Resolution resolution = Resolve(source, applications, ProcessExists);
         if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNoSource;
-        everything = everything || resolution.mProcesses.empty();
-        if (wish.mTracks.empty() || wish.mKeepsChannels) wish.mTracks.emplace_back();
-        Track& track = wish.mTracks.back();
-        track.mWords += (track.mWords.empty() ? "" : " and ") + Written(source);
+        if (wish.mKeepsChannels || !mixed) {
+            mixed = wish.mTracks.size();
+            wish.mTracks.emplace_back().mProcesses = resolution.mProcesses;
+            wish.mTracks.back().mWords = Written(source);
+            continue;
+        }
+        Track& track = wish.mTracks[*mixed];
+        const bool everything = track.mProcesses.empty() || resolution.mProcesses.empty();
+        track.mWords += " and " + Written(source);
         track.mProcesses.insert(track.mProcesses.end(), resolution.mProcesses.begin(), resolution.mProcesses.end());
+        if (everything) track.mProcesses.clear();
     }
-    if (sources.empty() || (everything && !wish.mKeepsChannels)) wish.mTracks = {{.mWords = "system"}};
+    if (sources.empty()) wish.mTracks = {{.mWords = "system"}};
     return kExitDone;
 }
 
-int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Output>& outputs, RecordingWish& wish)
+int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Device>& outputs, RecordingWish& wish)
 {
     for (const std::string& name : from) {
-        if (const Output* output = FindOutput(outputs, name)) {
+        if (const Device* output = FindDevice(outputs, name)) {
             wish.mDeviceUIDs.push_back(output->mUID);
             continue;
         }
         std::vector<std::string> names;
-        for (const Output& output : outputs) names.push_back(output.mUID);
-        std::string text = fmt::format("'{}' is no output, or more than one. These are there:", name);
-        for (const std::string& there : ClosestFirst(name, names)) text += "\n  " + there;
-        return Complain(text), kExitNoSource;
+        for (const Device& output : outputs) names.push_back(output.mUID);
+        Complain(
+            fmt::format("'{}' is no output, or more than one. These are there:{}", name, TellWhatIsThere(name, names)));
+        return kExitNoSource;
     }
     return kExitDone;
 }
@@ -100,10 +140,10 @@ unsigned CountChannels(const std::vector<Track>& tracks)
     return channels;
 }
 
-unsigned DefaultRate(const std::vector<Output>& outputs, const RecordingWish& wish)
+unsigned DefaultRate(const std::vector<Device>& outputs, const RecordingWish& wish)
 {
     double rate = 0;
-    for (const Output& output : outputs) {
+    for (const Device& output : outputs) {
         const auto& wanted = wish.mDeviceUIDs;
         const bool counts =
             wanted.empty() ? output.mIsDefault : std::find(wanted.begin(), wanted.end(), output.mUID) != wanted.end();
@@ -187,9 +227,9 @@ int RunRecord(const RecordOptions& options)
     if (wish.mPath != "-" && !wish.mReplace && std::filesystem::exists(wish.mPath))
         return TellFileError(wish.mPath, EEXIST);
     if (const auto why = WhyNoServer()) return Complain(*why), kExitNoServer;
-    const std::vector<Output> outputs = CopyOutputs();
+    const std::vector<Device> outputs = CopyDevices(Side::Output);
     if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
-    if (const int code = ResolveApplications(sources, wish)) return code;
+    if (const int code = ResolveTracks(sources, wish)) return code;
     if (wish.mKeepsChannels) wish.mChannels = CountChannels(wish.mTracks);
     if (wish.mRateHz == 0) wish.mRateHz = DefaultRate(outputs, wish);
     FixFrames(options, wish);

@@ -15,7 +15,10 @@ void AddList(CLI::App& app, bool& json, int& result)
     CLI::App* list = app.add_subcommand("list", "show what can be recorded");
     list->require_subcommand(1);
     for (const auto& [name, help, run] : {std::tuple{"apps", "applications that have a stream", &ListApplications},
-                                          std::tuple{"outputs", "devices that applications play on", &ListOutputs}}) {
+                                          std::tuple{"outputs", "devices that applications play on",
+                                                     +[](bool asJSON) { return ListDevices(Side::Output, asJSON); }},
+                                          std::tuple{"inputs", "microphones and other inputs",
+                                                     +[](bool asJSON) { return ListDevices(Side::Input, asJSON); }}}) {
         CLI::App* what = list->add_subcommand(name, help);
         what->add_flag("--json", json, "as JSON, with stable fields");
         what->callback([&json, &result, run = run] { result = run(json); });

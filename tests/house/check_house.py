@@ -21,7 +21,7 @@ ALLOWED = {
     "avcapture": {"platform", "utility", "capture/buffers"},
     "capture": {"platform", "utility", "capture/buffers", "avcapture"},
     "tap": {"platform", "platform/machine"},
-    "cli": {"platform", "platform/machine", "utility", "avcapture"},
+    "cli": {"platform", "platform/machine", "utility", "capture", "capture/buffers", "avcapture"},
 }
 ALLOWED["platform"] |= {"platform/machine"}
 ALLOWED["platform/machine"] |= {"platform/machine"}

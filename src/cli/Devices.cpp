@@ -1,4 +1,4 @@
-#include "cli/Outputs.h"
+#include "cli/Devices.h"
 
 #include "platform/audio/AudioHardware.h"
 #include "platform/foundation/CFDictionary.h"
@@ -29,15 +29,15 @@ std::string ReadText(AudioDeviceID device, AudioObjectPropertySelector selector)
     return cf::ToStdString(text.Get());
 }
 
-unsigned CountChannels(AudioDeviceID device)
+unsigned CountChannels(AudioDeviceID device, bool isInput)
 {
     UInt32 size = 0;
     Boolean writable = false;
-    if (AudioDeviceGetPropertyInfo(device, 0, false, kAudioDevicePropertyStreamConfiguration, &size, &writable) != 0)
+    if (AudioDeviceGetPropertyInfo(device, 0, isInput, kAudioDevicePropertyStreamConfiguration, &size, &writable) != 0)
         return 0;
     std::vector<std::byte> room(size);
     auto* list = reinterpret_cast<AudioBufferList*>(room.data());
-    if (AudioDeviceGetProperty(device, 0, false, kAudioDevicePropertyStreamConfiguration, &size, list) != 0) return 0;
+    if (AudioDeviceGetProperty(device, 0, isInput, kAudioDevicePropertyStreamConfiguration, &size, list) != 0) return 0;
     unsigned channels = 0;
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) channels += list->mBuffers[i].mNumberChannels;
     return channels;
@@ -45,27 +45,30 @@ unsigned CountChannels(AudioDeviceID device)
 
 }  // namespace
 
-std::vector<Output> CopyOutputs()
+std::vector<Device> CopyDevices(Side side)
 {
     UInt32 size = 0;
     Boolean writable = false;
     if (AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, &writable) != 0) return {};
-    std::vector<AudioDeviceID> devices(size / sizeof(AudioDeviceID));
-    if (AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, devices.data()) != 0) return {};
-    devices.resize(size / sizeof(AudioDeviceID));
+    std::vector<AudioDeviceID> numbers(size / sizeof(AudioDeviceID));
+    if (AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, numbers.data()) != 0) return {};
+    numbers.resize(size / sizeof(AudioDeviceID));
 
+    const bool isInput = side == Side::Input;
     AudioDeviceID standard = 0;
     size = sizeof(standard);
-    AudioHardwareGetProperty(kAudioHardwarePropertyDefaultOutputDevice, &size, &standard);  // none: stays 0
+    AudioHardwareGetProperty(
+        isInput ? kAudioHardwarePropertyDefaultInputDevice : kAudioHardwarePropertyDefaultOutputDevice, &size,
+        &standard);  // none: stays 0
 
-    std::vector<Output> outputs;
-    for (const AudioDeviceID device : devices) {
-        outputs.push_back({ReadText(device, kAudioDevicePropertyDeviceUID),
-                           ReadText(device, kAudioDevicePropertyDeviceNameCFString),
-                           ReadDevice<Float64>(device, kAudioDevicePropertyNominalSampleRate), CountChannels(device),
-                           device == standard});
-    }
-    return outputs;
+    std::vector<Device> devices;
+    for (const AudioDeviceID number : numbers)
+        if (const unsigned channels = CountChannels(number, isInput))
+            devices.push_back({ReadText(number, kAudioDevicePropertyDeviceUID),
+                               ReadText(number, kAudioDevicePropertyDeviceNameCFString),
+                               ReadDevice<Float64>(number, kAudioDevicePropertyNominalSampleRate), channels,
+                               number == standard});
+    return devices;
 }
 
 std::optional<std::string> WhyNoServer()
@@ -75,14 +78,14 @@ std::optional<std::string> WhyNoServer()
     return server.Describe();
 }
 
-const Output* FindOutput(const std::vector<Output>& outputs, const std::string& name)
+const Device* FindDevice(const std::vector<Device>& devices, const std::string& name)
 {
-    const Output* byName = nullptr;
-    for (const Output& output : outputs) {
-        if (output.mUID == name) return &output;
-        if (output.mName != name) continue;
+    const Device* byName = nullptr;
+    for (const Device& device : devices) {
+        if (device.mUID == name) return &device;
+        if (device.mName != name) continue;
         if (byName) return nullptr;
-        byName = &output;
+        byName = &device;
     }
     return byName;
 }

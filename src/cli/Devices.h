@@ -1,4 +1,4 @@
-// Outputs: the output devices as the command shows and chooses them, and whether there is a server at all.
+// Devices: outputs and inputs as the command shows and chooses them, and whether there is a server at all.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace cli {
 
-struct Output {
+struct Device {
     std::string mUID;
     std::string mName;
     double mRateHz = 0;
@@ -15,13 +15,15 @@ struct Output {
     bool mIsDefault = false;
 };
 
-std::vector<Output> CopyOutputs();
+enum class Side { Output, Input };
+
+std::vector<Device> CopyDevices(Side side);
 
 /// Whether the audio server can be reached; if not, one sentence that says what was tried and what to start.
 std::optional<std::string> WhyNoServer();
 
 /// The device that `name` stands for, by UID or else by the name as listed. @return null where nothing, or more than
 /// one, matches
-const Output* FindOutput(const std::vector<Output>& outputs, const std::string& name);
+const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);
 
 }  // namespace cli
