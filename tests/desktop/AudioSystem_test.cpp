@@ -1,12 +1,18 @@
+#include "desktop/ServerWatch.h"
 #include "platform/audio/AudioHardware.h"
+#include "platform/audio/DeviceInput.h"
 #include "platform/foundation/CFObjects.h"
+#include "platform/machine/Machine.h"
 #include "platform/process/Applications.h"
 #include "support/PrivatePipeWire.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <filesystem>
+#include <mutex>
 
 namespace desktop {
 
@@ -33,6 +39,32 @@ std::vector<std::string> DeviceUIDs()
     return names;
 }
 
+/// Keeps the stamps of an input.
+class Stamps final : public platform::audio::DeviceInputClient {
+public:
+    void TakeBuffer(const AudioTimeStamp& time, UInt32 frames, std::span<const float* const>) noexcept override
+    {
+        const platform::kernel::RealtimeExemption exemption("a test keeps what it is given");
+        const std::lock_guard guard(mMutex);
+        mTimes.push_back(time);
+        mFrames += frames;
+        mCondition.notify_all();
+    }
+    /// The stamps until so many frames have come, or twenty seconds have passed.
+    std::vector<AudioTimeStamp> Of(size_t frames)
+    {
+        std::unique_lock guard(mMutex);
+        mCondition.wait_for(guard, std::chrono::seconds(20), [&] { return mFrames >= frames; });
+        return mTimes;
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mCondition;
+    std::vector<AudioTimeStamp> mTimes;
+    size_t mFrames = 0;
+};
+
 }  // namespace
 
 /// The first look in a process, which is the one that has to wait for the server.
@@ -51,6 +83,26 @@ TEST(AudioSystem, TheFirstLookSeesTheDevicesAndTheApplicationsOfARunningServer)
     EXPECT_EQ(std::filesystem::path(applications[0].mExecutable).filename(), "corvane-test-app");
     EXPECT_EQ(applications[1].mPID, withHelper.ID());
     EXPECT_THAT(applications[1].mHelpers, SizeIs(1));
+}
+
+TEST(AudioSystem, TheStampsOfAnInputGoByItsOwnCrystal)
+{
+    support::PrivatePipeWire pipeWire;
+    const ChildProcess microphone = pipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200"});
+    ServerWatch watch(platform::machine::Machine::Current().GetAudioServer());
+    ASSERT_TRUE(watch.Sees([](const ServerSnapshot& now) {
+        const Device* device = FindInput(now, "mic");
+        return device && !device->mChannels.empty() && now.mDefaultInput == device->mID;
+    }));
+    Stamps stamps;
+    const platform::audio::DeviceInput input(0, stamps);
+    const std::vector<AudioTimeStamp> times = stamps.Of(6 * 48000);
+    ASSERT_GE(times.size(), 100u);
+    const AudioTimeStamp& middle = times[times.size() / 2];
+    const double frames = times.back().mSampleTime - middle.mSampleTime;
+    const double seconds = double(times.back().mHostTime - middle.mHostTime) * 1e-9;
+    EXPECT_NEAR(frames / seconds / 48000, 1.0002, 20e-6);
+    EXPECT_NE(times.back().mRateScalar, 1);
 }
 
 }  // namespace desktop

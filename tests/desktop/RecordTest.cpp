@@ -300,6 +300,14 @@ TEST_F(RecordTest, ListsWhatThereIs)
     EXPECT_EQ(devices[0]["default"], true);
     EXPECT_EQ(devices[0]["channels"], 2);
     EXPECT_EQ(devices[0]["rate"], 48000);
+
+    mPipeWire.LoadSink("microphones", "AUX0 AUX1 AUX2", "Audio/Source/Virtual");
+    CommandRun inputs({"list", "inputs", "--json"});
+    ASSERT_EQ(inputs.Wait(), 0) << inputs.Errors();
+    const auto found = nlohmann::json::parse(inputs.Output())["inputs"];
+    ASSERT_EQ(found.size(), 1u) << "an output's monitor is no input";
+    EXPECT_EQ(found[0]["uid"], "microphones");
+    EXPECT_EQ(found[0]["channels"], 3);
 }
 
 }  // namespace
