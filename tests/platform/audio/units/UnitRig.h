@@ -6,14 +6,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace support {
 
+constexpr UInt32 kGlobal = kAudioUnitScope_Global, kInput = kAudioUnitScope_Input, kOutput = kAudioUnitScope_Output;
 constexpr UInt32 kInterleaved = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
 constexpr UInt32 kPlanar = kInterleaved | kAudioFormatFlagIsNonInterleaved;
 
@@ -23,29 +24,22 @@ inline AudioStreamBasicDescription FloatFormat(double rateHz, UInt32 channels, U
     return {rateHz, kAudioFormatLinearPCM, flags, bytes, 1, bytes, channels, 32, 0};
 }
 
-using Channels = std::vector<std::vector<float>>;
-
-/// A buffer list over channels that lie apart.
-class ListOf {
-public:
-    explicit ListOf(Channels& channels) : mMemory(1 + 2 * channels.size())
-    {
-        List()->mNumberBuffers = UInt32(channels.size());
-        for (size_t i = 0; i < channels.size(); ++i)
-            List()->mBuffers[i] = {1, UInt32(4 * channels[i].size()), channels[i].data()};
-    }
-    AudioBufferList* List() { return reinterpret_cast<AudioBufferList*>(mMemory.data()); }
-
-private:
-    std::vector<uint64_t> mMemory;
-};
-
-inline AudioUnit OpenUnit(const char (&type)[5], const char (&subtype)[5])
+inline ComponentDescription Description(const char (&subtype)[5])
 {
-    ComponentDescription description{FourCC(type), FourCC(subtype), FourCC("appl"), 0, 0};
+    return {0, FourCC(subtype), FourCC("appl"), 0, 0};
+}
+
+struct Closer {
+    void operator()(AudioUnit unit) const { CloseComponent(unit); }
+};
+using OwnedUnit = std::unique_ptr<OpaqueAudioUnit, Closer>;
+
+inline OwnedUnit Open(const char (&subtype)[5])
+{
+    ComponentDescription description = Description(subtype);
     AudioUnit unit = nullptr;
     EXPECT_EQ(OpenAComponent(FindNextComponent(nullptr, &description), &unit), 0);
-    return unit;
+    return OwnedUnit(unit);
 }
 
 template <typename T>
@@ -66,13 +60,19 @@ inline OSStatus SetFormat(AudioUnit unit, UInt32 scope, UInt32 element, const Au
     return Set(unit, kAudioUnitProperty_StreamFormat, scope, element, format);
 }
 
-/// Renders bus 0 into the channels, whose sizes say how many frames.
+using Channels = std::vector<std::vector<float>>;
+
+/// Renders into the channels, whose sizes say how many frames.
 inline OSStatus Render(AudioUnit unit, Channels& channels, UInt32 bus = 0)
 {
-    ListOf list(channels);
+    std::vector<uint64_t> memory(1 + 2 * channels.size());
+    auto* const list = reinterpret_cast<AudioBufferList*>(memory.data());
+    list->mNumberBuffers = UInt32(channels.size());
+    for (size_t i = 0; i < channels.size(); ++i)
+        list->mBuffers[i] = {1, UInt32(4 * channels[i].size()), channels[i].data()};
     AudioUnitRenderActionFlags flags = 0;
     const AudioTimeStamp time{};
-    return AudioUnitRender(unit, &flags, &time, bus, UInt32(channels[0].size()), list.List());
+    return AudioUnitRender(unit, &flags, &time, bus, UInt32(channels[0].size()), list);
 }
 
 /// Gives the frames of a signal one after the other, and counts them.
@@ -81,7 +81,11 @@ struct SignalSource {
     std::function<OSStatus()> mRefuse = [] { return 0; };
     int64_t mGiven = 0;
 
-    AURenderCallbackStruct Callback() { return {Give, this}; }
+    void Feed(AudioUnit unit, UInt32 bus)
+    {
+        const AURenderCallbackStruct callback{Give, this};
+        EXPECT_EQ(Set(unit, kAudioUnitProperty_SetRenderCallback, kInput, bus, callback), 0);
+    }
 
 private:
     static OSStatus Give(void* me, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32 frames,
@@ -91,11 +95,10 @@ private:
         if (const OSStatus refusal = source.mRefuse()) return refusal;
         for (UInt32 buffer = 0; buffer < list->mNumberBuffers; ++buffer) {
             const AudioBuffer& to = list->mBuffers[buffer];
-            EXPECT_EQ(to.mDataByteSize, frames * to.mNumberChannels * 4);
-            for (UInt32 i = 0; i < frames * to.mNumberChannels; ++i) {
-                static_cast<float*>(to.mData)[i] =
-                    source.mSignal(buffer + i % to.mNumberChannels, source.mGiven + i / to.mNumberChannels);
-            }
+            const UInt32 channels = to.mNumberChannels;
+            EXPECT_EQ(to.mDataByteSize, frames * channels * 4);
+            for (UInt32 i = 0; i < frames * channels; ++i)
+                static_cast<float*>(to.mData)[i] = source.mSignal(buffer + i % channels, source.mGiven + i / channels);
         }
         source.mGiven += frames;
         return 0;
@@ -117,42 +120,38 @@ public:
         : mSource(std::move(source)), mOutput(from.mChannelsPerFrame)
     {
         const AudioStreamBasicDescription to = FloatFormat(toHz, from.mChannelsPerFrame);
+        const char subtypes[][5] = {"genr", "vari", "conv"};
+        AudioUnit* const units[] = {&mUnit, &mVarispeed, &mConverter};
         EXPECT_EQ(NewAUGraph(&mGraph), 0);
-        const AUNode output = Add("auou", "genr"), varispeed = Add("aufc", "vari"), converter = Add("aufc", "conv");
+        AUNode nodes[3] = {};
+        for (int i = 0; i < 3; ++i) {
+            const ComponentDescription description = Description(subtypes[i]);
+            EXPECT_EQ(AUGraphNewNode(mGraph, &description, 0, nullptr, &nodes[i]), 0);
+        }
         EXPECT_EQ(AUGraphOpen(mGraph), 0);
-        mUnit = UnitOf(output);
-        mVarispeed = UnitOf(varispeed);
-        mConverter = UnitOf(converter);
-        EXPECT_EQ(SetFormat(mConverter, kAudioUnitScope_Input, 0, from), 0);
-        for (const AudioUnit unit : {mVarispeed, mUnit}) EXPECT_EQ(SetFormat(unit, kAudioUnitScope_Input, 0, to), 0);
-        for (const AudioUnit unit : {mConverter, mVarispeed, mUnit})
-            EXPECT_EQ(SetFormat(unit, kAudioUnitScope_Output, 0, to), 0);
-        EXPECT_EQ(Set(mVarispeed, kAudioUnitProperty_RenderQuality, kAudioUnitScope_Global, 0, quality), 0);
-        EXPECT_EQ(AUGraphConnectNodeInput(mGraph, varispeed, 0, output, 0), 0);
-        EXPECT_EQ(AUGraphConnectNodeInput(mGraph, converter, 0, varispeed, 0), 0);
-        EXPECT_EQ(Set(mConverter, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, mSource.Callback()),
-                  0);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(AUGraphGetNodeInfo(mGraph, nodes[i], nullptr, nullptr, nullptr, units[i]), 0);
+            EXPECT_EQ(SetFormat(*units[i], kInput, 0, i == 2 ? from : to), 0);
+            EXPECT_EQ(SetFormat(*units[i], kOutput, 0, to), 0);
+        }
+        for (int i : {1, 2}) {
+            EXPECT_EQ(AUGraphConnectNodeInput(mGraph, nodes[i], 0, nodes[i - 1], 0), 0);
+        }
+        EXPECT_EQ(Set(mVarispeed, kAudioUnitProperty_RenderQuality, kGlobal, 0, quality), 0);
+        mSource.Feed(mConverter, 0);
         EXPECT_EQ(AUGraphInitialize(mGraph), 0);
         EXPECT_EQ(AUGraphStart(mGraph), 0);
     }
-    ~Chain()
-    {
-        AUGraphUninitialize(mGraph);
-        AUGraphClose(mGraph);
-        DisposeAUGraph(mGraph);
-    }
+    ~Chain() { EXPECT_EQ(DisposeAUGraph(mGraph), 0); }
 
-    void SetSpeed(Float32 speed)
-    {
-        EXPECT_EQ(AudioUnitSetParameter(mVarispeed, 0, kAudioUnitScope_Global, 0, speed, 0), 0);
-    }
+    OSStatus SetSpeed(Float32 speed) { return AudioUnitSetParameter(mVarispeed, 0, kGlobal, 0, speed, 0); }
 
     /// Renders a block, and appends it to mOutput unless it was refused.
     OSStatus Pull(UInt32 frames)
     {
         constexpr float kUntouched = 77;
-        Channels block(mOutput.size(), std::vector<float>(frames, kUntouched));
-        const Channels before = block;
+        const Channels before(mOutput.size(), std::vector<float>(frames, kUntouched));
+        Channels block = before;
         const OSStatus status = Render(mUnit, block);
         if (status != 0) {
             EXPECT_EQ(block, before);
@@ -167,20 +166,6 @@ public:
     AudioUnit mUnit = nullptr, mVarispeed = nullptr, mConverter = nullptr;
 
 private:
-    AUNode Add(const char (&type)[5], const char (&subtype)[5])
-    {
-        const ComponentDescription description{FourCC(type), FourCC(subtype), FourCC("appl"), 0, 0};
-        AUNode node = 0;
-        EXPECT_EQ(AUGraphNewNode(mGraph, &description, 0, nullptr, &node), 0);
-        return node;
-    }
-    AudioUnit UnitOf(AUNode node)
-    {
-        AudioUnit unit = nullptr;
-        EXPECT_EQ(AUGraphGetNodeInfo(mGraph, node, nullptr, nullptr, nullptr, &unit), 0);
-        return unit;
-    }
-
     AUGraph mGraph = nullptr;
 };
 
