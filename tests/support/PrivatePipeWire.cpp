@@ -9,7 +9,9 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <stdexcept>
 
 namespace support {
@@ -30,7 +32,7 @@ const platform::machine::pipewire::Node* FindNode(Registry& registry, const std:
 bool HasPorts(Registry& registry, const std::string& name)
 {
     const auto* node = FindNode(registry, name);
-    return node != nullptr && !registry.PortsOf(node->mID, false).empty();
+    return node != nullptr && !registry.PortsOf(node->mID, node->IsInputDevice()).empty();
 }
 
 bool HasNote(const Metadata* metadata, uint32_t subject, const std::string& key, const std::string& text)
@@ -165,6 +167,8 @@ ChildProcess PrivatePipeWire::PlugMicrophone(std::vector<std::string> options)
     options.insert(options.begin(), "./corvane-test-microphone");
     ChildProcess microphone(options);
     microphone.ReadLine();
+    const std::string name = *std::next(std::ranges::find(options, "--name"));
+    mControl->WaitUntil("input " + name, [&](Registry& registry) { return HasPorts(registry, name); });
     return microphone;
 }
 
