@@ -2,6 +2,7 @@
 // CVNMatrixedCaptureBuild.cpp.
 #include "capture/CVNMatrixedCapture.h"
 
+#include "capture/OSLAudio_SupportCapture.h"
 #include "capture/buffers/CAAudioBufferList.h"
 
 #include <span>
@@ -200,5 +201,11 @@ CVNRenderCounts CVNMatrixedCapture::GetRenderCounts() const noexcept
 CVNInputStatus CVNMatrixedCapture::GetInputStatus(size_t index) const noexcept
 {
     const OSLAudio_ConvertedInputCapture& input = *mInputs[index];
-    return {input.HasData(), input.GetSilentFrames(), input.GetLastInputHostTime()};
+    CVNInputStatus status{input.HasData(), input.GetSilentFrames(), input.GetLastInputHostTime(),
+                          input.GetMissedFrames()};
+    if (input.GetSource()->GetSourceType() != kTapSource) return status;
+    const AVCaptureLosses losses = static_cast<OSLAudio_SupportCapture*>(input.GetSource())->GetLosses();
+    status.mMissedFrames += uint64_t(losses.missedFrames) + losses.starvedFrames;
+    status.mLostFrames += losses.droppedFrames;
+    return status;
 }

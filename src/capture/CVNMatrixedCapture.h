@@ -24,6 +24,8 @@ struct CVNInputStatus {
     bool mHasData = false;       // it has delivered since it was made or begun anew
     uint32_t mSilentFrames = 0;  // frames of the mix that it has kept silent in a row, up to now; 0: it delivers
     uint64_t mLastHostTime = 0;  // stamp of its latest buffer; 0: none
+    uint64_t mMissedFrames = 0;  // that the server did not deliver, or not in time; in frames of the source
+    uint64_t mLostFrames = 0;    // that came and had no room
 };
 
 /// Operations are for control threads, one at a time, save those that say otherwise. What reads inputs or mixer on
@@ -148,7 +150,6 @@ public:
     CVNRenderCounts GetRenderCounts() const noexcept;
     size_t GetInputCount() const { return mInputs.size(); }
     /// @param index  below GetInputCount, in the order of adding
-    /// @thread       any
     CVNInputStatus GetInputStatus(size_t index) const noexcept;
     /// Prints the state for a person.
     void Dump_Diagnostics();

@@ -87,9 +87,18 @@ OSStatus OSLAudio_BufferedInputCapture::RenderCallback(UInt32* flags, const Audi
     if (time->mHostTime != 0) mFirstInputTime.PublishOnce(*time);
     mLastInputHostTime.store(time->mHostTime, std::memory_order_relaxed);
     if (const OSStatus error = mRingBuffer->Store(data, frames, int64_t(time->mSampleTime))) return error;
+    CountMissed(*time, frames);
     mHasData.store(true, std::memory_order_release);
     if (mInputCallback) mInputCallback(mInputCallbackRefCon, flags, time, bus, frames, data);
     return 0;
+}
+
+void OSLAudio_BufferedInputCapture::CountMissed(const AudioTimeStamp& time, UInt32 frames) noexcept
+{
+    const double passedOver = time.mSampleTime - mNextSampleTime;
+    if (mNextSampleTime != 0 && passedOver >= 1)
+        mMissedFrames.store(GetMissedFrames() + uint64_t(passedOver), std::memory_order_relaxed);
+    mNextSampleTime = time.mSampleTime + frames;
 }
 
 OSStatus OSLAudio_BufferedInputCapture::Render(UInt32*, const AudioTimeStamp*, UInt32, UInt32 frames,

@@ -75,6 +75,9 @@ public:
     /// Host time of the latest buffer, 0 where there is none. @thread any
     uint64_t GetLastInputHostTime() const noexcept { return mLastInputHostTime.load(std::memory_order_relaxed); }
 
+    /// Frames of the source's that its sample times passed over. @thread any
+    uint64_t GetMissedFrames() const noexcept { return mMissedFrames.load(std::memory_order_relaxed); }
+
     /// Stamps of the start and end of what the ring holds, as the source knows its times.
     AudioTimeStamp BufferStartTimeStamp();
     AudioTimeStamp BufferEndTimeStamp();
@@ -98,6 +101,10 @@ private:
     AURenderCallback mInputCallback = nullptr;
     void* mInputCallbackRefCon = nullptr;
 
+    void CountMissed(const AudioTimeStamp& time, UInt32 frames) noexcept;
+
+    double mNextSampleTime = 0;               // the source's thread's: where its buffers go on; 0: none came yet
+    std::atomic<uint64_t> mMissedFrames{0};   // stored by the source's thread (relaxed: only people read it)
     capture::PublishedStamp mFirstInputTime;  // from the source's thread to the I/O thread
     // Stored by the source's thread, and by the I/O thread at a reset; loaded by any (relaxed: only people read it).
     std::atomic<uint64_t> mLastInputHostTime{0};

@@ -47,7 +47,7 @@ OSLAudio_SupportCapture::~OSLAudio_SupportCapture() = default;
 
 UInt32 OSLAudio_SupportCapture::GetSourceType()
 {
-    return FourCC("Csup");
+    return kTapSource;
 }
 
 OSStatus OSLAudio_SupportCapture::Create(CFArrayRef applications, CFArrayRef devices, AudioStreamBasicDescription* desc)

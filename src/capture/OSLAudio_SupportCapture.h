@@ -10,6 +10,9 @@
 #include <memory>
 #include <vector>
 
+/// What GetSourceType says of a tap.
+constexpr UInt32 kTapSource = FourCC("Csup");
+
 class OSLAudio_SupportCapture final : public OSLAudio_InputCapture {
 public:
     OSLAudio_SupportCapture() = default;
@@ -51,6 +54,8 @@ public:
     void SetDevices(CFArrayRef deviceUIDs);
     /// The greatest nominal rate among the devices; the default output's where they tell none; else 44,100.
     static double GetMaximimumSampleRateForDeviceUIDs(CFArrayRef deviceUIDs);
+    /// What the session's tap counted. @thread control
+    AVCaptureLosses GetLosses() const { return mTapSession ? mTapSession->GetLosses() : AVCaptureLosses{}; }
     OSStatus GetDefaultOutputDevice(AudioDeviceID* device);
 
     /// Stamps a chunk with its arrival, and hands it on. @thread the tap's consumer @realtime yes

@@ -74,9 +74,12 @@ FeedState GraphFeed::State()
     const CVNRenderCounts counts = mCapture.GetRenderCounts();
     mLast = {};
     mLast.mFramesSilent = uint64_t(counts.mWaitingCycles + counts.mSilentCycles) * kCycleFrames;
-    for (size_t i = 0; i < mCapture.GetInputCount(); ++i)
-        if (mCapture.GetInputStatus(i).mSilentFrames > mWish.mRateHz / 2)
-            mLast.mWaitingFor.push_back(mWish.mTracks[i].mWords);
+    for (size_t i = 0; i < mCapture.GetInputCount(); ++i) {
+        const CVNInputStatus input = mCapture.GetInputStatus(i);
+        mLast.mFramesLost += input.mLostFrames;
+        mLast.mFramesMissed += input.mMissedFrames;
+        if (input.mSilentFrames > mWish.mRateHz / 2) mLast.mWaitingFor.push_back(mWish.mTracks[i].mWords);
+    }
     return mLast;
 }
 

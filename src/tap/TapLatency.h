@@ -12,15 +12,16 @@ namespace tap {
 
 /// Frame n of a tap stands for the sound at T(n) - latency.
 ///
-/// A consumer stamps arrival, and gathers two blocks before it hands them on: the tap is ahead of the stamps by as
-/// much, so that its stamps are those of every other source. At rates where two blocks are longer than the constant has
-/// room for, the server's burst comes first.
+/// A consumer stamps arrival. It gathers two blocks before it hands them on, and it began at any moment of a block,
+/// half of one on the average: the tap is ahead of the stamps by as much, so that its stamps are those of every other
+/// source to within half a block. At rates where that is longer than the constant has room for, the server's burst
+/// comes first.
 ///
 /// @param longestCycleNanos  the longest cycle that the server's settings allow
 inline uint64_t TapLatencyNanos(uint64_t longestCycleNanos, FixedRate rate)
 {
     constexpr uint64_t kLateWakeNanos = 5'000'000;
-    const uint64_t gathered = Schedule::NanosOf(2 * kBlockFrames, rate);
+    const uint64_t gathered = Schedule::NanosOf(5 * kBlockFrames / 2, rate);
     const uint64_t stamp = platform::audio::StampLatencyNanos(longestCycleNanos);
     return std::max(stamp - std::min(stamp, gathered), longestCycleNanos + kLateWakeNanos);
 }

@@ -10,20 +10,29 @@ namespace {
 
 using GraphRecordTest = RecordFixture;
 using support::Clicks;
+constexpr int kTries = 4;
 
-// Both click with the host clock; the microphone's crystal is off.
+// Both click with the host clock; the microphone's crystal is off. Again where the server was late: a click that is
+// played or heard a cycle late is not what is judged here.
 TEST_F(GraphRecordTest, ClicksOfAnApplicationAndOfAMicrophoneLandTogetherAndStayThere)
 {
-    mPipeWire.SetQuantum(512);
-    auto game = mPipeWire.Play({"--name", "game", "--clicks", "--from-host-time"});
-    auto microphone = mPipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200"});
-    const Recording recording = Record({"--source", "app:game", "--source", "input:mic", "-c", "0", "-d", "20"});
-    ASSERT_EQ(recording.mChannels, 3) << "the application's two and the microphone's one";
-    const std::vector<double> lags = support::Lags(Clicks(recording.Channel(0)), Clicks(recording.Channel(2)));
-    ASSERT_GT(lags.size(), 30u);
-    for (const double lag : lags) EXPECT_LT(std::fabs(lag), 0.0015 * kRateHz);
-    const std::span<const double> late = std::span(lags).last(16);
-    EXPECT_LE(std::ranges::max(late) - std::ranges::min(late), 2) << "once the crystal is known";
+    for (int i = 0; i < kTries; ++i) {
+        mPipeWire.SetQuantum(512);
+        auto game = mPipeWire.Play({"--name", "game", "--clicks", "--from-host-time"});
+        auto microphone = mPipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200"});
+        const Recording recording = Record({"--source", "app:game", "--source", "input:mic", "-c", "0", "-d", "20"});
+        if (mMissed + MissedBy(game) + MissedBy(microphone) > 0) continue;
+        ASSERT_EQ(recording.mChannels, 3) << "the application's two and the microphone's one";
+        const auto lags = support::Lags(Clicks(recording.Channel(0)), Clicks(recording.Channel(2)));
+        ASSERT_GT(lags.size(), 30u);
+        const auto [earliest, latest] = std::ranges::minmax(lags);
+        std::printf("lags of %g to %g frames\n", earliest, latest);
+        EXPECT_LT(std::max(std::fabs(earliest), std::fabs(latest)), 0.0015 * kRateHz);
+        const auto [first, last] = std::ranges::minmax(std::span(lags).last(16));
+        EXPECT_LE(last - first, 2) << "once the crystal is known";
+        return;
+    }
+    FAIL() << "the server was late in every try";
 }
 
 TEST_F(GraphRecordTest, AMixHoldsEverySourceAndAnInputThatGoesSilentIsTold)

@@ -1,5 +1,6 @@
 // corvane-test-microphone: an input device whose crystal is off by so many ppm. It hears a click at every half second
-// of the host clock. Prints a line when it is there; ends on SIGTERM.
+// of the host clock. Prints a line when it is there; ends on SIGTERM with a line that says
+// how many frames the server did not take.
 #include <pipewire/pipewire.h>
 #include <spa/param/audio/format-utils.h>
 #include <spa/utils/result.h>
@@ -111,6 +112,8 @@ Microphone::Microphone(const Options& options)
 Microphone::~Microphone()
 {
     pw_stream_destroy(mStream);
+    const uint64_t taken = mProcessed.load() + mOptions.mQuantum;  // the last cycle is not waited for
+    std::printf("missed %llu\n", static_cast<unsigned long long>(mFrame > taken ? mFrame - taken : 0));
     pw_main_loop_destroy(mLoop);
 }
 
@@ -162,14 +165,11 @@ void Microphone::Process()
     const uint64_t frames = buffer->requested == 0 ? std::min<uint64_t>(room, mOptions.mQuantum)
                                                    : std::min<uint64_t>(buffer->requested, room);
     auto* sample = static_cast<float*>(data.data);
-    const uint64_t first = mProcessed.load();
-    uint64_t before = first == 0 ? 0 : MomentOf(first - 1) / kClickNanos;
-    for (uint64_t frame = first; frame < first + frames; ++frame) {
-        const uint64_t now = MomentOf(frame) / kClickNanos;
-        *sample++ = before != 0 && now != before ? 0.9f : 0.0f;
-        before = now;
-    }
-    mProcessed.store(first + frames);
+    // What is filled in one cycle goes out in the next.
+    const uint64_t first = mProcessed.load() + frames;
+    for (uint64_t frame = first; frame < first + frames; ++frame)
+        *sample++ = MomentOf(frame) / kClickNanos != MomentOf(frame - 1) / kClickNanos ? 0.9f : 0.0f;
+    mProcessed.store(first);
     data.chunk->offset = 0;
     data.chunk->stride = sizeof(float);
     data.chunk->size = static_cast<uint32_t>(frames * sizeof(float));
