@@ -111,8 +111,7 @@ TEST_F(MatrixedCaptureFaults, SourcesPushWhileCyclesBeginAnewAndVolumesAndRateCh
         UInt32 flags = 0;
         AudioTimeStamp time{};
         for (int cycle = 0; cycle < 400; ++cycle) {
-            const OSStatus status = capture.Render(&flags, &time, 0, 256, block.List());
-            EXPECT_TRUE(status == 0 || status == kAudioUnitErr_Uninitialized || status < 0) << status;
+            EXPECT_LE(capture.Render(&flags, &time, 0, 256, block.List()), 0);  // an error where the rate has changed
             if (cycle % 50 == 0) capture.AdjustReadTime(-1e6);  // far behind: the third time begins anew
         }
     });
