@@ -133,27 +133,29 @@ int32_t AVCaptureCorvane::Setup(const __CFArray* devices, const __CFArray* proce
 
 cf::Ref<cf::Array> AVCaptureCorvane::CopyDefaultDevices()
 {
-    CFMutableArrayRef uids = CFArrayCreateMutable(kCFAllocatorDefault, 0);
+    const CFMutableArrayRef uids = CFArrayCreateMutable(kCFAllocatorDefault, 0);
+    auto owned = cf::Ref<cf::Array>::Adopt(uids);  // what is added may fail
     for (const auto selector :
          {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDefaultSystemOutputDevice}) {
         const auto uid = CopyUID(selector);
         if (uid && !CFArrayContainsValue(uids, uid.Get())) CFArrayAppendValue(uids, uid.Get());
     }
-    return cf::Ref<cf::Array>::Adopt(uids);
+    return owned;
 }
 
 cf::Ref<cf::Array> AVCaptureCorvane::AttributeDevices(cf::Ref<cf::Array> devices) const
 {
     const CFIndex count = CFArrayGetCount(devices.Get());
     if (count == 0 || mExtensionVersion == 1) return devices;
-    CFMutableArrayRef attributed = CFArrayCreateMutable(kCFAllocatorDefault, count);
+    const CFMutableArrayRef attributed = CFArrayCreateMutable(kCFAllocatorDefault, count);
+    auto owned = cf::Ref<cf::Array>::Adopt(attributed);
     for (CFIndex i = 0; i < count; ++i) {
         const CFTypeRef entry = CFArrayGetValueAtIndex(devices.Get(), i);
         cf::Ref<cf::Array> withChannels;
         if (CFGetTypeID(entry) == CFStringGetTypeID()) withChannels = AttributeDevice(CFStringRef(entry));
         CFArrayAppendValue(attributed, withChannels ? CFTypeRef(withChannels.Get()) : entry);
     }
-    return cf::Ref<cf::Array>::Adopt(attributed);
+    return owned;
 }
 
 int32_t AVCaptureCorvane::Connect(io_service_t service, const cf::Ref<cf::Array>& devices, const __CFArray* processes)

@@ -161,6 +161,7 @@ private:
     OSStatus MakeMixBuffer();
     AudioStreamBasicDescription DescribeInput(UInt32 channels) const;
     void SetRenderEnabled(bool enabled);
+    static OSStatus MuteSource(const OSLAudio_ConvertedInputCapture& input, bool muted);
 
     Readiness LookAtInputs(UInt32 frames) noexcept;
     Readiness Align(UInt32 frames) noexcept;

@@ -3,7 +3,7 @@
 #include "capture/OSLAudio_SupportCapture.h"
 #include "capture/Status.h"
 #include "capture/buffers/CAAudioBufferList.h"
-#include "platform/audio/DeviceInput.h"
+#include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFDictionary.h"
 #include "utility/CAStreamBasicDescription.h"
 
@@ -210,9 +210,8 @@ OSStatus CVNMatrixedCapture::Resume()
 {
     if (!mNeedsSynchronize.load(std::memory_order_relaxed)) mRestarting = true;
     for (const auto& input : mInputs) {
-        if (const OSStatus error = input->Start()) return error;
-        OSLAudio_InputCapture& source = *input->GetSource();
-        if (source.IsMutable()) source.SetMuted(mSoftwareSourcesMuted);  // never fails for one that is mutable
+        if (const OSStatus error = capture::StatusOf([&] { return input->Start(); })) return error;
+        if (const OSStatus error = MuteSource(*input, mSoftwareSourcesMuted)) return error;
     }
     mIsRunning = true;
     return 0;

@@ -143,13 +143,20 @@ OSStatus CVNMatrixedCapture::GetMixerOutputChannelCount(UInt32* count)
 
 OSStatus CVNMatrixedCapture::SetSoftwareSourcesMuted(bool muted)
 {
-    if (mIsRunning) {
-        for (const auto& input : mInputs) {
-            if (input->GetSource()->IsMutable()) input->GetSource()->SetMuted(muted);
-        }
+    OSStatus first = 0;
+    for (const auto& input : mInputs) {
+        const OSStatus error = mIsRunning ? MuteSource(*input, muted) : 0;
+        if (!first) first = error;
     }
     mSoftwareSourcesMuted = muted;
-    return 0;
+    return first;
+}
+
+/// @return 0 for one that cannot be muted, too; else kAudio_MemFullError
+OSStatus CVNMatrixedCapture::MuteSource(const OSLAudio_ConvertedInputCapture& input, bool muted)
+{
+    OSLAudio_InputCapture& source = *input.GetSource();
+    return source.IsMutable() ? capture::StatusOf([&] { return source.SetMuted(muted); }) : 0;
 }
 
 bool CVNMatrixedCapture::IsSoftwareSourcesMuted()

@@ -2,7 +2,7 @@
 #include "FakeSource.h"
 #include "capture/CVNMatrixedCapture.h"
 #include "capture/Status.h"
-#include "platform/audio/DeviceInput.h"
+#include "platform/audio/StampLatency.h"
 #include "support/FakeMachine.h"
 
 #include <memory>

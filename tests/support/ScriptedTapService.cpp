@@ -50,8 +50,8 @@ kern_return_t ScriptedTapService::Open(uint32_t type, std::unique_ptr<IOUserClie
 {
     mSteps.push_back("open");
     if (type != 0 || FailsNow()) return kFailure;
-    ++mClients;
     client = std::make_unique<Client>(shared_from_this());
+    ++mClients;
     return 0;
 }
 

@@ -7,6 +7,8 @@
 #include "platform/audio/AudioUnit.h"
 #include "platform/foundation/CFBase.h"
 
+#include <span>
+
 // ---- Devices
 
 /// The device of a UID. A null UID leaves `*device` alone; it is 0 after a failure, and where there is none.
@@ -28,16 +30,23 @@ bool AI_HasOutputStream(AudioDeviceID device);
 OSStatus AI_GetListOfOutputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
 OSStatus AI_GetListOfInputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
 
-/// The greatest rate that the input side can run at, 0 where it names none. @return also -1 when out of memory
+/// BestRate and ClosestRate of what the input side names. @return also -1 when out of memory
 OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz);
-
-/// The rate of the input side that comes closest to the one wanted, 0 where it names none.
-///
-/// Each range counts by its upper end, and the first that is named counts first. A later one takes its place where
-/// it is closer and not below the wanted rate: one that is closer from below is passed over.
-///
 /// @param rateHz  the wanted rate on entry
 OSStatus AI_GetClosestSampleRate(AudioDeviceID device, double* rateHz);
+
+namespace capture {
+
+/// The greatest rate of the ranges, in hertz; 0 where there is none.
+double BestRate(std::span<const AudioValueRange> ranges) noexcept;
+
+/// The rate of the ranges that comes closest to the one wanted, in hertz; 0 where there is none.
+///
+/// Each range counts by its upper end, and the first stands until another takes its place. That is one that is closer
+/// and not below the wanted rate: one that is closer from below is passed over.
+double ClosestRate(std::span<const AudioValueRange> ranges, double wantedHz) noexcept;
+
+}  // namespace capture
 
 // ---- Buffer lists
 

@@ -124,9 +124,8 @@ OSStatus AI_GetListOfInputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* c
 OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz)
 {
     std::vector<AudioValueRange> ranges;
-    *rateHz = 0;
     const OSStatus error = CopyRates(device, &ranges);
-    for (const AudioValueRange& range : ranges) *rateHz = std::max(*rateHz, range.mMaximum);
+    *rateHz = capture::BestRate(ranges);
     return error == kAudio_MemFullError ? -1 : error;
 }
 
@@ -134,13 +133,28 @@ OSStatus AI_GetClosestSampleRate(AudioDeviceID device, double* rateHz)
 {
     std::vector<AudioValueRange> ranges;
     if (const OSStatus error = CopyRates(device, &ranges)) return error;
-    const double wanted = *rateHz;
+    *rateHz = capture::ClosestRate(ranges, *rateHz);
+    return 0;
+}
+
+namespace capture {
+
+double BestRate(std::span<const AudioValueRange> ranges) noexcept
+{
+    double best = 0;
+    for (const AudioValueRange& range : ranges) best = std::max(best, range.mMaximum);
+    return best;
+}
+
+double ClosestRate(std::span<const AudioValueRange> ranges, double wantedHz) noexcept
+{
     double best = ranges.empty() ? 0 : ranges.front().mMaximum;
     for (const AudioValueRange& range : ranges) {
         const double rate = range.mMaximum;
-        const bool closer = std::fabs(rate - wanted) < std::fabs(best - wanted) && rate >= wanted;
+        const bool closer = std::fabs(rate - wantedHz) < std::fabs(best - wantedHz) && rate >= wantedHz;
         if (best == 0 || closer) best = rate;
     }
-    *rateHz = best;
-    return 0;
+    return best;
 }
+
+}  // namespace capture

@@ -31,6 +31,18 @@ TEST(AI, LimitsWholeSamplesOnly)
     EXPECT_EQ(samples, (std::vector<float>{0.5F, -0.5F, 0.25F}));
 }
 
+TEST(AI, ChoosesRatesByUpperEndsAndCloserOnesFromAboveOnly)
+{
+    const AudioValueRange ranges[] = {{32000, 32000}, {44100, 44100}, {8000, 96000}, {48000, 48000}};
+    EXPECT_EQ(capture::BestRate(ranges), 96000);
+    EXPECT_EQ(capture::BestRate({}), 0);
+    EXPECT_EQ(capture::ClosestRate(ranges, 44000), 44100);
+    EXPECT_EQ(capture::ClosestRate(ranges, 44200), 48000) << "44,100 is closer, but below";
+    EXPECT_EQ(capture::ClosestRate(ranges, 38050), 32000) << "as far as 44,100, and the first";
+    EXPECT_EQ(capture::ClosestRate(ranges, 200000), 32000);
+    EXPECT_EQ(capture::ClosestRate({}, 44100), 0);
+}
+
 TEST(AI, MakesListsWithAndWithoutData)
 {
     EXPECT_EQ(AI_CalculateByteSize(0), 24u);
