@@ -13,6 +13,8 @@ namespace {
 // How a stamp after a gap may lie beside the measured line, for the measurement to go on over the gap.
 constexpr double kMostEarlySeconds = 0.2e-3;
 constexpr double kMostLateSeconds = 5e-3;
+// Of a step between sample times and moments.
+constexpr double kMostPaidBackSeconds = 0.1;
 
 pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards opening and closing
 // Timelines are never taken out: their number is that of the devices, and readers hold no lock.
@@ -103,6 +105,13 @@ bool DeviceTimeline::Agrees(const machine::CaptureCycle& cycle, int64_t sampleTi
     return lateFrames >= -kMostEarlySeconds * mRateHz && lateFrames <= kMostLateSeconds * mRateHz;
 }
 
+/// Whether a count has nothing to do any more with the moments of the one before: paying that back would take minutes.
+bool DeviceTimeline::IsAnother(const machine::CaptureCycle& cycle, int64_t sampleTime) const noexcept
+{
+    return std::abs(mFollower.MeasuredPositionAt(cycle.mHostNanos) - double(sampleTime)) >
+           kMostPaidBackSeconds * mRateHz;
+}
+
 void DeviceTimeline::Follow(const machine::CaptureCycle& cycle, int64_t sampleTime, bool continues) noexcept
 {
     if (cycle.mHostNanos == 0) {
@@ -110,7 +119,7 @@ void DeviceTimeline::Follow(const machine::CaptureCycle& cycle, int64_t sampleTi
         return;
     }
     mHostNanos = cycle.mHostNanos;
-    const bool starts = !mTimed;
+    const bool starts = !mTimed || IsAnother(cycle, sampleTime);
     if (starts) mFollower.Start(cycle.mRateHz, double(sampleTime), cycle.mHostNanos);
     mTimed = true;
     if (starts || continues || (IsOfSameClock(cycle) && Agrees(cycle, sampleTime)))

@@ -47,6 +47,7 @@ private:
     int64_t FramesMissedBefore(const machine::CaptureCycle& cycle) const noexcept;
     int64_t FramesPassedBefore(const machine::CaptureCycle& cycle) const noexcept;
     bool Agrees(const machine::CaptureCycle& cycle, int64_t sampleTime) const noexcept;
+    bool IsAnother(const machine::CaptureCycle& cycle, int64_t sampleTime) const noexcept;
     void Follow(const machine::CaptureCycle& cycle, int64_t sampleTime, bool continues) noexcept;
     uint64_t HostNanosOf(int64_t sampleTime) const noexcept;
     void Publish() noexcept;
