@@ -366,6 +366,10 @@ TEST_F(PipeWireServerTest, AVirtualInputDeviceDeliversLikeAnyOther)
     CaptureRecorder recorder;
     auto input = mServer->OpenInput("virtual", "test-input", recorder);
     EXPECT_TRUE(recorder.Records(kSecondFrames / 4, ChannelPosition::FrontRight));
+    mPipeWire.SetRate(44100);
+    EXPECT_TRUE(
+        mWatch.Sees([](const ServerSnapshot& now) { return FindInput(now, "virtual")->mNominalRateHz == 44100; }));
+    EXPECT_TRUE(recorder.Meets([](const auto& stamp) { return stamp.mRateHz == 44100; }));
 }
 
 TEST_F(PipeWireServerTest, TakesAnInputDeviceUpWheneverItOrTheServerIsBack)

@@ -1,6 +1,7 @@
 #include "platform/audio/DeviceInput.h"
 
 #include "platform/audio/DeviceClock.h"
+#include "platform/audio/PublishedReading.h"
 #include "platform/foundation/CFDictionary.h"
 #include "platform/kernel/Realtime.h"
 #include "support/FakeMachine.h"
@@ -300,21 +301,24 @@ TEST_F(DeviceInputTest, ADriverWithoutTimesDeliversFramesThatHaveNone)
     EXPECT_EQ(mClient.mTimes[1].mHostTime, 7 * kSecond + StampLatencyNanos());
 }
 
-TEST_F(DeviceInputTest, AReadingIsNeverTornWhileTheClockRuns)
+TEST(PublishedReading, IsNeverTornAndNeverGoesBack)
 {
-    Device device(mServer);
-    DeviceInput input(mMicrophone, mClient);
-    device.Deliver(1);
-    std::thread reader([this, first = *ReadDeviceClock(mMicrophone)] {
-        for (ClockReading reading = first; reading.mSampleTime < first.mSampleTime + 4000 * 480.0;) {
-            reading = *ReadDeviceClock(mMicrophone);
-            const double frames = reading.mSampleTime - first.mSampleTime;
-            const double nanos = double(reading.mHostNanos - first.mHostNanos);
-            ASSERT_NEAR(frames * 1e9 / 48000, nanos, 2000);
+    constexpr uint64_t kReadings = 2'000'000;
+    PublishedReading published;
+    std::thread reader([&] {
+        for (uint64_t newest = 0; newest < kReadings;) {
+            const std::optional<ClockReading> reading = published.Read();
+            if (!reading) continue;
+            ASSERT_GE(reading->mHostNanos, newest);
+            newest = reading->mHostNanos;
+            for (const double part : {reading->mSampleTime, reading->mFramesANano, reading->mRateScalar})
+                ASSERT_EQ(part, double(newest));
         }
     });
-    device.Deliver(4000);
+    for (uint64_t i = 1; i <= kReadings; ++i) published.Publish({double(i), i, double(i), double(i)});
     reader.join();
+    published.Withdraw();
+    EXPECT_FALSE(published.Read());
 }
 
 }  // namespace platform::audio

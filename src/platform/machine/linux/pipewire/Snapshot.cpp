@@ -20,10 +20,13 @@ uint64_t Setting(const Registry& registry, const char* key, uint64_t otherwise)
     return registry.Settings() == nullptr ? otherwise : ParseNumber(registry.Settings()->Text(key), otherwise);
 }
 
+// What an input delivers comes at the graph's rate, whatever its hardware runs at.
 double RateOf(const Registry& registry, const Node& node)
 {
-    const uint64_t graph = Setting(registry, "clock.rate", kUsualRateHz);
-    return static_cast<double>(node.mProperties.Number(PW_KEY_AUDIO_RATE, graph));
+    const uint64_t usual = Setting(registry, "clock.rate", kUsualRateHz);
+    const uint64_t forced = Setting(registry, "clock.force-rate", 0);
+    if (node.IsInputDevice()) return static_cast<double>(forced != 0 ? forced : usual);
+    return static_cast<double>(node.mProperties.Number(PW_KEY_AUDIO_RATE, usual));
 }
 
 Device DescribeDevice(const Registry& registry, const Node& node, std::vector<ChannelPosition> channels)
