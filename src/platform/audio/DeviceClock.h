@@ -9,12 +9,12 @@
 
 namespace platform::audio {
 
-/// One moment of a clock and its rate, as they were handed out, in host time as stamps have it (the constant included).
+/// One moment of a clock as it was handed out, and its rate, in host time as stamps have it (the constant included).
 struct ClockReading {
     double mSampleTime = 0;
     uint64_t mHostNanos = 0;
-    double mFramesANano = 0;
-    double mRateScalar = 1;  // host ticks a frame over the nominal
+    double mFramesANano = 0;  // as measured
+    double mRateScalar = 1;   // host ticks a frame over the nominal, as handed out
 };
 
 /// The clock of a device that is open for input in this process; nothing where it is not, or has not delivered yet.

@@ -152,13 +152,13 @@ uint64_t DeviceTimeline::HostNanosOf(int64_t sampleTime) const noexcept
     return mHostNanos + uint64_t(std::llround(framesLater / mFollower.MeasuredScalar() / mRateHz * 1e9));
 }
 
-/// The line that was handed out and not the measured one: whoever places its read head by it is right once the clock
+/// The place that was handed out and not the measured one: whoever places its read head by it is right once the clock
 /// has been paid back, since what the integral is still off is paid back to all.
 void DeviceTimeline::Publish() noexcept
 {
     if (!mTimed) return mPublished.Withdraw();
     mPublished.Publish({mFollower.PositionAt(mHostNanos), mHostNanos + mLatencyNanos,
-                        mFollower.RateScalar() * mRateHz * 1e-9, 1 / mFollower.RateScalar()});
+                        mFollower.MeasuredScalar() * mRateHz * 1e-9, 1 / mFollower.RateScalar()});
 }
 
 }  // namespace platform::audio
