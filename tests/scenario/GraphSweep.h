@@ -1,0 +1,42 @@
+// GraphSweep: random graphs of four sources, each the same for the same seed, and the worst of what the oracle saw.
+// Why: the tests play a few seeds, `make soak` as many as there is time for.
+#pragma once
+
+#include "scenario/GraphRig.h"
+
+namespace graph {
+
+/// Frames are of the output.
+struct Outcome {
+    int mStatus = 0;
+    bool mAllSound = false;   // all sources were heard at the end
+    double mStartSpread = 0;  // how far apart the inputs were in the first cycles in which they sounded
+    double mStartInputs = 0;  // how far inputs and taps were off what the graph states of its frames, then
+    double mStartTaps = 0;
+    double mEndSpread = 0;  // the same at the end
+    double mEndInputs = 0;
+    double mEndTaps = 0;
+    double mMoved = 0;         // the furthest that a source ever was from where it began
+    double mStep = 0;          // the furthest that a frame was from the place after the one before it
+    uint64_t mSilent = 0;      // cycles
+    uint64_t mMostSilent = 0;  // as many as the longest buffer and late wake-ups account for
+    uint64_t mBroken = 0;      // cycles
+    uint64_t mSteps = 0;       // frames lost or doubled
+
+    void Worsen(const Outcome& other);
+    std::string Line() const;
+};
+
+struct SweepSetting {
+    uint64_t mSeed = 1;
+    nanoseconds mLength = 3s;
+    nanoseconds mLateStamps = 1ms;  // of devices
+};
+
+/// Plays a scenario, so that it has to have a process of its own.
+Outcome PlaySeed(const SweepSetting& setting);
+
+/// The same in a process of its own.
+Outcome PlaySeedForked(const SweepSetting& setting);
+
+}  // namespace graph
