@@ -23,6 +23,8 @@ struct Outcome {
     uint64_t mBroken = 0;      // cycles
     uint64_t mSteps = 0;       // frames lost or doubled
 
+    /// Nothing that could be heard as a fault, however the sources' clocks go.
+    bool IsWhole() const { return mStatus == 0 && mAllSound && mSteps == 0 && mBroken == 0 && mSilent <= mMostSilent; }
     void Worsen(const Outcome& other);
     std::string Line() const;
 };
