@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 constexpr float SampleAt(double sampleTime)
@@ -22,7 +23,7 @@ inline AudioStreamBasicDescription FloatDesc(double rateHz, UInt32 channels, boo
     return {rateHz, kAudioFormatLinearPCM, flags, bytes, 1, bytes, channels, 32, 0};
 }
 
-/// A list of mono buffers of silence, or of one stereo buffer.
+/// A list of mono buffers.
 class Block {
 public:
     Block(UInt32 channels, UInt32 frames, float fill = 0) : mSamples(channels, std::vector<float>(frames, fill))
@@ -36,12 +37,9 @@ public:
     const std::vector<float>& operator[](size_t channel) const { return mSamples[channel]; }
     bool IsSilent() const
     {
-        for (const auto& channel : mSamples) {
-            for (const float sample : channel) {
-                if (sample != 0) return false;
-            }
-        }
-        return true;
+        return std::all_of(mSamples.begin(), mSamples.end(), [](const auto& channel) {
+            return std::count(channel.begin(), channel.end(), 0.0F) == ptrdiff_t(channel.size());
+        });
     }
 
 private:
@@ -52,15 +50,10 @@ private:
 class FakeSource final : public OSLAudio_InputCapture {
 public:
     explicit FakeSource(double rateHz = 48000, UInt32 channels = 2) : mDesc(FloatDesc(rateHz, channels)) {}
-    ~FakeSource() override
-    {
-        if (mDeleted) ++*mDeleted;
-    }
-
     OSStatus Initialize() override
     {
-        mInitialized = mInitializeStatus == 0;
-        return mInitializeStatus;
+        mInitialized = true;
+        return 0;
     }
     OSStatus Uninitialize() override { return 0; }
     OSStatus SetRenderCallback(AURenderCallback callback, void* refCon) override
@@ -75,11 +68,6 @@ public:
         return mStartStatus;
     }
     OSStatus Pause() override { return 0; }
-    OSStatus GetDeviceID(AudioDeviceID* device) override
-    {
-        *device = 0;
-        return 0;
-    }
     OSStatus GetAudioDesc(AudioStreamBasicDescription* desc) override
     {
         *desc = mDesc;
@@ -131,9 +119,7 @@ public:
     bool mMutable = false;
     bool mMuted = false;
     bool mStarted = false;
-    OSStatus mInitializeStatus = 0;
     OSStatus mStartStatus = 0;
-    int* mDeleted = nullptr;
 
 private:
     AURenderCallback mCallback = nullptr;

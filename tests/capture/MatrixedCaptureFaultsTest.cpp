@@ -1,37 +1,10 @@
 // The graph where memory runs out at any step of its making, and where threads meet.
 #include "FakeSource.h"
+#include "avcapture/TapFixture.h"
 #include "capture/CVNMatrixedCapture.h"
-#include "platform/kernel/Threads.h"
-#include "support/FakeMachine.h"
-#include "support/ScriptedTapService.h"
+#include "support/AllocationFaults.h"
 
-#include <cstdlib>
-#include <new>
 #include <thread>
-
-namespace {
-support::Faults* sFaults = nullptr;
-}
-
-// Not inlined: the compiler would judge the pairs by halves.
-[[gnu::noinline]] void* operator new(size_t bytes)
-{
-    void* const memory = sFaults && sFaults->FailsNow() ? nullptr : std::malloc(bytes);
-    if (!memory) throw std::bad_alloc();
-    return memory;
-}
-[[gnu::noinline]] void* operator new(size_t bytes, const std::nothrow_t&) noexcept
-{
-    return sFaults && sFaults->FailsNow() ? nullptr : std::malloc(bytes);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
@@ -41,9 +14,7 @@ class MatrixedCaptureFaults : public testing::Test {
 protected:
     MatrixedCaptureFaults()
     {
-        const int32_t version = 2;
-        mService->mVersion =
-            cf::Ref<cf::Object>::Adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &version));
+        mService->mVersion = Number(2);
         platform::machine::ServerSnapshot snapshot;
         snapshot.mConnected = true;
         snapshot.mOutputs = {{11, "speakers", "Speakers", 44100, {P::FrontLeft, P::FrontRight}}};
@@ -76,9 +47,9 @@ TEST_F(MatrixedCaptureFaults, EveryAllocationThatFailsIsToldAndLeavesNothingOpen
     do {
         ++faults.mFailing;
         faults.mCalls = 0;
-        sFaults = &faults;
+        support::sAllocationFaults = &faults;
         const OSStatus status = Build(capture);
-        sFaults = nullptr;
+        support::sAllocationFaults = nullptr;
         EXPECT_EQ(status != 0, faults.mCalls > faults.mFailing) << faults.mFailing;
         capture.Pause();
         EXPECT_EQ(capture.Uninitialize(), 0);

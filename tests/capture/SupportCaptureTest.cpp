@@ -1,11 +1,7 @@
 // A tap as a source, over a scripted tap service.
+#include "avcapture/TapFixture.h"
 #include "capture/OSLAudio_SupportCapture.h"
 #include "capture/Status.h"
-#include "platform/foundation/CFDictionary.h"
-#include "support/FakeMachine.h"
-#include "support/ScriptedTapService.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -13,9 +9,7 @@ class SupportCapture : public testing::Test {
 protected:
     SupportCapture()
     {
-        const int32_t version = 2;
-        mService->mVersion =
-            cf::Ref<cf::Object>::Adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &version));
+        mService->mVersion = Number(2);
         platform::machine::ServerSnapshot snapshot;
         snapshot.mConnected = true;
         snapshot.mOutputs = {{11, "slow", "Slow", 44100, {}}, {12, "fast", "Fast", 96000, {}}};
@@ -28,14 +22,10 @@ protected:
         EXPECT_EQ(mService->mClients, 0);
         platform::kernel::WithdrawServices();
     }
-    static cf::Ref<cf::Array> UIDs(std::vector<CFTypeRef> uids)
-    {
-        return cf::Ref<cf::Array>::Adopt(CFArrayCreate(kCFAllocatorDefault, uids.data(), CFIndex(uids.size())));
-    }
     void Create()
     {
         AudioStreamBasicDescription desc{};
-        ASSERT_EQ(mCapture->Create(nullptr, UIDs({CFSTR("slow")}).Get(), &desc), 0);
+        ASSERT_EQ(mCapture->Create(nullptr, Array({CFSTR("slow")}).Get(), &desc), 0);
         EXPECT_EQ(desc.mSampleRate, 44100);
         EXPECT_EQ(desc.mBytesPerFrame, 8u);
         mCapture->SetRenderCallback(Take, this);
@@ -59,7 +49,7 @@ protected:
 TEST_F(SupportCapture, RunsAtTheRateOfTheFastestDevice)
 {
     const auto rate = [](std::vector<CFTypeRef> uids) {
-        return OSLAudio_SupportCapture::GetMaximimumSampleRateForDeviceUIDs(UIDs(std::move(uids)).Get());
+        return OSLAudio_SupportCapture::GetMaximimumSampleRateForDeviceUIDs(Array(std::move(uids)).Get());
     };
     EXPECT_EQ(rate({CFSTR("slow"), CFSTR("fast")}), 96000);
     EXPECT_EQ(rate({CFSTR("slow"), CFSTR("gone")}), 44100);
@@ -120,13 +110,6 @@ TEST_F(SupportCapture, MutesWhatItTakesFromTheStartWhereItWasAskedTo)
     EXPECT_EQ(mService->mSteps.back(), "4 0");
     mCapture->SetMuted(false);
     EXPECT_EQ(mService->mSteps.back(), "4 1");
-}
-
-TEST_F(SupportCapture, TellsOfATapThatIsNotThere)
-{
-    platform::kernel::WithdrawServices();
-    EXPECT_EQ(mCapture->Create(nullptr, nullptr, nullptr), kAVCaptureNoExtension);
-    EXPECT_EQ(mCapture->CopyCapturedSources(), nullptr);
 }
 
 }  // namespace

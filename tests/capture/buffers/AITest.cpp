@@ -43,25 +43,4 @@ TEST(AI, ChoosesRatesByUpperEndsAndCloserOnesFromAboveOnly)
     EXPECT_EQ(capture::ClosestRate({}, 44100), 0);
 }
 
-TEST(AI, MakesListsWithAndWithoutData)
-{
-    EXPECT_EQ(AI_CalculateByteSize(0), 24u);
-    EXPECT_EQ(AI_CalculateByteSize(2), 56u);
-    AudioBufferList* const alloced = AI_CreateAllocedBufferList(2, 3, 64);
-    ASSERT_NE(alloced, nullptr);
-    EXPECT_EQ(alloced->mNumberBuffers, 2u);
-    const AudioBuffer& second = alloced->mBuffers[1];
-    EXPECT_EQ(second.mNumberChannels, 3u);
-    EXPECT_EQ(second.mDataByteSize, 64u);
-    EXPECT_EQ(static_cast<const float*>(second.mData)[15], 0);
-    AI_DestroyBufferList(alloced);
-    float frame[2] = {};
-    AudioBufferList* const wrapped = AI_WrapInterleavedDataInBufferList(frame, sizeof frame, 2);
-    ASSERT_NE(wrapped, nullptr);
-    EXPECT_EQ(wrapped->mBuffers[0].mData, frame);
-    wrapped->mBuffers[0].mData = nullptr;
-    AI_DestroyBufferList(wrapped);
-    AI_DestroyBufferList(nullptr);
-}
-
 }  // namespace

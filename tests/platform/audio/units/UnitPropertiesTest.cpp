@@ -1,34 +1,8 @@
 // What units refuse, and what of it a client is told.
 #include "platform/audio/units/UnitRig.h"
-#include "support/Faults.h"
-
-#include <cstdlib>
-#include <new>
+#include "support/AllocationFaults.h"
 
 using namespace support;
-
-namespace {
-Faults* sFaults = nullptr;
-}
-
-// Not inlined: the compiler would judge the pairs by halves.
-[[gnu::noinline]] void* operator new(size_t bytes, const std::nothrow_t&) noexcept
-{
-    return sFaults && sFaults->FailsNow() ? nullptr : std::malloc(bytes);
-}
-[[gnu::noinline]] void* operator new(size_t bytes)
-{
-    if (void* const memory = operator new(bytes, std::nothrow)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
@@ -125,9 +99,9 @@ TEST(Units, EveryAllocationThatFailsIsReportedAndLeavesNothingBehind)
     OSStatus status = kAudio_MemFullError;
     for (int failing = 0; status != 0; ++failing) {
         Faults faults{failing};
-        sFaults = &faults;
+        sAllocationFaults = &faults;
         status = BuildAll();
-        sFaults = nullptr;
+        sAllocationFaults = nullptr;
         ASSERT_EQ(status, faults.mCalls > failing ? kAudio_MemFullError : 0) << failing;
     }
 }
