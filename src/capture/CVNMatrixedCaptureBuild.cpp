@@ -111,20 +111,22 @@ OSStatus CVNMatrixedCapture::AddInputDeviceCapture(CFStringRef deviceUID, UInt32
 
 OSStatus CVNMatrixedCapture::AddInput(std::unique_ptr<OSLAudio_InputCapture> source, UInt32 channels)
 {
-    auto input = std::make_unique<OSLAudio_ConvertedInputCapture>();
-    input->Create(source.release());
-    if (!input->IsInitialized())
-        return kAudio_MemFullError;  // the source was ready: it is the ring that was not to be had
-    AudioStreamBasicDescription desc = DescribeInput(channels);
-    if (const OSStatus error = input->SetOutputDesc(&desc)) return error;
-    if (const OSStatus error = input->SetMaxRenderSlice(kMaxRenderFrames)) return error;
-    mInputs.reserve(mInputs.size() + 1);
-    if (!mInputCallbackInstalled) {
-        input->SetRenderCallback(CVNMatrixedCapture_InputCallback, this);
-        mInputCallbackInstalled = true;
-    }
-    mInputs.push_back(std::move(input));
-    return 0;
+    return capture::StatusOf([&]() -> OSStatus {
+        auto input = std::make_unique<OSLAudio_ConvertedInputCapture>();
+        input->Create(source.release());
+        // The source was ready: it is the ring that was not to be had.
+        if (!input->IsInitialized()) return kAudio_MemFullError;
+        AudioStreamBasicDescription desc = DescribeInput(channels);
+        if (const OSStatus error = input->SetOutputDesc(&desc)) return error;
+        if (const OSStatus error = input->SetMaxRenderSlice(kMaxRenderFrames)) return error;
+        mInputs.reserve(mInputs.size() + 1);
+        if (!mInputCallbackInstalled) {
+            input->SetRenderCallback(CVNMatrixedCapture_InputCallback, this);
+            mInputCallbackInstalled = true;
+        }
+        mInputs.push_back(std::move(input));
+        return 0;
+    });
 }
 
 AudioStreamBasicDescription CVNMatrixedCapture::DescribeInput(UInt32 channels) const
