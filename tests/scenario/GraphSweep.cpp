@@ -123,6 +123,7 @@ Outcome PlaySeed(const SweepSetting& setting)
     outcome.mStatus = rig.Start();
     if (outcome.mStatus) return outcome;
     Judge(rig, s.now() + setting.mLength, outcome);
+    if (const int status = rig.Stop()) outcome.mStatus = status;
     const double cycles = (dice.mLongestSeconds + Seconds(kLateWakeups)) / rig.CycleSeconds();
     outcome.mMostSilent = kSources * static_cast<uint64_t>(std::ceil(cycles));
     return outcome;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
+#include <ostream>
 
 namespace {
 
@@ -15,11 +16,11 @@ using support::ExpectForked;
 
 // Under a sanitizer the long ones would take minutes.
 #if defined(CORVANE_SANITIZED)
-constexpr uint64_t kSeeds = 4;
-constexpr nanoseconds kLong = 30s;
+constexpr uint64_t kSeeds = 2;
+constexpr nanoseconds kShort = 3s, kLong = 5s;
 #else
 constexpr uint64_t kSeeds = 10;
-constexpr nanoseconds kLong = 4min;
+constexpr nanoseconds kShort = 12s, kLong = 4min;
 #endif
 
 /// A tap is stamped on arrival, which comes two to three of its blocks after a frame.
@@ -33,16 +34,21 @@ void ExpectAligned(const Outcome& outcome)
     EXPECT_LE(outcome.mEndSpread, 4);
 }
 
-/// What befalls one of three sources, the microphone, from 5 s on, and what comes of it.
+/// What befalls one of three sources, the microphone, from 2 s on, and what comes of it.
 struct Fault {
     const char* mName;
     std::function<void(Scenario&, Input&)> mScript;
     double mLeastSilent = 0, mMostSilent = 0;  // seconds that the whole mix is silent
-    double mMicrophoneOff = 1;                 // frames, at the end
+    double mMicrophoneOff = 2;                 // frames, at the end
     bool mMicrophoneWhole = true;              // no frame of it is lost or doubled
     bool mOthersWhole = true;
-    nanoseconds mEnd = 15s;
+    nanoseconds mEnd = 10s;
 };
+
+void PrintTo(const Fault& fault, std::ostream* out)
+{
+    *out << fault.mName;
+}
 
 void Play(const Fault& fault)
 {
@@ -65,56 +71,56 @@ void Play(const Fault& fault)
     EXPECT_LE(static_cast<double>(other.mSilent) * rig.CycleSeconds(), fault.mMostSilent);
     EXPECT_LE(std::abs(tap.mOff), kHalfBlock + 1);
     EXPECT_LE(std::abs(mic.mOff), fault.mMicrophoneOff);
-    EXPECT_LE(std::abs(other.mOff), 1);
+    EXPECT_LE(std::abs(other.mOff), 2);
     EXPECT_EQ(mic.mSteps == 0, fault.mMicrophoneWhole);
     EXPECT_EQ(tap.mSteps + other.mSteps == 0, fault.mOthersWhole);
     EXPECT_EQ(rig.Stop(), 0);
     if (!testing::Test::HasFailure()) return;
-    const std::string picture = testing::TempDir() + "graph, " + fault.mName + ".svg";
+    const std::string picture = testing::TempDir() + "graph-" + fault.mName + ".svg";
     rig.Draw(picture);
     std::printf("drawn in %s\n", picture.c_str());
 }
 
 const Fault kFaults[] = {
-    {.mName = "stops for less than the rings hold",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).stop(mic), s.at(5500ms).start(mic); },
+    {.mName = "StopsForLessThanTheRingsHold",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).stop(mic), s.at(2500ms).start(mic); },
      .mLeastSilent = 0.4,
      .mMostSilent = 0.52,
      .mMicrophoneWhole = false},
-    {.mName = "stops for longer than the rings hold",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).stop(mic), s.at(10s).start(mic); },
+    {.mName = "StopsForLongerThanTheRingsHold",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).stop(mic), s.at(7s).start(mic); },
      .mLeastSilent = 4.9,
      .mMostSilent = 5.1,
      .mMicrophoneWhole = false,
      .mOthersWhole = false},
-    {.mName = "is unplugged and comes back",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).unplug(mic), s.at(6s).plug(mic); },
+    {.mName = "IsUnpluggedAndComesBack",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).unplug(mic), s.at(3s).plug(mic); },
      .mLeastSilent = 0.9,
      .mMostSilent = 1.02,
      .mMicrophoneWhole = false},
-    {.mName = "jumps ahead by a little, which is paid back",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).jump(mic, 1000); },
-     .mMicrophoneOff = 800,
+    {.mName = "JumpsAheadByALittle",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).jump(mic, 1000); },
+     .mMicrophoneOff = 850,  // at 500 ppm
      .mMicrophoneWhole = false},
-    {.mName = "jumps ahead by more than the rings hold",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).jump(mic, 200'000); },
+    {.mName = "JumpsAheadByMoreThanTheRingsHold",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).jump(mic, 200'000); },
      .mMostSilent = 0.2,
      .mMicrophoneWhole = false,
      .mOthersWhole = false},
-    {.mName = "jumps back", .mScript = [](Scenario& s, Input& mic) { s.at(5s).jump(mic, -1000); }},
-    {.mName = "brings a cycle twice, which is paid back",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).repeatCycle(mic); },
+    {.mName = "JumpsBack", .mScript = [](Scenario& s, Input& mic) { s.at(2s).jump(mic, -1000); }},
+    {.mName = "BringsACycleTwice",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).repeatCycle(mic); },
      .mMicrophoneOff = 480,
      .mMicrophoneWhole = false},
-    {.mName = "brings a cycle under the stamp of the next",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).delayCycle(mic); }},
-    {.mName = "has no host time for a second",
-     .mScript = [](Scenario& s, Input& mic) { s.at(5s).unstamp(mic), s.at(6s).stamp(mic); }},
-    {.mName = "has no host time at first",  // nothing is aligned before, so that nothing has begun to be silent
-     .mScript = [](Scenario& s, Input& mic) { s.at(1ms).unstamp(mic), s.at(6s).stamp(mic); }},
-    {.mName = "takes longer buffers", .mScript = [](Scenario& s, Input& mic) { s.at(5s).quantum(mic, 2048); }},
-    {.mName = "is lost with the server",
-     .mScript = [](Scenario& s, Input&) { s.at(5s).serverDown(), s.at(7s).serverUp(); },
+    {.mName = "BringsACycleUnderTheStampOfTheNext",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).delayCycle(mic); }},
+    {.mName = "HasNoHostTimeForASecond",
+     .mScript = [](Scenario& s, Input& mic) { s.at(2s).unstamp(mic), s.at(3s).stamp(mic); }},
+    {.mName = "HasNoHostTimeAtFirst",  // nothing is aligned before, so that nothing has begun to be silent
+     .mScript = [](Scenario& s, Input& mic) { s.at(1ms).unstamp(mic), s.at(3s).stamp(mic); }},
+    {.mName = "TakesLongerBuffers", .mScript = [](Scenario& s, Input& mic) { s.at(2s).quantum(mic, 2048); }},
+    {.mName = "IsLostWithTheServer",
+     .mScript = [](Scenario& s, Input&) { s.at(2s).serverDown(), s.at(4s).serverUp(); },
      .mLeastSilent = 1.9,
      .mMostSilent = 4,
      .mMicrophoneWhole = false,
@@ -126,10 +132,12 @@ const Fault kFaults[] = {
 TEST(Graph, SourcesOnClocksOfTheirOwnLieTogetherToTheSample)
 {
     for (uint64_t seed = 1; seed <= kSeeds; ++seed) {
-        const Outcome outcome = PlaySeedForked({.mSeed = seed, .mLength = 12s, .mLateStamps = 0s});
+        const Outcome outcome = PlaySeedForked({.mSeed = seed, .mLength = kShort, .mLateStamps = 0s});
         SCOPED_TRACE("seed " + std::to_string(seed) + ": " + outcome.Line());
         EXPECT_TRUE(outcome.IsWhole());
+#if !defined(CORVANE_SANITIZED)
         ExpectAligned(outcome);
+#endif
         // Until a crystal is known: 300 ppm for half a second.
         EXPECT_LE(outcome.mMoved, 10);
         // A wake-up that is late by a millisecond may cost another block of the tap.
@@ -149,13 +157,15 @@ TEST(Graph, LateStampsArePaidBackAndNothingIsLostMeanwhile)
     }
 }
 
-TEST(Graph, AFaultOfOneSourceLeavesTheOthersWhereTheyBelong)
+class GraphFault : public testing::TestWithParam<Fault> {};
+
+TEST_P(GraphFault, LeavesTheOtherSourcesWhereTheyBelong)
 {
-    for (const Fault& fault : kFaults) {
-        SCOPED_TRACE(fault.mName);
-        ExpectForked([&] { Play(fault); });
-    }
+    ExpectForked([] { Play(GetParam()); });
 }
+
+INSTANTIATE_TEST_SUITE_P(OfOneSource, GraphFault, testing::ValuesIn(kFaults),
+                         [](const auto& each) { return std::string(each.param.mName); });
 
 TEST(Graph, ASourceThatNeverStartsSilencesTheMixAndIsTold)
 {
@@ -186,9 +196,9 @@ TEST(Graph, AChangeOfASourcesRateLeavesTheOthersAlone)
         Rig rig(s, 48000, 512);
         rig.AddInput(microphone);
         rig.AddInput(line);
-        s.at(5s).rate(microphone, 44100);
+        s.at(2s).rate(microphone, 44100);
         EXPECT_EQ(rig.Start(), 0);
-        rig.RunUntil(10s);
+        rig.RunUntil(6s);
         EXPECT_EQ(rig.mStatus, 0);
         EXPECT_EQ(rig.mTracks[1].mSteps, 0u);
         EXPECT_LE(std::abs(rig.mTracks[1].mOff), 1);
