@@ -155,9 +155,8 @@ int main(int argc, char** argv)
 
     std::printf(
         "\nA game now clicks at every half second, and a microphone with a clock of its own hears the same clicks.\n");
-    server.SetQuantum(512);
     auto clicks = server.Play({"--name", "clicks", "--clicks", "--from-host-time"});
-    auto microphone = server.PlugMicrophone({"--name", "microphone", "--ppm", "200"});
+    auto microphone = server.PlugMicrophone({"--name", "microphone", "--ppm", "200", "--quantum", "1024"});
     Record({"--source", "app:clicks", "--source", "input:microphone", "-c", "0"}, 16, folder + "/clicks.wav");
     ProveAlignment(support::ReadRecording(folder + "/clicks.wav"));
     return sFailures == 0 ? 0 : 1;

@@ -17,9 +17,9 @@ constexpr int kTries = 4;
 TEST_F(GraphRecordTest, ClicksOfAnApplicationAndOfAMicrophoneLandTogetherAndStayThere)
 {
     for (int i = 0; i < kTries; ++i) {
-        mPipeWire.SetQuantum(512);
+        mPipeWire.SetQuantum(1024);
         auto game = mPipeWire.Play({"--name", "game", "--clicks", "--from-host-time"});
-        auto microphone = mPipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200"});
+        auto microphone = mPipeWire.PlugMicrophone({"--name", "mic", "--ppm", "200", "--quantum", "1024"});
         const Recording recording = Record({"--source", "app:game", "--source", "input:mic", "-c", "0", "-d", "20"});
         if (mMissed + MissedBy(game) + MissedBy(microphone) > 0) continue;
         ASSERT_EQ(recording.mChannels, 3) << "the application's two and the microphone's one";

@@ -111,8 +111,8 @@ std::vector<size_t> Clicks(std::span<const float> samples)
 std::vector<double> Lags(std::span<const size_t> first, std::span<const size_t> second)
 {
     std::vector<double> lags;
-    if (second.empty()) return lags;
-    for (const size_t click : first) {
+    if (second.empty() || first.size() < 3) return lags;
+    for (const size_t click : first.subspan(1, first.size() - 2)) {
         const auto distance = [click](size_t other) { return std::fabs(double(other) - double(click)); };
         lags.push_back(double(*std::ranges::min_element(second, {}, distance)) - double(click));
     }

@@ -35,7 +35,7 @@ CounterReport CheckCounter(std::span<const float> samples);
 
 /// Frames at which a click is heard: the greatest sample of each stretch above half of full scale.
 std::vector<size_t> Clicks(std::span<const float> samples);
-/// By how many frames the nearest click of `second` lags each of `first`.
+/// By how many frames the nearest click of `second` lags each of `first`; the outermost two may have no partner.
 std::vector<double> Lags(std::span<const size_t> first, std::span<const size_t> second);
 
 /// One channel of interleaved samples.

@@ -62,8 +62,9 @@ private:
     std::atomic<spa_io_position*> mPosition{nullptr};  // the same
     bool mRuns = false;
     uint64_t mStartNanos = 0;
-    uint64_t mFrame = 0;                  // of the next cycle
-    std::atomic<uint64_t> mProcessed{0};  // the data thread's
+    uint64_t mFrame = 0;            // of the next cycle
+    std::atomic<uint64_t> mDue{0};  // of the cycle in hand; stored by the loop, loaded by the data thread
+    uint64_t mTaken = 0;            // the data thread's
 };
 
 const pw_stream_events Microphone::kEvents = {
@@ -112,7 +113,7 @@ Microphone::Microphone(const Options& options)
 Microphone::~Microphone()
 {
     pw_stream_destroy(mStream);
-    const uint64_t taken = mProcessed.load() + mOptions.mQuantum;  // the last cycle is not waited for
+    const uint64_t taken = mTaken + mOptions.mQuantum;  // the last cycle is not waited for
     std::printf("missed %llu\n", static_cast<unsigned long long>(mFrame > taken ? mFrame - taken : 0));
     pw_main_loop_destroy(mLoop);
 }
@@ -127,7 +128,7 @@ void Microphone::OnState(pw_stream_state state)
     if (!mRuns) return;
     mStartNanos = HostNanos();
     mFrame = 0;
-    mProcessed.store(0);
+    mTaken = 0;
     Arm();
 }
 
@@ -150,6 +151,7 @@ void Microphone::Tick()
     clock->duration = frames;
     clock->delay = 0;
     clock->rate_diff = 1 + mOptions.mPPM * 1e-6;
+    mDue.store(mFrame);
     mFrame += frames;
     clock->next_nsec = MomentOf(mFrame);
     pw_stream_trigger_process(mStream);
@@ -165,11 +167,10 @@ void Microphone::Process()
     const uint64_t frames = buffer->requested == 0 ? std::min<uint64_t>(room, mOptions.mQuantum)
                                                    : std::min<uint64_t>(buffer->requested, room);
     auto* sample = static_cast<float*>(data.data);
-    // What is filled in one cycle goes out in the next.
-    const uint64_t first = mProcessed.load() + frames;
+    const uint64_t first = mDue.load();  // by the clock: the first cycle of all may come without a call
     for (uint64_t frame = first; frame < first + frames; ++frame)
         *sample++ = MomentOf(frame) / kClickNanos != MomentOf(frame - 1) / kClickNanos ? 0.9f : 0.0f;
-    mProcessed.store(first);
+    mTaken += frames;
     data.chunk->offset = 0;
     data.chunk->stride = sizeof(float);
     data.chunk->size = static_cast<uint32_t>(frames * sizeof(float));
