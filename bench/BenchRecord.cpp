@@ -1,7 +1,8 @@
 // corvane-bench-record: what a recording costs a person and the machine, beside the server's own recorder.
 //
-// Prints two tables: the time from the start of the program to the first moment of sound in its file, and the processor
-// time and wake-ups of a recording that runs. Both play the same application on a private server, in turns.
+// Prints three tables: the time from the start of the program to the first moment of sound in its file, and the
+// processor time and wake-ups of a recording that runs, both in turns beside the server's recorder; and how far apart
+// the same clicks lie that come through an application and through a microphone, over many starts.
 #include "support/CommandRun.h"
 #include "support/PrivatePipeWire.h"
 #include "support/SignalAnalysis.h"
@@ -15,6 +16,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -25,6 +27,7 @@ using support::ChildProcess;
 
 constexpr double kRateHz = 48000;
 constexpr int kStarts = 15;
+constexpr int kAlignments = 100;
 constexpr auto kRunning = 20s;
 
 struct Cost {
@@ -74,6 +77,41 @@ Cost CostOf(Runner run, const std::string& file)
     return {100 * used / length, double(after.ru_nvcsw - before.ru_nvcsw) / length};
 }
 
+// Milliseconds by which the microphone's clicks lag the application's, the furthest of a short recording; nothing where
+// the server was late or a click had no partner.
+std::optional<double> MillisApart(const std::string& file)
+{
+    support::CommandRun run(
+        {"record", "--force", "--source", "app:clicks", "--source", "input:microphone", "-c", "0", "-d", "2.4", file});
+    run.Wait();
+    const bool whole = run.Output().find("frames lost: 0") != std::string::npos;
+    const support::Recording recording = support::ReadRecording(file);
+    const auto lags = support::Lags(support::Clicks(recording.Channel(0)), support::Clicks(recording.Channel(2)));
+    if (!whole || lags.empty()) return std::nullopt;
+    const double furthest = *std::ranges::max_element(lags, {}, [](double lag) { return std::fabs(lag); });
+    if (std::fabs(furthest) > kRateHz / 8) return std::nullopt;
+    return furthest * 1e3 / kRateHz;
+}
+
+void PrintAlignment(support::PrivatePipeWire& server)
+{
+    server.SetQuantum(1024);
+    auto clicks = server.Play({"--name", "clicks", "--clicks", "--from-host-time"});
+    auto microphone = server.PlugMicrophone({"--name", "microphone", "--ppm", "200", "--quantum", "1024"});
+    std::vector<double> apart;
+    for (int i = 0; i < kAlignments; ++i)
+        if (const auto millis = MillisApart(server.Folder() + "/b.wav")) apart.push_back(std::fabs(*millis));
+    std::ranges::sort(apart);
+    const auto within = std::ranges::count_if(apart, [](double millis) { return millis <= 1.5; });
+    std::printf("\n## Alignment: clicks of an application and of a microphone, %d starts, 200 ppm, quantum 1024\n\n",
+                kAlignments);
+    std::printf("| What | Value |\n|---|---|\n");
+    std::printf("| starts that the server was in time for | %zu |\n", apart.size());
+    if (apart.empty()) return;
+    std::printf("| of these within 1.5 ms | %ld |\n", static_cast<long>(within));
+    std::printf("| ms apart, median and worst | %.2f, %.2f |\n", apart[apart.size() / 2], apart.back());
+}
+
 double Median(std::vector<double> values)
 {
     std::ranges::sort(values);
@@ -107,5 +145,7 @@ int main()
         const Cost cost = CostOf(run, file);
         std::printf("| %s | %.2f | %.0f |\n", name, cost.mProcessorPercent, cost.mWakesASecond);
     }
+    chosen.End(SIGTERM);
+    PrintAlignment(server);
     return 0;
 }
