@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -57,7 +58,9 @@ private:
     std::vector<uint32_t> mPositions;
     uint64_t mFrame = 0;
     std::atomic<const spa_io_position*> mPosition{nullptr};  // stored by the loop, loaded by the data thread
-    uint64_t mFirstPosition = 0, mFirstCount = 0, mMissed = 0;
+    uint64_t mFirstPosition = 0, mFirstCount = 0;
+    uint64_t mAsked = 0;  // frames since the first position that we were asked for or have missed
+    int64_t mMissed = 0;
     pw_main_loop* mLoop;
     pw_stream* mStream;
 };
@@ -102,7 +105,7 @@ Player::Player(const Options& options)
 Player::~Player()
 {
     pw_stream_destroy(mStream);
-    std::printf("missed %llu\n", static_cast<unsigned long long>(mMissed));
+    std::printf("missed %llu\n", static_cast<unsigned long long>(std::max<int64_t>(mMissed, 0)));
     pw_main_loop_destroy(mLoop);
 }
 
@@ -160,7 +163,9 @@ void Player::NotePosition()
             mFirstCount = static_cast<uint64_t>(static_cast<double>(position->clock.nsec) * 1e-9 * mOptions.mRateHz);
     }
     const uint64_t due = position->clock.position - mFirstPosition;
-    mMissed = due > mFrame ? due - mFrame : 0;
+    mMissed += static_cast<int64_t>(due - mAsked);
+    if (mOptions.mFromHostTime) mFrame += due - mAsked;  // a cycle that was missed does not make the count late
+    mAsked = due;
 }
 
 void Player::Process()
@@ -175,6 +180,7 @@ void Player::Process()
     auto* sample = static_cast<float*>(data.data);
     for (uint64_t frame = 0; frame < frames; ++frame, ++mFrame)
         for (unsigned channel = 0; channel < mPositions.size(); ++channel) *sample++ = Sample(channel);
+    mAsked += frames;
     data.chunk->offset = 0;
     data.chunk->stride = static_cast<int32_t>(stride);
     data.chunk->size = static_cast<uint32_t>(frames) * stride;
@@ -207,7 +213,7 @@ int main(int argc, char** argv)
     command.add_flag("--counter", options.mCounter, "play frame index / 2^20, negated in odd channels");
     command.add_flag("--clicks", options.mClicks,
                      "play a click every half second; with --from-host-time, of the host clock");
-    command.add_flag("--from-host-time", options.mFromHostTime, "begin the count with the host clock's frames so far");
+    command.add_flag("--from-host-time", options.mFromHostTime, "count the host clock's frames");
     command.add_option("--positions", options.mPositions, "channels, as \"FL FR\"");
     command.add_option("--only", options.mOnly, "the one channel that is not silent, from 0");
     command.add_option("--target", options.mTarget, "name of the sink to play on");
