@@ -66,8 +66,9 @@ std::string TellWhatIsThere(const std::string& wanted, const std::vector<std::st
 }
 
 // A track each.
-int ResolveInput(const Source& source, const std::vector<Device>& inputs, RecordingWish& wish)
+int ResolveInput(const Source& source, RecordingWish& wish)
 {
+    const std::vector<Device> inputs = CopyDevices(Side::Input);
     const auto isDefault = [](const Device& input) { return input.mIsDefault; };
     const auto standard = std::ranges::find_if(inputs, isDefault);
     const Device* input = FindDevice(inputs, source.mValue);
@@ -92,11 +93,10 @@ int ResolveInput(const Source& source, const std::vector<Device>& inputs, Record
 int ResolveTracks(const std::vector<Source>& sources, RecordingWish& wish)
 {
     const auto applications = platform::process::CopyApplications();
-    const auto inputs = CopyDevices(Side::Input);
     std::optional<size_t> mixed;  // the track of all the applications
     for (const Source& source : sources) {
         if (source.mKind == Source::Kind::Input) {
-            if (const int code = ResolveInput(source, inputs, wish)) return code;
+            if (const int code = ResolveInput(source, wish)) return code;
             continue;
         }
         const Resolution resolution = Resolve(source, applications, ProcessExists);

@@ -1,6 +1,7 @@
 #include "cli/TapFeed.h"
 
 #include "cli/Lists.h"
+#include "utility/CAStreamBasicDescription.h"
 
 #include <cmath>
 
@@ -8,20 +9,8 @@ namespace cli {
 
 namespace {
 
-constexpr unsigned kChannels = 2;
-
-AudioStreamBasicDescription StereoFloat(double rateHz)
-{
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = rateHz;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
-    format.mBytesPerPacket = format.mBytesPerFrame = kChannels * sizeof(float);
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = kChannels;
-    format.mBitsPerChannel = 32;
-    return format;
-}
+constexpr UInt32 kChannels = 2;
+constexpr UInt32 kFrameBytes = kChannels * sizeof(float);
 
 }  // namespace
 
@@ -30,9 +19,11 @@ TapFeed::TapFeed(const FeedWish& wish, FeedSink& sink) : mWish(wish), mSink(sink
 int TapFeed::Open()
 {
     // In small pieces, so that what was played just before the end is in the file, and the meter is live.
+    const CAStreamBasicDescription format(mWish.mRateHz, kAudioFormatLinearPCM, kFrameBytes, 1, kFrameBytes, kChannels,
+                                          8 * sizeof(float), kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked);
     AVCapture* session = nullptr;
     const int status =
-        AVCapture::CreateAudio(&session, Callback, this, StereoFloat(mWish.mRateHz), ArrayOf(mWish.mDeviceUIDs).Get(),
+        AVCapture::CreateAudio(&session, Callback, this, format, ArrayOf(mWish.mDeviceUIDs).Get(),
                                ArrayOf(mWish.mTracks.front().mProcesses).Get(), kAVCaptureLowLatencyAudio);
     mSession.reset(session);
     return status;
