@@ -1,8 +1,7 @@
 #include "TapFixture.h"
+#include "support/FolderTree.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 
 using support::FakeMemory;
 using support::Faults;
@@ -109,10 +108,9 @@ TEST_F(Setup, AMissingServiceAndATranslatedClientOnAnOldOneAreToldAlike)
 TEST_F(Setup, EveryCallThatFailsGivesItsOwnStatusAndLeavesNothingBehind)
 {
     mService->mSymbolRequest = std::string(1, '\0');
-    const auto root = std::filesystem::path(testing::TempDir()) / "corvane-setup-root";
-    std::filesystem::create_directories(root);
-    std::ofstream(root / "mach_kernel") << "\xce\xfa\xed\xfe";
-    mMachine.mFiles.mRoot = root;
+    const support::FolderTree folder;
+    folder.Write("mach_kernel", "\xce\xfa\xed\xfe");
+    mMachine.mFiles.mRoot = folder.Root();
     constexpr int32_t kFailure = ScriptedTapService::kFailure;
     const std::vector<int32_t> wanted{kFailure,  // open
                                       kFailure,
@@ -138,7 +136,6 @@ TEST_F(Setup, EveryCallThatFailsGivesItsOwnStatusAndLeavesNothingBehind)
         EXPECT_EQ(mMachine.mMemory.mBytes, mBytesBefore) << "call " << k;
     }
     mService->mFaults = mMachine.mMemory.mFaults = nullptr;
-    std::filesystem::remove_all(root);
 }
 
 TEST_F(Setup, TheOutputBufferIsLockedUnlessTheSessionSaysNo)

@@ -1,11 +1,11 @@
 #include "avcapture/SymbolLookup.h"
 
 #include "TapFixture.h"
+#include "support/FolderTree.h"
 
 #include <algorithm>
 #include <bit>
 #include <filesystem>
-#include <fstream>
 
 using namespace avcapture;
 
@@ -122,18 +122,11 @@ TEST(SymbolLookup, AFileCutAtAnyByteOrWithAnyHostileWordIsReadInsideItsBounds)
 
 class SymbolExchange : public TapFixture {
 protected:
-    SymbolExchange()
-    {
-        fs::remove_all(mRoot);
-        fs::create_directories(mRoot / "var/run");
-        mMachine.mFiles.mRoot = mRoot;
-    }
-    ~SymbolExchange() override { fs::remove_all(mRoot); }
+    SymbolExchange() { mMachine.mFiles.mRoot = mFolder.Root(); }
     void Write(const char* path, const Bytes& bytes, int ageSeconds)
     {
-        std::ofstream(mRoot / path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
-        fs::last_write_time(mRoot / path, mNow - std::chrono::seconds(ageSeconds));
+        const std::string file = mFolder.Write(path, std::string(bytes.begin(), bytes.end()));
+        fs::last_write_time(file, mNow - std::chrono::seconds(ageSeconds));
     }
     int32_t Ask(const std::string& request)
     {
@@ -142,7 +135,7 @@ protected:
         return Create();
     }
 
-    const fs::path mRoot = fs::path(testing::TempDir()) / "corvane-symbols-root";
+    const support::FolderTree mFolder;
     const fs::file_time_type mNow = fs::file_time_type::clock::now();
 };
 

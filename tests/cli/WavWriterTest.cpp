@@ -1,5 +1,7 @@
 #include "cli/WavWriter.h"
 
+#include "support/FolderTree.h"
+
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -22,14 +24,7 @@ namespace fs = std::filesystem;
 
 class WavWriterTest : public ::testing::Test {
 protected:
-    WavWriterTest()
-    {
-        char folder[] = "/tmp/corvane-wav-XXXXXX";
-        mFolder = mkdtemp(folder);
-    }
-    ~WavWriterTest() override { fs::remove_all(mFolder); }
-
-    std::string Path(const char* name = "a.wav") const { return mFolder / name; }
+    std::string Path(const char* name = "a.wav") const { return mFolder.Path(name); }
 
     // What an independent reader sees in the file.
     struct Contents {
@@ -48,7 +43,7 @@ protected:
         return contents;
     }
 
-    fs::path mFolder;
+    const support::FolderTree mFolder;
 };
 
 std::vector<float> Ramp(size_t frames)
