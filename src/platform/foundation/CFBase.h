@@ -16,6 +16,10 @@ class Number;
 class Array;
 class Dictionary;
 class Bundle;
+class Boolean;
+class Data;
+class UUID;
+class URL;
 }  // namespace cf
 
 using CFTypeID = unsigned long;
@@ -23,11 +27,17 @@ using CFIndex = long;
 using CFHashCode = unsigned long;
 using CFTypeRef = const cf::Object*;
 using CFAllocatorRef = const void*;
+using CFOptionFlags = unsigned long;
 using CFStringRef = const cf::String*;
 using CFNumberRef = const cf::Number*;
 using CFArrayRef = const cf::Array*;
 using CFMutableArrayRef = cf::Array*;
 using CFDictionaryRef = const cf::Dictionary*;
+using CFMutableDictionaryRef = cf::Dictionary*;
+using CFBooleanRef = const cf::Boolean*;
+using CFDataRef = const cf::Data*;
+using CFUUIDRef = const cf::UUID*;
+using CFURLRef = const cf::URL*;
 using CFBundleRef = const cf::Bundle*;
 using __CFArray = cf::Array;
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/foundation/CFDictionary.h"
+#include "platform/foundation/CFURL.h"
 
 #include <atomic>
 
@@ -34,6 +35,14 @@ private:
 /// The bundle at a folder, or null where its Info.plist is missing, no regular file, beyond the
 /// limits that PropertyList.h states, or not a dictionary.
 CFBundleRef CFBundleCreate(CFAllocatorRef allocator, const char* folder);
+/// The bundle of the application that this process is, not retained; null where it has none. It has no Info.plist.
+CFBundleRef CFBundleGetMainBundle();
+/// A bundle of this installation by its identifier ("CFBundleIdentifier"), not retained; null where there is none.
+CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier);
+/// Not retained; null where it has none.
+CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);
+/// Where the bundle lies (the main one: its executable); the caller releases it. Null where that may not be read.
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle);
 /// A value of the Info.plist; null where there is none.
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 /// Loads the bundle's library (key "CFBundleExecutable", a plain file name inside the bundle) on first use;

@@ -12,9 +12,27 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text
 /// A string that lives as long as the process, the same object for the same text.
 CFStringRef CFStringMakeConstant(const char* text);
 #define CFSTR(text) CFStringMakeConstant(text)
+constexpr CFOptionFlags kCFCompareCaseInsensitive = 1;
+enum CFComparisonResult : CFIndex { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
+/// By code points; where case is not to count, A to Z of ASCII are alike and no others.
+CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags options);
+/// The text with its NUL. False, and an empty text, where the room is too small.
+bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex room, uint32_t encoding);
+
+// ---- Truth values: two objects, equal to themselves alone and to no number.
+extern const CFBooleanRef kCFBooleanTrue;
+extern const CFBooleanRef kCFBooleanFalse;
+CFTypeID CFBooleanGetTypeID();
+bool CFBooleanGetValue(CFBooleanRef boolean);
 
 // ---- Numbers.
-enum CFNumberType : CFIndex { kCFNumberSInt32Type = 3, kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6 };
+enum CFNumberType : CFIndex {
+    kCFNumberSInt8Type = 1,
+    kCFNumberSInt32Type = 3,
+    kCFNumberSInt64Type = 4,
+    kCFNumberFloat32Type = 5,
+    kCFNumberFloat64Type = 6
+};
 CFTypeID CFNumberGetTypeID();
 /// Null for a type other than those above.
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
@@ -27,6 +45,11 @@ CFTypeID CFArrayGetTypeID();
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const CFTypeRef* values, CFIndex count);
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
 void CFArrayAppendValue(CFMutableArrayRef array, CFTypeRef value);
+CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity, CFArrayRef array);
+/// Beyond the end our own bug: an assertion; an index equal to the count appends where a value is set or inserted.
+void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
+void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
+void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex index);
 CFIndex CFArrayGetCount(CFArrayRef array);
 /// Null beyond the ends.
 CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
@@ -39,5 +62,12 @@ CFTypeID CFDictionaryGetTypeID();
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const CFStringRef* keys, const CFTypeRef* values,
                                    CFIndex count);
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+/// The entries are shared: what is mutable among the values is so through both.
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
+                                                     CFDictionaryRef dictionary);
+/// Replaces an earlier value of an equal key.
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value);
+void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, CFStringRef key);
 /// Null where there is no such key.
 CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, CFStringRef key);

@@ -15,6 +15,9 @@ public:
 
     /// The folder that holds the bundles (plug-ins and services) that belong to this installation.
     virtual std::string BundleFolder() = 0;
+
+    /// The folder for the settings of the current user, which need not exist; empty where he has none.
+    virtual std::string PreferencesFolder() = 0;
 };
 
 }  // namespace platform::machine

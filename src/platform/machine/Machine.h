@@ -13,6 +13,8 @@ class Threads;
 class Memory;
 class Files;
 class Processes;
+class Identity;
+class Messenger;
 class AudioServer;
 
 /// What a process stands on. Exactly one is current, from the first use to the end of the process.
@@ -25,6 +27,8 @@ public:
     virtual Memory& GetMemory() = 0;
     virtual Files& GetFiles() = 0;
     virtual Processes& GetProcesses() = 0;
+    virtual Identity& GetIdentity() = 0;
+    virtual Messenger& GetMessenger() = 0;
 
     /// The connection to the audio server, made on first use. Calls on it never fail because the server is
     /// away: they answer "nothing there" until it is back.

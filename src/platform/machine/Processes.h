@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace platform::machine {
 
@@ -25,6 +26,8 @@ public:
 
     virtual pid_t Self() = 0;
     virtual std::optional<ProcessRecord> Find(pid_t pid) = 0;
+    /// All there are, in rising order.
+    virtual std::vector<pid_t> List() = 0;
     /// Whether there is a process of that identifier, 1 or above, that this one may send signals to.
     virtual bool MaySignal(pid_t pid) = 0;
 
