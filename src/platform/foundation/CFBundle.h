@@ -30,6 +30,9 @@ private:
     mutable std::atomic<void*> mLibrary{nullptr};  // stored (release) and loaded (acquire) by any thread
 };
 
+/// The bundles of this installation, in the order of their folders' names; what is no bundle is passed over.
+std::vector<Ref<Bundle>> InstalledBundles();
+
 }  // namespace cf
 
 /// The bundle at a folder, or null where its Info.plist is missing, no regular file, beyond the

@@ -1,6 +1,6 @@
 // CFRunLoop: a thread that waits for timers and for what other threads hand it, and does one thing at a time.
 // Why: plug-ins, listeners and notifications live on one such thread, so that none of them needs a lock of its own.
-// Start at CFRunLoopRun. A thread has a run loop from its first CFRunLoopRun, or from platform::RunLoopThread; other
+// Start at CFRunLoopRun. A thread has a run loop from its first CFRunLoopRun or cf::RunLoopOfThisThread on; other
 // threads have none, and whoever needs one says so (CFRunLoopGetCurrent gives null).
 #pragma once
 
@@ -58,6 +58,10 @@ bool CFRunLoopTimerIsValid(CFRunLoopTimerRef timer);
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 
 namespace cf {
+
+/// The calling thread's run loop, made at need, not retained; it lives until the thread ends. For a thread that tells
+/// others of its loop before it runs it.
+CFRunLoopRef RunLoopOfThisThread();
 
 /// Hands `work` to a loop, which does it in turn. What is handed to one loop is done in that order.
 ///
