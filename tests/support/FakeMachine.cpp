@@ -51,6 +51,8 @@ void FakeMachine::Reset()
     mProcesses.mEntries.clear();
     mThreads.mGrants = true;
     mFiles.mRoot = "/nonexistent";
+    mMessenger.mSent.clear();
+    mMessenger.mReaches = true;
 }
 
 }  // namespace support

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "platform/machine/Machine.h"
+#include "platform/machine/Messenger.h"
 #include "platform/machine/Processes.h"
 #include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/LinuxFiles.h"
@@ -121,6 +122,26 @@ public:
     std::string BundleFolder() override { return mRoot + "/bundles"; }
 };
 
+/// Hands over at once, on the thread of the test, what the test lets arrive.
+class FakeMessenger final : public platform::machine::Messenger {
+public:
+    std::function<void(std::string_view message)> mReceive;  // null: nobody has listened
+    std::vector<std::string> mSent;
+    bool mReaches = true;  // whether there is a way to others
+
+    bool Listen(std::function<void(std::string_view message)> receive) override
+    {
+        if (mReaches) mReceive = std::move(receive);
+        return mReaches;
+    }
+    int Broadcast(std::string_view message) override
+    {
+        if (mReaches) mSent.emplace_back(message);
+        return mReaches ? 0 : ENOENT;
+    }
+    std::string Describe() override { return mReaches ? "" : "Nobody can be reached."; }
+};
+
 class FakeMachine final : public platform::machine::Machine {
 public:
     FakeClock mClock;
@@ -129,12 +150,14 @@ public:
     FakeProcesses mProcesses;
     FakeThreads mThreads;
     FakeFiles mFiles;
+    FakeMessenger mMessenger;
 
     platform::machine::Clock& GetClock() override { return mClock; }
     platform::machine::Threads& GetThreads() override { return mThreads; }
     platform::machine::Memory& GetMemory() override { return mMemory; }
     platform::machine::Files& GetFiles() override { return mFiles; }
     platform::machine::Processes& GetProcesses() override { return mProcesses; }
+    platform::machine::Messenger& GetMessenger() override { return mMessenger; }
     platform::machine::AudioServer& GetAudioServer() override { return mServer; }
 
     /// The fake that this process stands on, installed by the first call, with an empty script. What is allocated

@@ -1,4 +1,4 @@
-// Messenger: short messages from one process of a user to all his others, this one included.
+// Messenger: short messages from one process of a user to all his others.
 // Why: a change of a shared file is told by name; no daemon stands between.
 #pragma once
 
@@ -18,14 +18,15 @@ public:
     /// Hands every message that arrives from now on to `receive`, one at a time, on a thread of the messenger's.
     /// Once a process. What arrives comes from any process of the user: any bytes.
     ///
-    /// @return whether messages can arrive; DescribeMessenger says why not
+    /// @return whether messages can arrive; Describe says why not
     virtual bool Listen(std::function<void(std::string_view message)> receive) = 0;
 
-    /// Sends to all who listen. Never waits: who is dead is forgotten, and who has not read what he was sent before
+    /// Sends to all others who listen; this process knows already. Never waits: who is dead is forgotten, and who has not read what he was sent before
     /// gets nothing more.
     ///
     /// @param message  1 .. kMessageMaxBytes bytes
-    /// @return         0, or an error number where nobody could be reached for a reason of this process's own
+    /// @return         0, or an error number where it could not be sent for a reason of this process's own
+    /// @thread         any that may block, for a moment
     virtual int Broadcast(std::string_view message) = 0;
 
     /// One sentence for a person: where messages go, or why they cannot.

@@ -4,6 +4,7 @@
 #include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/LinuxFiles.h"
 #include "platform/machine/linux/LinuxMemory.h"
+#include "platform/machine/linux/LinuxMessenger.h"
 #include "platform/machine/linux/LinuxProcesses.h"
 #include "platform/machine/linux/LinuxThreads.h"
 #include "platform/machine/linux/pipewire/PipeWireServer.h"
@@ -21,6 +22,7 @@ public:
     Memory& GetMemory() override { return mMemory; }
     Files& GetFiles() override { return mFiles; }
     Processes& GetProcesses() override { return mProcesses; }
+    Messenger& GetMessenger() override { return mMessenger; }
 
     AudioServer& GetAudioServer() override
     {
@@ -34,6 +36,7 @@ private:
     LinuxMemory mMemory;
     LinuxFiles mFiles;
     LinuxProcesses mProcesses;
+    LinuxMessenger mMessenger;
     std::once_flag mServerOnce;
     std::unique_ptr<AudioServer> mServer;
 };

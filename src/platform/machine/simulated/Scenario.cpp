@@ -141,6 +141,18 @@ Happening& Happening::serverUp()
     return Script("server up", [&world = mMachine.GetWorld()] { world.SetServerUp(true); });
 }
 
+Happening& Happening::post(const std::string& name, const std::string& object)
+{
+    return message(name + '\0' + object);
+}
+
+Happening& Happening::message(std::string bytes)
+{
+    const std::string name = bytes.substr(0, bytes.find('\0'));
+    return Script(name + " is told",
+                  [&messenger = mMachine.GetMessenger(), bytes = std::move(bytes)] { messenger.Arrive(bytes); });
+}
+
 Happening& Happening::stall(const std::string& thread, nanoseconds length)
 {
     const uint64_t until = mNanos + Nanos(length);

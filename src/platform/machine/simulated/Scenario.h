@@ -63,6 +63,11 @@ public:
     /// Devices and streams have other numbers, devices the same UIDs.
     Happening& serverUp();
 
+    /// Another process tells of a change by a distributed notification.
+    Happening& post(const std::string& name, const std::string& object);
+    /// Another process sends any bytes as one.
+    Happening& message(std::string bytes);
+
     /// The threads of that name do not get the turn for so long.
     Happening& stall(const std::string& thread, nanoseconds length);
     /// The host clock moves forward at once, as after the machine slept: devices stood still meanwhile, and

@@ -21,6 +21,7 @@ void SimulatedMachine::Start()
 
 void SimulatedMachine::Stop()
 {
+    mMessenger.Stop();
     mServer.Stop();
     mAgenda.Stop();
 }

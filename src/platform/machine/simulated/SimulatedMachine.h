@@ -9,6 +9,7 @@
 #include "platform/machine/simulated/Agenda.h"
 #include "platform/machine/simulated/Gate.h"
 #include "platform/machine/simulated/SimulatedMemory.h"
+#include "platform/machine/simulated/SimulatedMessenger.h"
 #include "platform/machine/simulated/SimulatedProcesses.h"
 #include "platform/machine/simulated/SimulatedServer.h"
 #include "platform/machine/simulated/SimulatedThreads.h"
@@ -48,6 +49,7 @@ public:
     SimulatedMemory& GetMemory() override { return mMemory; }
     SimulatedFiles& GetFiles() override { return mFiles; }
     SimulatedProcesses& GetProcesses() override { return mProcesses; }
+    SimulatedMessenger& GetMessenger() override { return mMessenger; }
     SimulatedServer& GetAudioServer() override { return mServer; }
 
     Gate& GetGate() { return mGate; }
@@ -55,7 +57,7 @@ public:
     World& GetWorld() { return mWorld; }
     Trace& GetTrace() { return mTrace; }
 
-    /// Starts and ends the machine's own threads, "data" and "control".
+    /// Starts and ends the machine's own threads, "data" and "control"; "messenger" starts when somebody listens.
     void Start();
     void Stop();
 
@@ -66,6 +68,7 @@ private:
     SimulatedMemory mMemory;
     SimulatedFiles mFiles;
     SimulatedProcesses mProcesses;
+    SimulatedMessenger mMessenger{mGate, mThreads};
     Agenda mAgenda{mGate, mThreads};
     Trace mTrace{mGate};
     World mWorld{mAgenda, mProcesses};
