@@ -18,6 +18,7 @@ ALLOWED = {
     "platform/machine/simulated": {"platform", "platform/machine", "platform/machine/simulated"},
     "utility": {"platform", "platform/machine"},
     "capture/buffers": {"platform", "utility"},
+    "framework": {"platform", "utility", "capture/buffers"},
     "avcapture": {"platform", "utility", "capture/buffers"},
     "capture": {"platform", "utility", "capture/buffers", "avcapture"},
     "tap": {"platform", "platform/machine"},

@@ -5,6 +5,7 @@
 
 #include "platform/audio/AudioHardware.h"
 
+using AudioClassID = UInt32;
 using AudioObjectPropertyScope = UInt32;
 using AudioObjectPropertyElement = UInt32;
 
@@ -13,6 +14,11 @@ struct AudioObjectPropertyAddress {
     AudioObjectPropertyScope mScope;
     AudioObjectPropertyElement mElement;
 };
+
+constexpr AudioClassID kAudioPlugInClassID = FourCC("aplg");
+constexpr AudioClassID kAudioDeviceClassID = FourCC("adev");
+constexpr AudioClassID kAudioAggregateDeviceClassID = FourCC("aagg");
+constexpr AudioClassID kAudioStreamClassID = FourCC("astr");
 
 constexpr AudioObjectPropertyScope kAudioObjectPropertyScopeGlobal = FourCC("glob");
 constexpr AudioObjectPropertyScope kAudioObjectPropertyScopeInput = FourCC("inpt");

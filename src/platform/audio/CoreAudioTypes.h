@@ -87,6 +87,11 @@ struct AudioValueRange {
     Float64 mMaximum;
 };
 
+struct AudioStreamRangedDescription {
+    AudioStreamBasicDescription mFormat;
+    AudioValueRange mSampleRateRange;  // hertz
+};
+
 struct AudioValueTranslation {
     void* mInputData;
     UInt32 mInputDataSize;
@@ -134,5 +139,6 @@ constexpr uint32_t kAudioChannelLabel_Mono = 42;
 constexpr uint32_t kAudioChannelLabel_Discrete_0 = 1u << 16;  // ... Discrete_0 + n
 
 static_assert(sizeof(AudioBuffer) == 16 && offsetof(AudioBufferList, mBuffers) == 8);
+static_assert(sizeof(AudioStreamRangedDescription) == 56);
 static_assert(sizeof(AudioStreamBasicDescription) == 40 && sizeof(AudioTimeStamp) == 64);
 static_assert(sizeof(AudioChannelDescription) == 20 && offsetof(AudioChannelLayout, mChannelDescriptions) == 12);
