@@ -1,180 +1,57 @@
-// The properties of native devices, and of the one stream that each has.
+// Devices and streams by the older calls: native ones answer here, those of plug-ins through their function table.
 #include "platform/audio/AudioHardware.h"
-#include "platform/audio/NativeDevices.h"
-#include "platform/audio/PropertyRoom.h"
-#include "platform/foundation/CFDictionary.h"
-#include "platform/process/PlainText.h"
-
-#include <algorithm>
-#include <cstring>
+#include "platform/audio/AudioSystem.h"
+#include "platform/audio/NativeProperties.h"
 
 using namespace platform::audio;
-using platform::machine::ChannelPosition;
-
-namespace {
-
-constexpr AudioStreamID kFirstStream = 1u << 20;  // a device's stream has the device's number, counted from here
-
-std::optional<NativeDevice> FindDevice(AudioDeviceID number)
-{
-    for (NativeDevice& device : CopyNativeDevices().mDevices) {
-        if (device.mID == number) return std::move(device);
-    }
-    return std::nullopt;
-}
-
-/// Properties are those of the whole device: its channels have none of their own.
-std::optional<UInt32> DevicePropertyBytes(const NativeDevice& device, UInt32 channel, bool isInput,
-                                          AudioObjectPropertySelector selector)
-{
-    const bool hasStream = isInput == device.mIsInput;
-    const auto ofStream = [&](size_t bytes) { return hasStream ? std::optional(UInt32(bytes)) : std::nullopt; };
-    if (channel != 0) return std::nullopt;
-    switch (selector) {
-        case kAudioDevicePropertyDeviceUID:
-        case kAudioDevicePropertyDeviceNameCFString:
-            return UInt32(sizeof(CFStringRef));
-        case kAudioDevicePropertyNominalSampleRate:
-            return UInt32(sizeof(Float64));
-        case kAudioDevicePropertyAvailableNominalSampleRates:
-            return UInt32(sizeof(AudioValueRange));
-        case kAudioDevicePropertyLatency:
-        case kAudioDevicePropertySafetyOffset:
-            return UInt32(sizeof(UInt32));
-        case kAudioDevicePropertyStreams:
-            return UInt32(hasStream ? sizeof(AudioStreamID) : 0);
-        case kAudioDevicePropertyStreamFormat:
-            return ofStream(sizeof(AudioStreamBasicDescription));
-        case kAudioDevicePropertyPreferredChannelsForStereo:
-            return ofStream(2 * sizeof(UInt32));
-        case kAudioDevicePropertyStreamConfiguration:
-            return UInt32(offsetof(AudioBufferList, mBuffers) + (hasStream ? sizeof(AudioBuffer) : 0));
-        default:
-            return std::nullopt;
-    }
-}
-
-template <class Value>
-OSStatus Give(const Value& value, void* data)
-{
-    std::memcpy(data, &value, sizeof value);
-    return kAudioHardwareNoError;
-}
-
-OSStatus GiveString(const std::string& text, void* data)
-{
-    const CFStringRef string = CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8);
-    Give(string, data);
-    return string ? kAudioHardwareNoError : kAudioHardwareIllegalOperationError;
-}
-
-/// The channels, counted from 1, where left and right belong; the first two where the device does not say.
-OSStatus GiveStereoChannels(const std::vector<ChannelPosition>& channels, UInt32* pair)
-{
-    const auto left = std::find(channels.begin(), channels.end(), ChannelPosition::FrontLeft);
-    const auto right = std::find(channels.begin(), channels.end(), ChannelPosition::FrontRight);
-    const bool both = left != channels.end() && right != channels.end();
-    pair[0] = both ? UInt32(left - channels.begin() + 1) : 1;
-    pair[1] = both ? UInt32(right - channels.begin() + 1) : channels.size() >= 2 ? 2 : 1;
-    return kAudioHardwareNoError;
-}
-
-OSStatus GiveStreamConfiguration(const NativeDevice& device, bool isInput, AudioBufferList* list)
-{
-    list->mNumberBuffers = isInput == device.mIsInput ? 1 : 0;
-    if (list->mNumberBuffers != 0) list->mBuffers[0] = {UInt32(device.mDevice.mChannels.size()), 0, nullptr};
-    return kAudioHardwareNoError;
-}
-
-AudioStreamBasicDescription FormatOf(const platform::machine::Device& device)
-{
-    const auto channels = UInt32(device.mChannels.size());
-    const auto frameBytes = UInt32(channels * sizeof(Float32));
-    return {device.mNominalRateHz,
-            kAudioFormatLinearPCM,
-            kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-            frameBytes,
-            1,
-            frameBytes,
-            channels,
-            8 * sizeof(Float32),
-            0};
-}
-
-std::optional<UInt32> StreamPropertyBytes(UInt32 channel, AudioObjectPropertySelector selector)
-{
-    if (channel != 0) return std::nullopt;
-    switch (selector) {
-        case kAudioStreamPropertyDirection:
-        case kAudioDevicePropertyLatency:
-            return UInt32(sizeof(UInt32));
-        case kAudioDevicePropertyStreamFormat:
-            return UInt32(sizeof(AudioStreamBasicDescription));
-        default:
-            return std::nullopt;
-    }
-}
-
-}  // namespace
 
 OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID device, UInt32 channel, Boolean isInput,
                                     AudioObjectPropertySelector selector, UInt32* size, Boolean* writable)
 {
-    const std::optional<NativeDevice> native = FindDevice(device);
+    if (const auto plugIn = AudioSystem::Get().PlugInOf(device))
+        return plugIn->Calls().DeviceGetPropertyInfo(plugIn->Reference(), device, channel, isInput, selector, size,
+                                                     writable);
+    const auto native = FindNativeDevice(device);
     if (!native) return kAudioHardwareBadDeviceError;
-    return AnswerInfo(DevicePropertyBytes(*native, channel, isInput, selector), size, writable);
+    return NativeDeviceInfo(*native, channel, isInput, selector, size, writable);
 }
 
 OSStatus AudioDeviceGetProperty(AudioDeviceID device, UInt32 channel, Boolean isInput,
                                 AudioObjectPropertySelector selector, UInt32* size, void* data)
 {
-    const std::optional<NativeDevice> native = FindDevice(device);
+    if (const auto plugIn = AudioSystem::Get().PlugInOf(device))
+        return plugIn->Calls().DeviceGetProperty(plugIn->Reference(), device, channel, isInput, selector, size, data);
+    const auto native = FindNativeDevice(device);
     if (!native) return kAudioHardwareBadDeviceError;
-    const std::optional<UInt32> bytes = DevicePropertyBytes(*native, channel, isInput, selector);
-    if (const OSStatus error = TakeRoom(bytes, size, data)) return error;
-    const platform::machine::Device& described = native->mDevice;
-    switch (selector) {
-        case kAudioDevicePropertyDeviceUID:
-            return GiveString(described.mUID, data);
-        case kAudioDevicePropertyDeviceNameCFString:
-            return GiveString(platform::process::PlainText(described.mName), data);
-        case kAudioDevicePropertyNominalSampleRate:
-            return Give(described.mNominalRateHz, data);
-        case kAudioDevicePropertyAvailableNominalSampleRates:
-            return Give(AudioValueRange{described.mNominalRateHz, described.mNominalRateHz}, data);
-        case kAudioDevicePropertyLatency:
-        case kAudioDevicePropertySafetyOffset:
-            return Give(UInt32(0), data);  // the server's stamps are those of the sound
-        case kAudioDevicePropertyStreams:
-            return *bytes == 0 ? kAudioHardwareNoError : Give(kFirstStream + device, data);
-        case kAudioDevicePropertyStreamFormat:
-            return Give(FormatOf(described), data);
-        case kAudioDevicePropertyPreferredChannelsForStereo:
-            return GiveStereoChannels(described.mChannels, static_cast<UInt32*>(data));
-        default:
-            return GiveStreamConfiguration(*native, isInput, static_cast<AudioBufferList*>(data));
-    }
+    return NativeDeviceData(*native, channel, isInput, selector, size, data);
 }
 
-OSStatus AudioDeviceSetProperty(AudioDeviceID device, const AudioTimeStamp*, UInt32 channel, Boolean isInput,
-                                AudioObjectPropertySelector selector, UInt32, const void*)
+OSStatus AudioDeviceSetProperty(AudioDeviceID device, const AudioTimeStamp* when, UInt32 channel, Boolean isInput,
+                                AudioObjectPropertySelector selector, UInt32 size, const void* data)
 {
+    if (const auto plugIn = AudioSystem::Get().PlugInOf(device))
+        return plugIn->Calls().DeviceSetProperty(plugIn->Reference(), device, when, channel, isInput, selector, size,
+                                                 data);
     const OSStatus error = AudioDeviceGetPropertyInfo(device, channel, isInput, selector, nullptr, nullptr);
     return error ? error : kAudioHardwareIllegalOperationError;
+}
+
+OSStatus AudioStreamGetPropertyInfo(AudioStreamID stream, UInt32 channel, AudioObjectPropertySelector selector,
+                                    UInt32* size, Boolean* writable)
+{
+    if (const auto plugIn = AudioSystem::Get().PlugInOf(stream))
+        return plugIn->Calls().StreamGetPropertyInfo(plugIn->Reference(), stream, channel, selector, size, writable);
+    const auto native = FindNativeStream(stream);
+    if (!native) return kAudioHardwareBadStreamError;
+    return NativeStreamInfo(*native, channel, selector, size, writable);
 }
 
 OSStatus AudioStreamGetProperty(AudioStreamID stream, UInt32 channel, AudioObjectPropertySelector selector,
                                 UInt32* size, void* data)
 {
-    const std::optional<NativeDevice> native = FindDevice(stream - kFirstStream);
+    if (const auto plugIn = AudioSystem::Get().PlugInOf(stream))
+        return plugIn->Calls().StreamGetProperty(plugIn->Reference(), stream, channel, selector, size, data);
+    const auto native = FindNativeStream(stream);
     if (!native) return kAudioHardwareBadStreamError;
-    if (const OSStatus error = TakeRoom(StreamPropertyBytes(channel, selector), size, data)) return error;
-    switch (selector) {
-        case kAudioStreamPropertyDirection:
-            return Give(UInt32(native->mIsInput), data);
-        case kAudioDevicePropertyLatency:
-            return Give(UInt32(0), data);
-        default:
-            return Give(FormatOf(native->mDevice), data);
-    }
+    return NativeStreamData(*native, channel, selector, size, data);
 }

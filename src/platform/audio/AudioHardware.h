@@ -49,6 +49,8 @@ constexpr uint32_t kAudioStreamPropertyDirection = FourCC("sdir");  // UInt32, 1
 ///
 /// @param size  bytes of room at `data` on entry, bytes used on return
 /// @return      0, "who?" for an unknown property, "!siz" where the room is too small or of the wrong size
+/// "dev#" and a "duid" that names no native device load the plug-ins, whose devices come after the native ones.
+///
 /// @thread      any that may block
 OSStatus AudioHardwareGetPropertyInfo(AudioObjectPropertySelector selector, UInt32* size, Boolean* writable);
 OSStatus AudioHardwareGetProperty(AudioObjectPropertySelector selector, UInt32* size, void* data);
@@ -60,12 +62,17 @@ OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID device, UInt32 channel, Boolea
 OSStatus AudioDeviceGetProperty(AudioDeviceID device, UInt32 channel, Boolean isInput,
                                 AudioObjectPropertySelector selector, UInt32* size, void* data);
 
+/// Sets a property of the system. @return 0, "nope" for one that cannot be set, "who?" or "!siz"
+OSStatus AudioHardwareSetProperty(AudioObjectPropertySelector selector, UInt32 size, const void* data);
+
 /// Sets a property of a device. Native devices have none that can be set: their result is "nope", or "who?" or "!dev".
 ///
 /// @param when  null: now
 OSStatus AudioDeviceSetProperty(AudioDeviceID device, const AudioTimeStamp* when, UInt32 channel, Boolean isInput,
                                 AudioObjectPropertySelector selector, UInt32 size, const void* data);
 
+OSStatus AudioStreamGetPropertyInfo(AudioStreamID stream, UInt32 channel, AudioObjectPropertySelector selector,
+                                    UInt32* size, Boolean* writable);
 /// Reads a property of a stream; the same results, and "!str" where there is no such stream.
 OSStatus AudioStreamGetProperty(AudioStreamID stream, UInt32 channel, AudioObjectPropertySelector selector,
                                 UInt32* size, void* data);

@@ -34,8 +34,9 @@ constexpr OSStatus kAudioHardwareUnspecifiedError = OSStatus(FourCC("what"));
 constexpr OSStatus kAudioHardwareUnsupportedOperationError = OSStatus(FourCC("unop"));
 
 // Of the system object:
-constexpr uint32_t kAudioHardwarePropertyIsInitingOrExiting = FourCC("inot");  // UInt32; 1 while the process ends
-constexpr uint32_t kAudioHardwarePropertyProcessIsMaster = FourCC("mast");     // UInt32
+constexpr uint32_t kAudioHardwarePropertyIsInitingOrExiting =
+    FourCC("inot");  // UInt32; 1 while the audio system ends with its process
+constexpr uint32_t kAudioHardwarePropertyProcessIsMaster = FourCC("mast");                // UInt32
 constexpr uint32_t kAudioHardwarePropertyUserSessionIsActiveOrHeadless = FourCC("user");  // UInt32
 constexpr uint32_t kAudioHardwarePropertyProcessIsAudible = FourCC("pmut");               // UInt32, settable
 constexpr uint32_t kAudioHardwarePropertyMixStereoToMono = FourCC("stmo");                // UInt32, settable
