@@ -1,0 +1,134 @@
+#include "plugin/settings/SharedPreferences.h"
+
+#include "platform/foundation/PropertyList.h"
+#include "platform/process/Folders.h"
+#include "platform/process/ProcessManager.h"
+#include "plugin/settings/MainBundle.h"
+#include "plugin/settings/RunningApplications.h"
+
+namespace {
+
+using cf::As;
+using cf::Ref;
+
+constexpr UInt32 kPathRoom = 4096;
+
+template <class T>
+const T* Find(const cf::Dictionary* dictionary, const char* key)
+{
+    return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
+}
+
+/// A value inside "DeviceSettings", which the caller releases; null where there is none of that type.
+CFArrayRef CopySetting(const char* key)
+{
+    const auto list = Ref<cf::Dictionary>::Adopt(CopySharedPList());
+    return Ref<cf::Array>::Share(Find<cf::Array>(Find<cf::Dictionary>(list.Get(), settings::kDeviceSettings), key))
+        .Detach();
+}
+
+}  // namespace
+
+namespace settings {
+
+std::string PreferencePath(const char* fileName)
+{
+    FSRef folder;
+    uint8_t room[kPathRoom];
+    if (FSFindFolder(kUserDomain, kPreferencesFolderType, false, &folder) != 0 ||
+        FSRefMakePath(&folder, room, kPathRoom) != 0)
+        return {};
+    std::string path = reinterpret_cast<const char*>(room);
+    if (!path.ends_with('/')) path += '/';
+    return path + fileName;
+}
+
+Ref<cf::Dictionary> ReadPreferences(const char* fileName, std::string& problem)
+{
+    problem.clear();
+    auto nothing = Ref<cf::Dictionary>::Adopt(CFDictionaryCreateMutable(kCFAllocatorDefault, 0));
+    const std::string path = PreferencePath(fileName);
+    FSRef file;
+    if (path.empty() || FSPathMakeRef(reinterpret_cast<const uint8_t*>(path.c_str()), &file, nullptr) != 0)
+        return nothing;
+
+    const auto text =
+        Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8));
+    if (!text) return nothing;
+    const auto url = Ref<cf::URL>::Adopt(
+        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.Get(), kCFURLPOSIXPathStyle, false));
+    const auto stream = Ref<cf::ReadStream>::Adopt(CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get()));
+    if (!CFReadStreamOpen(stream.Get())) {
+        problem = "is no regular file of at most 1 MiB that belongs to you and that nobody else may write";
+        return nothing;
+    }
+    CFStringRef error = nullptr;
+    const auto list = Ref<cf::Object>::Adopt(CFPropertyListCreateFromStream(
+        kCFAllocatorDefault, stream.Get(), 0, kCFPropertyListMutableContainers, nullptr, &error));
+    CFReadStreamClose(stream.Get());
+    problem = cf::ToStdString(Ref<cf::String>::Adopt(error).Get());
+    if (const auto* dictionary = As<cf::Dictionary>(list.Get())) return Ref<cf::Dictionary>::Share(dictionary);
+    if (list) problem = "is a property list, but no dictionary at its top";
+    return nothing;
+}
+
+}  // namespace settings
+
+CFMutableDictionaryRef CopySharedPList()
+{
+    std::string unused;
+    return const_cast<CFMutableDictionaryRef>(settings::ReadPreferences(settings::kFileName, unused).Detach());
+}
+
+CFArrayRef CopyDeviceSettings()
+{
+    return CopySetting(settings::kDevices);
+}
+
+CFArrayRef CopyOutputApplications()
+{
+    return CopySetting(settings::kOutputApplications);
+}
+
+CFStringRef CopyOutputUIDForHost()
+{
+    const auto applications = Ref<cf::Array>::Adopt(CopyOutputApplications());
+    if (!applications) return nullptr;
+    const auto identifier = settings::CopyMainBundleIdentifier(), path = settings::CopyMainBundlePath();
+    for (const auto& item : applications.Get()->Get()) {
+        const auto* entry = As<cf::Dictionary>(item.Get());
+        if (!entry || !(settings::AreEqual(entry->Find(settings::kApplicationIdentifier), identifier.Get()) ||
+                        settings::AreEqual(entry->Find(settings::kApplicationPath), path.Get())))
+            continue;
+        return Ref<cf::String>::Share(Find<cf::String>(entry, settings::kOutputDeviceUID)).Detach();
+    }
+    return nullptr;
+}
+
+bool CorvaneIsEnabled()
+{
+    const auto list = Ref<cf::Dictionary>::Adopt(CopySharedPList());
+    SInt32 enabled = 0;
+    const auto* number = Find<cf::Number>(list.Get(), settings::kEnabled);
+    if (number) CFNumberGetValue(number, kCFNumberSInt32Type, &enabled);
+    return enabled != 0;
+}
+
+bool IsLumenfeedActive()
+{
+    const auto running = Ref<cf::Array>::Adopt(CopyLaunchedApplications(true, false));
+    bool runs = false;
+    for (const auto& item : running.Get()->Get()) {
+        const auto* identifier =
+            Find<cf::String>(As<cf::Dictionary>(item.Get()), kCFBundleIdentifierKey->Text().c_str());
+        runs |= identifier && CFStringCompare(identifier, CFSTR("com.ostrel.tollery"), kCFCompareCaseInsensitive) ==
+                                  kCFCompareEqualTo;
+    }
+    if (!runs) return false;
+    std::string unused;
+    const auto list = settings::ReadPreferences("com.ostrel.tollery.plist", unused);
+    int8_t enabled = 0;
+    const auto* number = Find<cf::Number>(list.Get(), "lumenfeedEnabled");
+    if (number) CFNumberGetValue(number, kCFNumberSInt8Type, &enabled);
+    return enabled != 0;
+}
