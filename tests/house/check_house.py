@@ -21,6 +21,8 @@ ALLOWED = {
     "framework": {"platform", "utility", "capture/buffers"},
     "avcapture": {"platform", "utility", "capture/buffers"},
     "capture": {"platform", "utility", "capture/buffers", "avcapture"},
+    "plugin/settings": {"platform", "utility", "capture/buffers"},
+    "plugin": {"platform", "utility", "framework", "plugin/settings", "capture", "capture/buffers", "avcapture"},
     "tap": {"platform", "platform/machine"},
     "cli": {"platform", "platform/machine", "utility", "capture", "capture/buffers", "avcapture"},
 }

@@ -14,8 +14,6 @@
 namespace platform::audio {
 
 constexpr AudioObjectID kFirstPlugInObject = 1u << 24;
-constexpr UInt32 kAudioPlugInClassID = FourCC("aplg");
-constexpr UInt32 kAudioDeviceClassID = FourCC("adev");
 
 /// May be called from any thread that may block; calls no plug-in.
 class ObjectTable {

@@ -1,5 +1,6 @@
 #include "platform/kernel/System.h"
 
+#include "platform/machine/Identity.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/Processes.h"
 
@@ -33,6 +34,16 @@ OSStatus Gestalt(OSType selector, SInt32* response)
 }
 
 namespace platform::kernel {
+
+uid_t getuid()
+{
+    return machine::Machine::Current().GetIdentity().RealUser();
+}
+
+uid_t geteuid()
+{
+    return machine::Machine::Current().GetIdentity().EffectiveUser();
+}
 
 pid_t getpid()
 {

@@ -14,6 +14,9 @@ OSStatus Gestalt(OSType selector, SInt32* response);
 namespace platform::kernel {
 
 pid_t getpid();
+/// The real and the effective user of this process.
+uid_t getuid();
+uid_t geteuid();
 
 /// "hw.cputype", a 32-bit integer. @return 0, or -1 for any other name, too little room and an unknown processor
 int sysctlbyname(const char* name, void* value, size_t* bytes);
