@@ -4,10 +4,8 @@
 #pragma once
 
 #include "framework/HP_Property.h"
-#include "utility/CAAudioValueRange.h"
 
 class HP_Device;
-class HP_Stream;
 
 class HP_DeviceFormatList final : public HP_Property {
 public:
@@ -25,14 +23,6 @@ public:
     UInt32 GetNumberAddressesImplemented() const override;
     void GetImplementedAddressByIndex(UInt32 index, AudioObjectPropertyAddress& address) const override;
 
-    /// The rates that every stream has, in the order of the first stream's.
-    CAAudioValueRangeList GatherAvailableNominalSampleRateRanges() const;
-
 private:
-    HP_Stream& StreamOf(const AudioObjectPropertyAddress& address) const;
-    bool IsMixable() const;
-    void SetIsMixable(bool mixable);
-    void SetNominalSampleRate(Float64 rate);
-
     HP_Device* const mDevice;
 };

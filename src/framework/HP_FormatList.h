@@ -19,7 +19,7 @@ class HP_FormatList final : public HP_Property {
 public:
     /// A format, its rate left open, and the rates it can run at, in the order in which AFL_AddFormat leaves them.
     struct AvailableFormat {
-        CAStreamBasicDescription mFormat;
+        AudioStreamBasicDescription mFormat;
         CAAudioValueRangeList mRates;
     };
     /// In ascending order of formats, each but once.
@@ -28,7 +28,6 @@ public:
     /// @param stream  not owned; lives longer
     explicit HP_FormatList(HP_Stream* stream);
 
-    bool IsActive(const AudioObjectPropertyAddress& address) const override;
     bool IsPropertySettable(const AudioObjectPropertyAddress& address) const override;
     UInt32 GetPropertyDataSize(const AudioObjectPropertyAddress& address, UInt32 qualifierSize,
                                const void* qualifier) const override;
@@ -72,12 +71,18 @@ public:
     // One entry a range of rates.
     UInt32 GetNumberAvailableVirtualFormats() const { return AFL_GetNumberFormats(mVirtualFormats); }
     UInt32 GetNumberAvailablePhysicalFormats() const { return AFL_GetNumberFormats(mPhysicalFormats); }
-    bool GetAvailableVirtualFormatByIndex(UInt32 index, AudioStreamRangedDescription& format) const;
-    bool GetAvailablePhysicalFormatByIndex(UInt32 index, AudioStreamRangedDescription& format) const;
-    UInt32 GetNumberAvailableNominalSampleRateRanges() const;
-    bool GetAvailableNominalSampleRateRangeByIndex(UInt32 index, AudioValueRange& range) const;
+    /// @return false beyond the end
+    bool GetAvailableVirtualFormatByIndex(UInt32 index, AudioStreamRangedDescription& format) const
+    {
+        return AFL_GetFormatByIndex(mVirtualFormats, index, format);
+    }
+    bool GetAvailablePhysicalFormatByIndex(UInt32 index, AudioStreamRangedDescription& format) const
+    {
+        return AFL_GetFormatByIndex(mPhysicalFormats, index, format);
+    }
     /// The rates of all formats, in ascending order, merged where they meet.
     CAAudioValueRangeList GatherNominalSampleRateRanges() const;
+    UInt32 GetNumberAvailableNominalSampleRateRanges() const;
 
     /// One without channels is not entered.
     void AddPhysicalFormat(const AudioStreamRangedDescription& format);
@@ -117,7 +122,7 @@ public:
                                      AudioStreamRangedDescription& format);
 
 private:
-    bool HardwareTakes(const AudioStreamBasicDescription& format, bool tell) const;
+    static bool HasSaneFields(const AvailableFormatList& list, const AudioStreamBasicDescription& format);
 
     HP_Stream* const mStream;
     AudioStreamBasicDescription mCurrentPhysicalFormat{};

@@ -17,24 +17,30 @@
 template <class Owner>
 struct HP_PropertyRow {
     using Address = AudioObjectPropertyAddress;
-    using Has = bool (*)(Owner&, const Address&);
+    using Has = bool (*)(const Owner&, const Address&);
     using Set = void (*)(Owner&, const Address&, const void* data);
 
     AudioObjectPropertySelector mSelector;
-    UInt32 mBytes;                            // of the value; 0: mSize says
-    Has mHas;                                 // null: always
-    UInt32 (*mSize)(Owner&, const Address&);  // bytes; null: mBytes
+    UInt32 mBytes;                                  // of the value; 0: mSize says
+    Has mHas;                                       // null: always
+    UInt32 (*mSize)(const Owner&, const Address&);  // bytes; null: mBytes
     /// As HP_Object::GetPropertyData, a fixed size checked before. @return whether there is such a property
-    bool (*mGet)(Owner&, const Address&, UInt32& size, void* data);
-    Set mSet = nullptr;                                   // its size checked before; null: not settable
-    bool (*mSettable)(Owner&, const Address&) = nullptr;  // null: wherever mSet is not
+    bool (*mGet)(const Owner&, const Address&, UInt32& size, void* data);
+    Set mSet = nullptr;                                         // its size checked before; null: not settable
+    bool (*mSettable)(const Owner&, const Address&) = nullptr;  // null: wherever mSet is not
 
-    /// A number or a record, as `kGet` gives it for an owner (and an address, if it takes one), where `kHas` says that
-    /// there is one. A truth value is a UInt32 of 0 or 1.
+    // Functions given here take the owner, and the address where they want it.
+
+    /// A number or a record that `kGet` gives, where `kHas` says that there is one. A truth value is a UInt32 of 0
+    /// or 1.
     template <auto kGet, Has kHas = nullptr>
     static constexpr HP_PropertyRow Value(AudioObjectPropertySelector selector, Set set = nullptr);
 
-    /// A retained object as `kCopy` gives it, which the caller releases; null: there is none.
+    /// As many of the entries as there is room for: kCount(owner), kEntry(owner, address, index).
+    template <auto kCount, auto kEntry, Has kHas = nullptr>
+    static constexpr HP_PropertyRow Array(AudioObjectPropertySelector selector);
+
+    /// A retained object that `kCopy` gives, which the caller releases; null: there is none.
     template <auto kCopy>
     static constexpr HP_PropertyRow Object(AudioObjectPropertySelector selector);
 
@@ -43,61 +49,50 @@ struct HP_PropertyRow {
     static constexpr HP_PropertyRow Text(AudioObjectPropertySelector selector);
 
     // What a client asks. All throw CAException: "who?" where there is none, "!siz", "nope".
-    bool IsThere(Owner& owner, const Address& address) const { return !mHas || mHas(owner, address); }
-    bool IsSettable(Owner& owner, const Address& address) const;
-    UInt32 GetSize(Owner& owner, const Address& address) const;
-    void GetData(Owner& owner, const Address& address, UInt32& size, void* data) const;
+    bool IsThere(const Owner& owner, const Address& address) const { return !mHas || mHas(owner, address); }
+    bool IsSettable(const Owner& owner, const Address& address) const;
+    UInt32 GetSize(const Owner& owner, const Address& address) const;
+    void GetData(const Owner& owner, const Address& address, UInt32& size, void* data) const;
     void SetData(Owner& owner, const Address& address, UInt32 size, const void* data) const;
 };
 
-/// Rows in reading order, found by selector: constexpr HP_PropertyTable kProperties(std::to_array<Row>({...}));
+/// The rows of a class: constexpr HP_PropertyTable kProperties(std::to_array<HP_PropertyRow<HP_Device>>({row, ...}));
 template <class Owner, size_t kRows>
 class HP_PropertyTable {
 public:
     using Row = HP_PropertyRow<Owner>;
 
-    constexpr explicit HP_PropertyTable(const std::array<Row, kRows>& rows) : mRows(rows)
+    constexpr explicit HP_PropertyTable(std::array<Row, kRows> rows) : mRows(rows)
     {
-        for (size_t row = 0; row < kRows; ++row) mBySelector[row] = {rows[row].mSelector, row};
-        std::sort(mBySelector.begin(), mBySelector.end(),
-                  [](const Entry& a, const Entry& b) { return a.mSelector < b.mSelector; });
+        std::sort(mRows.begin(), mRows.end(), [](const Row& a, const Row& b) { return a.mSelector < b.mSelector; });
     }
-
-    const Row& operator[](size_t row) const { return mRows[row]; }
-    static constexpr UInt32 Count() { return kRows; }
 
     /// Null where there is no such property.
     const Row* Find(const AudioObjectPropertyAddress& address) const
     {
-        const auto found = std::lower_bound(mBySelector.begin(), mBySelector.end(), address.mSelector,
-                                            [](const Entry& entry, UInt32 wanted) { return entry.mSelector < wanted; });
-        return found != mBySelector.end() && found->mSelector == address.mSelector ? &mRows[found->mRow] : nullptr;
+        const auto found = std::lower_bound(mRows.begin(), mRows.end(), address.mSelector,
+                                            [](const Row& row, UInt32 selector) { return row.mSelector < selector; });
+        return found != mRows.end() && found->mSelector == address.mSelector ? &*found : nullptr;
     }
 
 private:
-    struct Entry {
-        AudioObjectPropertySelector mSelector = 0;
-        size_t mRow = 0;
-    };
-    std::array<Row, kRows> mRows;
-    std::array<Entry, kRows> mBySelector{};
+    std::array<Row, kRows> mRows;  // by selector
 };
 
 namespace hp_property_table {
 
-/// What a function of an owner gives, whether it takes the address or not.
-template <auto kFunction, class Owner>
-auto Ask(Owner& owner, const AudioObjectPropertyAddress& address)
+/// What a function gives for an owner, whether it takes the address or not.
+template <auto kFunction, class Owner, class... More>
+auto Ask(const Owner& owner, const AudioObjectPropertyAddress& address, More... more)
 {
-    if constexpr (std::is_invocable_v<decltype(kFunction), Owner&, const AudioObjectPropertyAddress&>)
-        return std::invoke(kFunction, owner, address);
+    if constexpr (std::is_invocable_v<decltype(kFunction), const Owner&, const AudioObjectPropertyAddress&, More...>)
+        return std::invoke(kFunction, owner, address, more...);
     else
-        return std::invoke(kFunction, owner);
+        return std::invoke(kFunction, owner, more...);
 }
 
-/// What a Copy operation of an owner gives, released at the end of the block.
 template <auto kCopy, class Owner>
-cf::Ref<cf::Object> Copied(Owner& owner, const AudioObjectPropertyAddress& address)
+cf::Ref<cf::Object> Copied(const Owner& owner, const AudioObjectPropertyAddress& address)
 {
     return cf::Ref<cf::Object>::Adopt(Ask<kCopy>(owner, address));
 }
@@ -108,9 +103,9 @@ template <class Owner>
 template <auto kGet, typename HP_PropertyRow<Owner>::Has kHas>
 constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Value(AudioObjectPropertySelector selector, Set set)
 {
-    using Given = decltype(hp_property_table::Ask<kGet>(std::declval<Owner&>(), std::declval<const Address&>()));
+    using Given = decltype(hp_property_table::Ask<kGet>(std::declval<const Owner&>(), std::declval<const Address&>()));
     using Stored = std::conditional_t<std::is_same_v<Given, bool>, UInt32, Given>;
-    const auto get = [](Owner& owner, const Address& address, UInt32&, void* data) {
+    const auto get = [](const Owner& owner, const Address& address, UInt32&, void* data) {
         if (kHas && !kHas(owner, address)) return false;
         const Stored value = hp_property_table::Ask<kGet>(owner, address);
         std::memcpy(data, &value, sizeof value);  // the caller's room need not be aligned
@@ -120,13 +115,35 @@ constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Value(AudioObjectProperty
 }
 
 template <class Owner>
+template <auto kCount, auto kEntry, typename HP_PropertyRow<Owner>::Has kHas>
+constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Array(AudioObjectPropertySelector selector)
+{
+    using Entry = decltype(hp_property_table::Ask<kEntry>(std::declval<const Owner&>(), std::declval<const Address&>(),
+                                                          UInt32()));
+    const auto bytes = [](const Owner& owner, const Address& address) -> UInt32 {
+        return hp_property_table::Ask<kCount>(owner, address) * sizeof(Entry);
+    };
+    const auto get = [](const Owner& owner, const Address& address, UInt32& size, void* data) {
+        if (kHas && !kHas(owner, address)) return false;
+        const UInt32 count = std::min<UInt32>(hp_property_table::Ask<kCount>(owner, address), size / sizeof(Entry));
+        size = count * sizeof(Entry);
+        for (UInt32 index = 0; index < count; ++index) {
+            const Entry entry = hp_property_table::Ask<kEntry>(owner, address, index);
+            std::memcpy(static_cast<char*>(data) + index * sizeof entry, &entry, sizeof entry);
+        }
+        return true;
+    };
+    return {selector, 0, kHas, bytes, get};
+}
+
+template <class Owner>
 template <auto kCopy>
 constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Object(AudioObjectPropertySelector selector)
 {
-    const auto has = [](Owner& owner, const Address& address) {
+    const auto has = [](const Owner& owner, const Address& address) {
         return bool(hp_property_table::Copied<kCopy>(owner, address));
     };
-    const auto get = [](Owner& owner, const Address& address, UInt32&, void* data) {
+    const auto get = [](const Owner& owner, const Address& address, UInt32&, void* data) {
         const CFTypeRef object = hp_property_table::Copied<kCopy>(owner, address).Detach();
         if (object) std::memcpy(data, &object, sizeof object);
         return object != nullptr;
@@ -138,43 +155,38 @@ template <class Owner>
 template <auto kCopy>
 constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Text(AudioObjectPropertySelector selector)
 {
-    const auto text = [](Owner& owner, const Address& address) {
+    const auto bytes = [](const Owner& owner, const Address& address) -> UInt32 {
         const auto string = hp_property_table::Copied<kCopy>(owner, address);
-        return cf::ToStdString(cf::As<cf::String>(string.Get()));
+        return static_cast<UInt32>(static_cast<const cf::String*>(string.Get())->Text().size() + 1);
     };
-    HP_PropertyRow row = Object<kCopy>(selector);
-    row.mBytes = 0;
-    row.mSize = [](Owner& owner, const Address& address) {
-        return static_cast<UInt32>(decltype(text)()(owner, address).size() + 1);
-    };
-    row.mGet = [](Owner& owner, const Address& address, UInt32& size, void* data) {
+    const auto get = [](const Owner& owner, const Address& address, UInt32& size, void* data) {
         const auto string = hp_property_table::Copied<kCopy>(owner, address);
         if (!string) return false;
-        const std::string& bytes = static_cast<const cf::String*>(string.Get())->Text();
-        if (size < bytes.size() + 1) throw CAException(kAudioHardwareBadPropertySizeError);
-        size = static_cast<UInt32>(bytes.size() + 1);
-        std::memcpy(data, bytes.c_str(), size);
+        const std::string& text = static_cast<const cf::String*>(string.Get())->Text();
+        if (size < text.size() + 1) throw CAException(kAudioHardwareBadPropertySizeError);
+        size = static_cast<UInt32>(text.size() + 1);
+        std::memcpy(data, text.c_str(), size);
         return true;
     };
-    return row;
+    return {selector, 0, Object<kCopy>(selector).mHas, bytes, get};
 }
 
 template <class Owner>
-bool HP_PropertyRow<Owner>::IsSettable(Owner& owner, const Address& address) const
+bool HP_PropertyRow<Owner>::IsSettable(const Owner& owner, const Address& address) const
 {
     if (!IsThere(owner, address)) throw CAException(kAudioHardwareUnknownPropertyError);
     return mSet && (!mSettable || mSettable(owner, address));
 }
 
 template <class Owner>
-UInt32 HP_PropertyRow<Owner>::GetSize(Owner& owner, const Address& address) const
+UInt32 HP_PropertyRow<Owner>::GetSize(const Owner& owner, const Address& address) const
 {
     if (!IsThere(owner, address)) throw CAException(kAudioHardwareUnknownPropertyError);
     return mSize ? mSize(owner, address) : mBytes;
 }
 
 template <class Owner>
-void HP_PropertyRow<Owner>::GetData(Owner& owner, const Address& address, UInt32& size, void* data) const
+void HP_PropertyRow<Owner>::GetData(const Owner& owner, const Address& address, UInt32& size, void* data) const
 {
     if (mBytes != 0 && size != mBytes) throw CAException(kAudioHardwareBadPropertySizeError);
     if (!mGet(owner, address, size, data)) throw CAException(kAudioHardwareUnknownPropertyError);

@@ -30,6 +30,7 @@ constexpr AudioObjectPropertyElement kAudioObjectPropertyElementWildcard = 0xFFF
 constexpr AudioObjectPropertyElement kAudioObjectPropertyElementMaster = 0;
 
 constexpr OSStatus kAudioHardwareBadObjectError = OSStatus(FourCC("!obj"));
+constexpr OSStatus kAudioDeviceUnsupportedFormatError = OSStatus(FourCC("!dat"));
 constexpr OSStatus kAudioHardwareUnspecifiedError = OSStatus(FourCC("what"));
 constexpr OSStatus kAudioHardwareUnsupportedOperationError = OSStatus(FourCC("unop"));
 
