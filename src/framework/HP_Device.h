@@ -102,8 +102,6 @@ public:
     /// The streams that an address of this scope speaks of: one side's, or of the global scope the output streams, or
     /// with none the input streams. None for any other scope.
     const StreamList& GetStreamsByScope(AudioObjectPropertyScope scope) const;
-    /// Null beyond the end.
-    HP_Stream* GetStreamByIndex(bool isInput, UInt32 index) const;
     /// The stream that the address's element lies in, 0 being in the first. Null where there is none; with
     /// `tryOtherSection` the first output stream serves then, or with none the first input stream.
     HP_Stream* GetStreamByPropertyAddress(const AudioObjectPropertyAddress& address, bool tryOtherSection) const;

@@ -32,8 +32,6 @@ public:
     static HP_HardwarePlugIn& FromInterface(AudioHardwarePlugInRef interface);
 
 private:
-    static HRESULT QueryInterface(void* self, REFIID uuid, LPVOID* interface);
-
     // Its first field is what a reference points to, so that the one leads to the other.
     struct Reference {
         AudioHardwarePlugInInterface* mInterface;

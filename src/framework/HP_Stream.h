@@ -6,6 +6,7 @@
 
 #include "framework/HP_FormatList.h"
 #include "framework/HP_Object.h"
+#include "platform/foundation/CFBase.h"
 
 #include <memory>
 
