@@ -5,10 +5,13 @@ namespace cli {
 
 enum ExitCode {
     kExitDone = 0,
-    kExitFailed = 1,    // the file could not be made or written, or the tap failed
-    kExitUsage = 2,     // a word of the command line, or a file that exists
-    kExitNoServer = 3,  // the audio server, or any output device, is not there
-    kExitNoSource = 4,  // a source or an output matches nothing, or too much
+    kExitFailed = 1,        // something could not be made or written, or the tap failed
+    kExitUsage = 2,         // a word of the command line, or a file or a name that is taken
+    kExitNoServer = 3,      // the audio server, or any output device, is not there
+    kExitNotFound = 4,      // a source, an output or a device matches nothing, or too much
+    kExitHeld = 5,          // another process holds the device
+    kExitPreferences = 6,   // the file of the shared preferences cannot be used
+    kExitNotPermitted = 7,  // this user may not
 };
 
 }  // namespace cli

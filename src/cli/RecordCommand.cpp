@@ -85,7 +85,7 @@ int ResolveInput(const Source& source, RecordingWish& wish)
     Complain(names.empty() ? "the audio server has no input device; connect one"
                            : fmt::format("'{}' is no input, or more than one. These are there:{}", Written(source),
                                          TellWhatIsThere(Written(source), names)));
-    return kExitNoSource;
+    return kExitNotFound;
 }
 
 // One track of all the applications, of everything where "system" is among them; in a recording that keeps channels a
@@ -100,7 +100,7 @@ int ResolveTracks(const std::vector<Source>& sources, RecordingWish& wish)
             continue;
         }
         const Resolution resolution = Resolve(source, applications, ProcessExists);
-        if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNoSource;
+        if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNotFound;
         if (wish.mKeepsChannels || !mixed) {
             mixed = wish.mTracks.size();
             wish.mTracks.emplace_back().mProcesses = resolution.mProcesses;
@@ -128,7 +128,7 @@ int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Devic
         for (const Device& output : outputs) names.push_back(output.mUID);
         Complain(
             fmt::format("'{}' is no output, or more than one. These are there:{}", name, TellWhatIsThere(name, names)));
-        return kExitNoSource;
+        return kExitNotFound;
     }
     return kExitDone;
 }
