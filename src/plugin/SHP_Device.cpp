@@ -13,7 +13,6 @@ namespace {
 
 using cf::Ref;
 
-constexpr const char* kBundleIdentifier = "com.ostrel.audio.corvane.halplugin";
 constexpr double kAutomaticRateHz = 44100;
 constexpr UInt32 kInputSafetyFrames = 1024;
 constexpr UInt32 kOutputChannels = 2;
@@ -89,7 +88,7 @@ CFDictionaryRef SHP_Device::CopySettings() const
 
 CFStringRef SHP_Device::CopyDeviceName() const
 {
-    return mName ? MakeString("Corvane: " + mName.Get()->Text()) : MakeString("Corvane " + std::to_string(mUID + 1));
+    return MakeString(CVNDevice::PublishedName(mName.Get(), mUID));
 }
 
 CFStringRef SHP_Device::CopyDeviceManufacturerName() const
@@ -99,15 +98,15 @@ CFStringRef SHP_Device::CopyDeviceManufacturerName() const
 
 CFStringRef SHP_Device::CopyDeviceUID() const
 {
-    return MakeString(std::string(kBundleIdentifier) + ".device." + std::to_string(mUID));
+    return MakeString(CVNDevice::PublishedUID(mUID));
 }
 
 CFStringRef SHP_Device::CopyModelUID() const
 {
-    const CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR(kBundleIdentifier));
+    const CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR(CVNDevice::kPlugInIdentifier));
     const auto* version =
         cf::As<cf::String>(bundle ? CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("CFBundleVersion")) : nullptr);
-    return MakeString(version ? kBundleIdentifier + ("." + version->Text()) : kBundleIdentifier);
+    return MakeString(version ? CVNDevice::kPlugInIdentifier + ("." + version->Text()) : CVNDevice::kPlugInIdentifier);
 }
 
 UInt32 SHP_Device::GetLatency(bool isInput) const

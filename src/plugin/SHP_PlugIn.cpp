@@ -4,6 +4,7 @@
 #include "plugin/SHP_Device.h"
 #include "plugin/settings/CVNDevice.h"
 #include "plugin/settings/MainBundle.h"
+#include "plugin/settings/RunningApplications.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "utility/CAException.h"
 

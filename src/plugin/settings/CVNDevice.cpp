@@ -1,6 +1,8 @@
 #include "plugin/settings/CVNDevice.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace {
 
@@ -58,6 +60,25 @@ CVNDevice::CVNDevice(CFDictionaryRef dictionary) : CVNDevice()
     int32_t count = 0;
     if (Read(dictionary, "outputChannelCount", kCFNumberSInt32Type, count)) SetOutputChannelCount(count);
     Read(dictionary, "cachedChannelCount", kCFNumberSInt32Type, mCachedChannelCount);
+}
+
+bool CVNDevice::Understands(const std::string& key, CFTypeRef value)
+{
+    if (key == "captureDevices" || key == "captureSources") return As<cf::Array>(value);
+    if (key == "name") return As<cf::String>(value);
+    constexpr const char* kNumbers[] = {
+        "enabled", "sampleRate", "uid", "downMix", "softwareSourcesMuted", "outputChannelCount", "cachedChannelCount"};
+    return std::ranges::find(kNumbers, key) != std::end(kNumbers) && As<cf::Number>(value);
+}
+
+std::string CVNDevice::PublishedName(CFStringRef name, int32_t uid)
+{
+    return name ? "Corvane: " + name->Text() : "Corvane " + std::to_string(int64_t(uid) + 1);
+}
+
+std::string CVNDevice::PublishedUID(int32_t uid)
+{
+    return std::string(kPlugInIdentifier) + ".device." + std::to_string(uid);
 }
 
 void CVNDevice::SetOutputChannelCount(int32_t count)

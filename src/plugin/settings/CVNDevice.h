@@ -13,6 +13,9 @@
 
 class CVNDevice {
 public:
+    /// The plug-in's bundle, and the beginning of its devices' UIDs.
+    static constexpr const char* kPlugInIdentifier = "com.ostrel.audio.corvane.halplugin";
+
     // What stands for devices that are not named.
     static constexpr const char* kDefaultOutput = "com.ostrel.corvane.default_output";
     static constexpr const char* kDefaultInput = "com.ostrel.corvane.default_input";
@@ -26,6 +29,13 @@ public:
     CVNDevice();
     /// The same, and what the dictionary says beyond; keys that are missing or of a wrong type say nothing.
     explicit CVNDevice(CFDictionaryRef dictionary);
+
+    /// Whether a key of an entry is one of these settings, and the value of its type.
+    static bool Understands(const std::string& key, CFTypeRef value);
+
+    /// What recording programs show, and what they remember a device by.
+    static std::string PublishedName(CFStringRef name, int32_t uid);
+    static std::string PublishedUID(int32_t uid);
 
     /// 1 or 2; anything from 3 on is 0: as many as the sources have. Mixing down goes with 2 alone.
     void SetOutputChannelCount(int32_t count);

@@ -1,0 +1,195 @@
+#include "cli/DeviceList.h"
+
+#include "plugin/settings/SharedPreferences.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <set>
+
+namespace cli {
+
+namespace {
+
+using cf::As;
+using cf::Ref;
+
+constexpr const char* kMemory = "Companion";
+constexpr const char* kNextUID = "NextUID";
+constexpr const char* kOrder = "Order";
+constexpr const char* kDisabled = "Disabled";
+constexpr const char* kMuted = "Muted";
+constexpr const char* kExtras = "Extras";
+
+template <class T>
+const T* Find(CFDictionaryRef dictionary, const char* key)
+{
+    return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
+}
+
+Ref<cf::Number> MakeNumber(int32_t value)
+{
+    return Ref<cf::Number>::Adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
+}
+
+int32_t ToInt(const cf::Object* object, int32_t otherwise)
+{
+    int32_t value = otherwise;
+    if (const auto* number = As<cf::Number>(object)) CFNumberGetValue(number, kCFNumberSInt32Type, &value);
+    return value;
+}
+
+std::vector<int32_t> ToInts(CFArrayRef array)
+{
+    std::vector<int32_t> values;
+    for (CFIndex i = 0; array && i < CFArrayGetCount(array); ++i)
+        if (const auto* number = As<cf::Number>(CFArrayGetValueAtIndex(array, i))) values.push_back(ToInt(number, -1));
+    return values;
+}
+
+/// The dictionary under a key, made where there is none; what is there of another type gives way.
+CFMutableDictionaryRef Inside(CFMutableDictionaryRef dictionary, const char* key)
+{
+    const auto made = Ref<cf::Dictionary>::Adopt(
+        Find<cf::Dictionary>(dictionary, key)
+            ? CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, Find<cf::Dictionary>(dictionary, key))
+            : CFDictionaryCreateMutable(kCFAllocatorDefault, 0));
+    CFDictionarySetValue(dictionary, CFSTR(key), made.Get());
+    return const_cast<CFMutableDictionaryRef>(made.Get());
+}
+
+/// What of an entry a device's settings do not say; null for nothing.
+Ref<cf::Dictionary> ExtrasOf(CFDictionaryRef entry)
+{
+    cf::Dictionary::Entries extras;
+    for (const auto& [key, value] : entry->Get())
+        if (!CVNDevice::Understands(key, value.Get())) extras.emplace(key, value);
+    return extras.empty() ? Ref<cf::Dictionary>() : Ref<cf::Dictionary>::Adopt(new cf::Dictionary(std::move(extras)));
+}
+
+bool IsSame(const std::string& a, const std::string& b)
+{
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+std::string NameOf(const ListedDevice& device)
+{
+    return cf::ToStdString(device.mSettings.mName.Get());
+}
+
+}  // namespace
+
+DeviceList::DeviceList(CFDictionaryRef root) : mIsOn(ToInt(root->Find(settings::kEnabled), 0) != 0)
+{
+    const auto* list = Find<cf::Dictionary>(root, settings::kDeviceSettings);
+    const auto* memory = Find<cf::Dictionary>(root, kMemory);
+    Read(Find<cf::Array>(list, settings::kDevices), true);
+    Read(Find<cf::Array>(memory, kDisabled), false);
+    ReadMemory(memory);
+}
+
+void DeviceList::Read(CFArrayRef entries, bool enabled)
+{
+    for (CFIndex i = 0; entries && i < CFArrayGetCount(entries); ++i) {
+        const CFTypeRef item = CFArrayGetValueAtIndex(entries, i);
+        const auto* entry = As<cf::Dictionary>(item);
+        if (!entry) {
+            mForeign.push_back(Ref<cf::Object>::Share(item));
+            continue;
+        }
+        ListedDevice device{CVNDevice(entry), enabled, false, {}};
+        device.mMuted = device.mSettings.mSoftwareSourcesMuted != 0;
+        device.mExtras = ExtrasOf(entry);
+        mNextUID = std::max(mNextUID, device.mSettings.mUID + 1);
+        mDevices.push_back(std::move(device));
+    }
+}
+
+void DeviceList::ReadMemory(CFDictionaryRef memory)
+{
+    mNextUID = std::max(mNextUID, ToInt(memory ? memory->Find(kNextUID) : nullptr, 0));
+    const std::vector<int32_t> muted = ToInts(Find<cf::Array>(memory, kMuted));
+    const auto* extras = Find<cf::Dictionary>(memory, kExtras);
+    for (ListedDevice& device : mDevices) {
+        device.mMuted |= std::ranges::find(muted, device.mSettings.mUID) != muted.end();
+        const auto* remembered = Find<cf::Dictionary>(extras, std::to_string(device.mSettings.mUID).c_str());
+        if (!device.mExtras && remembered) device.mExtras = Ref<cf::Dictionary>::Share(remembered);
+    }
+    PutInOrder(Find<cf::Array>(memory, kOrder));
+}
+
+/// Those that somebody else added come last, as they stand in the list.
+void DeviceList::PutInOrder(CFArrayRef order)
+{
+    std::map<int32_t, size_t> places;
+    for (const int32_t uid : ToInts(order)) places.emplace(uid, places.size());
+    const auto place = [&](const ListedDevice& device) {
+        const auto found = places.find(device.mSettings.mUID);
+        return found == places.end() ? places.size() : found->second;
+    };
+    std::ranges::stable_sort(mDevices, {}, place);
+}
+
+void DeviceList::Store(CFMutableDictionaryRef root) const
+{
+    const auto enabled = Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+    const auto disabled = Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+    const auto order = Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+    const auto muted = Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+    const auto append = [](const Ref<cf::Array>& array, CFTypeRef value) {
+        CFArrayAppendValue(const_cast<CFMutableArrayRef>(array.Get()), value);
+    };
+    const CFMutableDictionaryRef memory = Inside(root, kMemory);
+    CFDictionaryRemoveValue(memory, CFSTR(kExtras));
+    for (const ListedDevice& device : mDevices) {
+        CVNDevice settings = device.mSettings;
+        settings.mEnabled = 1;
+        settings.mSoftwareSourcesMuted = 0;
+        settings.SetOutputChannelCount(settings.mOutputChannelCount);
+        const auto entry = Ref<cf::Dictionary>::Adopt(settings.CopyDictionaryRepresentation());
+        const auto uid = MakeNumber(settings.mUID);
+        append(device.mEnabled ? enabled : disabled, entry.Get());
+        append(order, uid.Get());
+        if (device.mMuted) append(muted, uid.Get());
+        if (device.mExtras)
+            CFDictionarySetValue(Inside(memory, kExtras), CFSTR(std::to_string(settings.mUID).c_str()),
+                                 device.mExtras.Get());
+    }
+    for (const auto& foreign : mForeign) append(enabled, foreign.Get());
+
+    CFDictionarySetValue(Inside(root, settings::kDeviceSettings), CFSTR(settings::kDevices), enabled.Get());
+    CFDictionarySetValue(root, CFSTR(settings::kEnabled), MakeNumber(mIsOn).Get());
+    CFDictionarySetValue(memory, CFSTR(kNextUID), MakeNumber(mNextUID).Get());
+    CFDictionarySetValue(memory, CFSTR(kOrder), order.Get());
+    CFDictionarySetValue(memory, CFSTR(kDisabled), disabled.Get());
+    CFDictionarySetValue(memory, CFSTR(kMuted), muted.Get());
+}
+
+std::vector<size_t> DeviceList::Find(const std::string& words) const
+{
+    const auto matching = [&](const auto& matches) {
+        std::vector<size_t> found;
+        for (size_t i = 0; i < mDevices.size(); ++i)
+            if (matches(mDevices[i])) found.push_back(i);
+        return found;
+    };
+    auto found = matching([&](const ListedDevice& device) { return NameOf(device) == words; });
+    if (found.empty()) found = matching([&](const ListedDevice& device) { return IsSame(NameOf(device), words); });
+    if (found.empty())
+        found = matching([&](const ListedDevice& device) {
+            return std::to_string(device.mSettings.mUID) == words ||
+                   CVNDevice::PublishedUID(device.mSettings.mUID) == words;
+        });
+    return found;
+}
+
+std::vector<std::string> DeviceList::Names() const
+{
+    std::vector<std::string> names;
+    for (const ListedDevice& device : mDevices) names.push_back(NameOf(device));
+    return names;
+}
+
+}  // namespace cli
