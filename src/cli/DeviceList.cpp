@@ -24,7 +24,7 @@ constexpr const char* kMuted = "Muted";
 constexpr const char* kExtras = "Extras";
 
 template <class T>
-const T* Find(CFDictionaryRef dictionary, const char* key)
+const T* ValueOf(CFDictionaryRef dictionary, const char* key)
 {
     return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
 }
@@ -53,8 +53,8 @@ std::vector<int32_t> ToInts(CFArrayRef array)
 CFMutableDictionaryRef Inside(CFMutableDictionaryRef dictionary, const char* key)
 {
     const auto made = Ref<cf::Dictionary>::Adopt(
-        Find<cf::Dictionary>(dictionary, key)
-            ? CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, Find<cf::Dictionary>(dictionary, key))
+        ValueOf<cf::Dictionary>(dictionary, key)
+            ? CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, ValueOf<cf::Dictionary>(dictionary, key))
             : CFDictionaryCreateMutable(kCFAllocatorDefault, 0));
     CFDictionarySetValue(dictionary, CFSTR(key), made.Get());
     return const_cast<CFMutableDictionaryRef>(made.Get());
@@ -83,10 +83,10 @@ std::string NameOf(const ListedDevice& device)
 
 DeviceList::DeviceList(CFDictionaryRef root) : mIsOn(ToInt(root->Find(settings::kEnabled), 0) != 0)
 {
-    const auto* list = Find<cf::Dictionary>(root, settings::kDeviceSettings);
-    const auto* memory = Find<cf::Dictionary>(root, kMemory);
-    Read(Find<cf::Array>(list, settings::kDevices), true);
-    Read(Find<cf::Array>(memory, kDisabled), false);
+    const auto* list = ValueOf<cf::Dictionary>(root, settings::kDeviceSettings);
+    const auto* memory = ValueOf<cf::Dictionary>(root, kMemory);
+    Read(ValueOf<cf::Array>(list, settings::kDevices), true);
+    Read(ValueOf<cf::Array>(memory, kDisabled), false);
     ReadMemory(memory);
 }
 
@@ -110,14 +110,14 @@ void DeviceList::Read(CFArrayRef entries, bool enabled)
 void DeviceList::ReadMemory(CFDictionaryRef memory)
 {
     mNextUID = std::max(mNextUID, ToInt(memory ? memory->Find(kNextUID) : nullptr, 0));
-    const std::vector<int32_t> muted = ToInts(Find<cf::Array>(memory, kMuted));
-    const auto* extras = Find<cf::Dictionary>(memory, kExtras);
+    const std::vector<int32_t> muted = ToInts(ValueOf<cf::Array>(memory, kMuted));
+    const auto* extras = ValueOf<cf::Dictionary>(memory, kExtras);
     for (ListedDevice& device : mDevices) {
         device.mMuted |= std::ranges::find(muted, device.mSettings.mUID) != muted.end();
-        const auto* remembered = Find<cf::Dictionary>(extras, std::to_string(device.mSettings.mUID).c_str());
+        const auto* remembered = ValueOf<cf::Dictionary>(extras, std::to_string(device.mSettings.mUID).c_str());
         if (!device.mExtras && remembered) device.mExtras = Ref<cf::Dictionary>::Share(remembered);
     }
-    PutInOrder(Find<cf::Array>(memory, kOrder));
+    PutInOrder(ValueOf<cf::Array>(memory, kOrder));
 }
 
 /// Those that somebody else added come last, as they stand in the list.
