@@ -53,6 +53,7 @@ void FakeMachine::Reset()
     mFiles.mRoot = "/nonexistent";
     mMessenger.mSent.clear();
     mMessenger.mReaches = true;
+    mIdentity = {};
 }
 
 }  // namespace support

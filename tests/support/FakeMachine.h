@@ -4,6 +4,7 @@
 // Start at FakeMachine::Installed.
 #pragma once
 
+#include "platform/machine/Identity.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/Messenger.h"
 #include "platform/machine/Processes.h"
@@ -84,6 +85,12 @@ public:
         const auto found = mTable.find(pid);
         return found == mTable.end() ? std::nullopt : std::optional(found->second);
     }
+    std::vector<pid_t> List() override
+    {
+        std::vector<pid_t> processes;
+        for (const auto& [pid, record] : mTable) processes.push_back(pid);
+        return processes;
+    }
     bool MaySignal(pid_t pid) override { return pid == mSelf || mTable.contains(pid); }
     std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) override
     {
@@ -120,6 +127,18 @@ public:
 
     std::string Resolve(const std::string& wellKnownPath) override { return mRoot + wellKnownPath; }
     std::string BundleFolder() override { return mRoot + "/bundles"; }
+    std::string PreferencesFolder() override { return mRoot + "/preferences"; }
+};
+
+class FakeIdentity final : public platform::machine::Identity {
+public:
+    uid_t mRealUser = 1000;
+    uid_t mEffectiveUser = 1000;
+    std::optional<platform::machine::MainBundle> mMainBundle;
+
+    uid_t RealUser() override { return mRealUser; }
+    uid_t EffectiveUser() override { return mEffectiveUser; }
+    std::optional<platform::machine::MainBundle> GetMainBundle() override { return mMainBundle; }
 };
 
 /// Hands over at once, on the thread of the test, what the test lets arrive.
@@ -151,6 +170,7 @@ public:
     FakeThreads mThreads;
     FakeFiles mFiles;
     FakeMessenger mMessenger;
+    FakeIdentity mIdentity;
 
     platform::machine::Clock& GetClock() override { return mClock; }
     platform::machine::Threads& GetThreads() override { return mThreads; }
@@ -158,6 +178,7 @@ public:
     platform::machine::Files& GetFiles() override { return mFiles; }
     platform::machine::Processes& GetProcesses() override { return mProcesses; }
     platform::machine::Messenger& GetMessenger() override { return mMessenger; }
+    platform::machine::Identity& GetIdentity() override { return mIdentity; }
     platform::machine::AudioServer& GetAudioServer() override { return mServer; }
 
     /// The fake that this process stands on, installed by the first call, with an empty script. What is allocated

@@ -12,22 +12,26 @@ namespace cf {
 namespace {
 
 constexpr size_t kTrailerBytes = 32;
+constexpr const char* kBeyondTheEnd = "has an object that is longer than the file";
 
 class BinaryScan {
 public:
     explicit BinaryScan(std::string_view bytes) : mBytes(bytes) {}
 
-    bool Run()
+    ScanFault Run()
     {
-        if (mBytes.size() < kBinaryListMagic.size() + 2 + kTrailerBytes) return false;
+        if (mBytes.size() < kBinaryListMagic.size() + 2 + kTrailerBytes) return {"is cut", mBytes.size()};
         const size_t trailer = mBytes.size() - kTrailerBytes;
         mOffsetWidth = Byte(trailer + 6);
         mReferenceWidth = Byte(trailer + 7);
         mObjects = Read(trailer + 8, 8);
         mTable = Read(trailer + 24, 8);
-        if (!IsWidth(mOffsetWidth) || !IsWidth(mReferenceWidth) || mTable > trailer) return false;
+        const bool plausible = IsWidth(mOffsetWidth) && IsWidth(mReferenceWidth) && mTable <= trailer &&
+                               mObjects <= (trailer - mTable) / mOffsetWidth;
+        if (!plausible) return {"is cut, or has a trailer that does not fit it", trailer};
         mEnd = trailer;
-        return mObjects <= (trailer - mTable) / mOffsetWidth && Visit(Read(trailer + 16, 8), 1);
+        Visit(Read(trailer + 16, 8), 1, trailer + 16);
+        return mFault;
     }
 
 private:
@@ -42,27 +46,34 @@ private:
     }
 
     // Counts an object with all that it holds, anew at each mention. Reached twice on one path, it exceeds the depth.
-    bool Visit(uint64_t object, size_t depth)
+    bool Visit(uint64_t object, size_t depth, uint64_t mention)
     {
-        if (object >= mObjects || depth > kPropertyListMaxDepth || ++mVisits > kPropertyListMaxObjects) return false;
-        uint64_t at = Read(mTable + object * mOffsetWidth, mOffsetWidth);
-        if (at >= mEnd) return false;
+        if (object >= mObjects) return mFault.Set("names an object that it does not have", mention);
+        if (depth > kPropertyListMaxDepth) return mFault.Set(kTooDeep, mention);
+        if (++mVisits > kPropertyListMaxObjects) return mFault.Set(kTooManyObjects, mention);
+        const uint64_t entry = mTable + object * mOffsetWidth, at = Read(entry, mOffsetWidth);
+        return at < mEnd ? VisitAt(at, depth) : mFault.Set("has an object outside the file", entry);
+    }
+
+    bool VisitAt(uint64_t at, size_t depth)
+    {
+        const uint64_t start = at;
         const unsigned kind = Byte(at) >> 4;
         uint64_t count = Byte(at) & 15;
         ++at;
         const bool counted = kind == 0x4 || kind == 0x5 || kind == 0x6 || kind == 0xA || kind == 0xC || kind == 0xD;
         if (!counted) return true;
-        if (count == 15 && !ReadCount(at, count)) return false;
+        if (count == 15 && !ReadCount(at, count)) return mFault.Set("has an object whose length is no number", start);
         switch (kind) {
             case 0xA:
             case 0xC:
                 return VisitReferences(at, count, depth);
             case 0xD:
-                return count <= mEnd && VisitReferences(at, 2 * count, depth);
+                return VisitReferences(at, count <= mEnd ? 2 * count : count, depth);
             case 0x4:
                 return CountText(at, count, 1);
             default:
-                return CountText(at, count, kind == 0x6 ? 2 : 1) && !HasNul(at, count, kind == 0x6 ? 2 : 1);
+                return CountText(at, count, kind == 0x6 ? 2 : 1) && HasNoNul(at, count, kind == 0x6 ? 2 : 1);
         }
     }
 
@@ -79,28 +90,29 @@ private:
 
     bool VisitReferences(uint64_t at, uint64_t count, size_t depth)
     {
-        if (count > (mEnd - at) / mReferenceWidth) return false;
-        for (uint64_t index = 0; index < count; ++index) {
-            if (!Visit(Read(at + index * mReferenceWidth, mReferenceWidth), depth + 1)) return false;
+        if (count > (mEnd - at) / mReferenceWidth) return mFault.Set(kBeyondTheEnd, at);
+        for (uint64_t end = at + count * mReferenceWidth; at < end; at += mReferenceWidth) {
+            if (!Visit(Read(at, mReferenceWidth), depth + 1, at)) return false;
         }
         return true;
     }
 
     bool CountText(uint64_t at, uint64_t count, size_t width)
     {
-        if (count > (mEnd - at) / width || count * width > kPropertyListMaxStringBytes) return false;
+        if (count > (mEnd - at) / width) return mFault.Set(kBeyondTheEnd, at);
+        if (count * width > kPropertyListMaxStringBytes) return mFault.Set(kTextTooLong, at);
         mTextBytes += count * width;
-        return mTextBytes <= kPropertyListMaxBytes;
+        return mTextBytes <= kPropertyListMaxBytes || mFault.Set("has texts and data of more than 1 MiB together", at);
     }
 
     // The parser takes text for what ends at a NUL in one place and not in the next, and stops the process
     // where the two differ.
-    bool HasNul(uint64_t at, uint64_t count, size_t width) const
+    bool HasNoNul(uint64_t at, uint64_t count, size_t width)
     {
-        for (uint64_t character = 0; character < count; ++character) {
-            if (Read(at + character * width, width) == 0) return true;
+        for (uint64_t end = at + count * width; at < end; at += width) {
+            if (Read(at, width) == 0) return mFault.Set(kTextHasNul, at);
         }
-        return false;
+        return true;
     }
 
     const std::string_view mBytes;
@@ -111,13 +123,14 @@ private:
     uint64_t mTable = 0;
     size_t mVisits = 0;
     uint64_t mTextBytes = 0;
+    ScanFault mFault;
 };
 
 }  // namespace
 
-bool BinaryListIsWithinLimits(std::string_view bytes)
+std::string FaultOfBinaryList(std::string_view bytes)
 {
-    return BinaryScan(bytes).Run();
+    return BinaryScan(bytes).Run().Sentence();
 }
 
 }  // namespace cf

@@ -1,6 +1,6 @@
 // CFBase: the reference-counted base of property-list objects, and the owning handle for them.
 // Why: services and devices are configured with trees of these, and "Copy" and "Get" decide who releases.
-// Objects never change after creation, save the mutable array; counting is thread-safe.
+// Objects never change after creation, save mutable arrays and dictionaries; counting is thread-safe.
 // Start at cf::Ref.
 #pragma once
 

@@ -1,49 +1,13 @@
 #include "platform/foundation/CFBundle.h"
 
 #include "platform/foundation/PropertyList.h"
+#include "platform/foundation/SmallFile.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <optional>
 
 namespace {
-
-class Descriptor {
-public:
-    // Non-blocking, because opening a pipe would wait for its writer.
-    explicit Descriptor(const std::string& path) : mNumber(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
-    ~Descriptor()
-    {
-        if (mNumber >= 0) close(mNumber);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return mNumber; }
-
-private:
-    const int mNumber;
-};
-
-/// The bytes of a regular file of at most kPropertyListMaxBytes.
-std::optional<std::string> ReadSmallFile(const std::string& path)
-{
-    const Descriptor file(path);
-    struct stat status;
-    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-    if (static_cast<uint64_t>(status.st_size) > cf::kPropertyListMaxBytes) return {};
-    std::string bytes(static_cast<size_t>(status.st_size), '\0');
-    size_t filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t got = read(file.Get(), bytes.data() + filled, bytes.size() - filled);
-        if (got <= 0) return {};
-        filled += static_cast<size_t>(got);
-    }
-    return bytes;
-}
 
 bool IsPlainFileName(const std::string& name)
 {
@@ -86,11 +50,23 @@ void* Bundle::FindFunction(const std::string& name) const
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, const char* folder)
 {
-    const std::optional<std::string> bytes = ReadSmallFile(std::string(folder) + "/Info.plist");
+    const auto bytes = cf::SmallFile(std::string(folder) + "/Info.plist", cf::TakenFrom::Anyone).ReadToEnd();
     if (!bytes) return nullptr;
     const auto list = cf::Ref<cf::Object>::Adopt(cf::CreatePropertyList(bytes->data(), bytes->size()));
     auto info = cf::Ref<cf::Dictionary>::Share(cf::As<cf::Dictionary>(list.Get()));
     return info ? new cf::Bundle(folder, std::move(info)) : nullptr;
+}
+
+CFStringRef CFBundleGetIdentifier(CFBundleRef bundle)
+{
+    return cf::As<cf::String>(bundle->Info().Find(cf::kBundleIdentifier));
+}
+
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle)
+{
+    auto path = cf::Ref<cf::String>::Adopt(
+        CFStringCreateWithCString(kCFAllocatorDefault, bundle->Folder().c_str(), kCFStringEncodingUTF8));
+    return path && !path.Get()->Text().empty() ? new cf::URL(std::move(path)) : nullptr;
 }
 
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key)

@@ -9,6 +9,8 @@
 
 namespace cf {
 
+constexpr const char* kBundleIdentifier = "CFBundleIdentifier";
+
 /// A folder, its Info.plist, and its library once that is loaded.
 class Bundle final : public Object {
 public:
@@ -18,6 +20,7 @@ public:
     CFTypeID TypeID() const override { return kTypeID; }
     std::string Describe() const override { return mFolder; }
 
+    const std::string& Folder() const { return mFolder; }
     const Dictionary& Info() const { return *mInfo.Get(); }
     /// Where `name` lies in the bundle's library, which is loaded at need; null where that fails.
     void* FindFunction(const std::string& name) const;
@@ -40,7 +43,8 @@ std::vector<Ref<Bundle>> InstalledBundles();
 CFBundleRef CFBundleCreate(CFAllocatorRef allocator, const char* folder);
 /// The bundle of the application that this process is, not retained; null where it has none. It has no Info.plist.
 CFBundleRef CFBundleGetMainBundle();
-/// A bundle of this installation by its identifier ("CFBundleIdentifier"), not retained; null where there is none.
+/// A bundle of this installation by its identifier ("CFBundleIdentifier"), not retained; null where there is none. The
+/// same one each time.
 CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier);
 /// Not retained; null where it has none.
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);

@@ -54,6 +54,27 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const CFStringRef* keys, cons
     return new cf::Dictionary(std::move(entries));
 }
 
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex)
+{
+    return new cf::Dictionary({});
+}
+
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex, CFDictionaryRef dictionary)
+{
+    return new cf::Dictionary(dictionary->Get());
+}
+
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value)
+{
+    assert(key && value);
+    dictionary->Change().insert_or_assign(key->Text(), cf::Ref<cf::Object>::Share(value));
+}
+
+void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, CFStringRef key)
+{
+    dictionary->Change().erase(key->Text());
+}
+
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary)
 {
     return static_cast<CFIndex>(dictionary->Get().size());

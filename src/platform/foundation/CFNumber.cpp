@@ -1,5 +1,6 @@
 #include "platform/foundation/CFDictionary.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -8,9 +9,22 @@
 namespace {
 
 constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// The nearest whole number towards zero, 0 for what is no number. Casting beyond the range is undefined, so
-// that the bounds come first; -2^63 itself is a whole number, 2^63 is not.
+/// One form for each value, so that equality and hash do not see the kind. Compared as a whole number where
+/// there is one: a large whole number turned into a real one could meet a neighbour there, as 2^63 - 1 does.
+/// Casting beyond the range is undefined, so that the bounds come first; -2^63 itself is a whole number.
+cf::Number::Value Canonical(const cf::Number::Value& value)
+{
+    const double* real = std::get_if<double>(&value);
+    if (real && std::isnan(*real)) return std::numeric_limits<double>::quiet_NaN();
+    if (!real || std::trunc(*real) != *real) return value;
+    if (*real >= -kTwoTo63 && *real < kTwoTo63) return static_cast<int64_t>(*real);
+    if (*real >= kTwoTo63 && *real < kTwoTo64) return static_cast<uint64_t>(*real);
+    return value;
+}
+
+/// The nearest whole number towards zero, 0 for what is no number.
 int64_t ToWhole(double value)
 {
     if (std::isnan(value)) return 0;
@@ -19,36 +33,28 @@ int64_t ToWhole(double value)
     return static_cast<int64_t>(value);
 }
 
-// Compared as a whole number where there is one: a large whole number turned into a real one could meet a
-// neighbour there. 2^63 - 1 is the case in point.
-bool IsWhole(double value)
+template <class Whole>
+bool StoreWhole(const cf::Number::Value& value, void* stored)
 {
-    return value >= -kTwoTo63 && value < kTwoTo63 && std::trunc(value) == value;
-}
-
-// One form for each value, so that equality and hash do not see the kind.
-cf::Number::Value Canonical(const cf::Number::Value& value)
-{
-    const double* real = std::get_if<double>(&value);
-    return real && IsWhole(*real) ? cf::Number::Value(ToWhole(*real)) : value;
-}
-
-bool StoreWhole(const cf::Number::Value& value, int64_t& whole)
-{
+    using Limits = std::numeric_limits<Whole>;
     const cf::Number::Value canonical = Canonical(value);
-    if (const int64_t* exact = std::get_if<int64_t>(&canonical)) {
-        whole = *exact;
-        return true;
-    }
-    whole = ToWhole(std::get<double>(canonical));
-    return false;
+    const int64_t* exact = std::get_if<int64_t>(&canonical);
+    int64_t whole = Limits::max();  // of what lies beyond the signed ones
+    if (exact) whole = *exact;
+    if (const double* real = std::get_if<double>(&canonical)) whole = ToWhole(*real);
+    const int64_t fitted = std::clamp<int64_t>(whole, Limits::min(), Limits::max());
+    *static_cast<Whole*>(stored) = static_cast<Whole>(fitted);
+    return exact && fitted == whole;
 }
 
-bool StoreReal(const cf::Number::Value& value, double& real)
+template <class Real>
+bool StoreReal(const cf::Number::Value& value, void* stored)
 {
-    const int64_t* whole = std::get_if<int64_t>(&value);
-    real = whole ? static_cast<double>(*whole) : std::get<double>(value);
-    return !whole || Canonical(real) == cf::Number::Value(*whole);
+    const double nearest = std::visit([](auto any) { return static_cast<double>(any); }, value);
+    const double bound = std::numeric_limits<Real>::max();
+    const Real real = static_cast<Real>(std::isfinite(nearest) ? std::clamp(nearest, -bound, bound) : nearest);
+    *static_cast<Real*>(stored) = real;
+    return std::isnan(nearest) || Canonical(double(real)) == Canonical(value);
 }
 
 }  // namespace
@@ -57,7 +63,8 @@ namespace cf {
 
 bool Number::IsEqual(const Object& other) const
 {
-    return Canonical(mValue) == Canonical(static_cast<const Number&>(other).mValue);
+    const Value own = Canonical(mValue), others = Canonical(static_cast<const Number&>(other).mValue);
+    return own == others || (own != own && others != others);  // what is no number is like another such
 }
 
 CFHashCode Number::Hash() const
@@ -68,6 +75,7 @@ CFHashCode Number::Hash() const
 std::string Number::Describe() const
 {
     if (const int64_t* whole = std::get_if<int64_t>(&mValue)) return std::to_string(*whole);
+    if (const uint64_t* whole = std::get_if<uint64_t>(&mValue)) return std::to_string(*whole);
     char text[32];
     std::snprintf(text, sizeof text, "%.17g", std::get<double>(mValue));
     return text;
@@ -83,10 +91,14 @@ CFTypeID CFNumberGetTypeID()
 CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
 {
     switch (type) {
+        case kCFNumberSInt8Type:
+            return new cf::Number(int64_t(*static_cast<const int8_t*>(value)));
         case kCFNumberSInt32Type:
             return new cf::Number(int64_t(*static_cast<const int32_t*>(value)));
         case kCFNumberSInt64Type:
             return new cf::Number(*static_cast<const int64_t*>(value));
+        case kCFNumberFloat32Type:
+            return new cf::Number(double(*static_cast<const float*>(value)));
         case kCFNumberFloat64Type:
             return new cf::Number(*static_cast<const double*>(value));
     }
@@ -95,18 +107,17 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
 
 bool CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value)
 {
-    int64_t whole = 0;
     switch (type) {
-        case kCFNumberSInt32Type: {
-            const bool exact = StoreWhole(number->Get(), whole);
-            const int64_t fitted = whole < INT32_MIN ? INT32_MIN : whole > INT32_MAX ? INT32_MAX : whole;
-            *static_cast<int32_t*>(value) = static_cast<int32_t>(fitted);
-            return exact && fitted == whole;
-        }
+        case kCFNumberSInt8Type:
+            return StoreWhole<int8_t>(number->Get(), value);
+        case kCFNumberSInt32Type:
+            return StoreWhole<int32_t>(number->Get(), value);
         case kCFNumberSInt64Type:
-            return StoreWhole(number->Get(), *static_cast<int64_t*>(value));
+            return StoreWhole<int64_t>(number->Get(), value);
+        case kCFNumberFloat32Type:
+            return StoreReal<float>(number->Get(), value);
         case kCFNumberFloat64Type:
-            return StoreReal(number->Get(), *static_cast<double*>(value));
+            return StoreReal<double>(number->Get(), value);
     }
     return false;
 }

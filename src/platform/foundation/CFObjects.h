@@ -30,11 +30,27 @@ private:
     const std::string mText;
 };
 
+/// True or false: one object each, so that they are compared as objects.
+class Boolean final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 21;
+    explicit constexpr Boolean(bool value) : mValue(value) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    std::string Describe() const override { return mValue ? "true" : "false"; }
+
+    bool Get() const { return mValue; }
+
+private:
+    const bool mValue;
+};
+
 /// A whole number or a real one. They are equal where their values are, whatever their kinds.
 class Number final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 22;
-    using Value = std::variant<int64_t, double>;
+    /// An unsigned one only beyond the signed ones.
+    using Value = std::variant<int64_t, uint64_t, double>;
     explicit Number(Value value) : mValue(value) {}
 
     CFTypeID TypeID() const override { return kTypeID; }
@@ -46,6 +62,58 @@ public:
 
 private:
     const Value mValue;
+};
+
+/// Bytes of no meaning here. Nothing asks for them; a list that is read and written keeps them.
+class Data final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 20;
+    explicit Data(std::string bytes) : mBytes(std::move(bytes)) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    bool IsEqual(const Object& other) const override;
+    CFHashCode Hash() const override;
+    std::string Describe() const override;
+
+    const std::string& Bytes() const { return mBytes; }
+
+private:
+    const std::string mBytes;
+};
+
+/// A moment, kept as bytes are.
+class Date final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 42;
+    /// @param seconds  since the beginning of 2001, universal time; any value at all
+    explicit Date(double seconds) : mSeconds(seconds) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    bool IsEqual(const Object& other) const override;
+    CFHashCode Hash() const override;
+    std::string Describe() const override;
+
+    double Seconds() const { return mSeconds; }
+
+private:
+    const double mSeconds;
+};
+
+/// A reference to an object of an archive, kept as bytes are.
+class UID final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 43;
+    explicit UID(uint64_t value) : mValue(value) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    bool IsEqual(const Object& other) const override { return mValue == static_cast<const UID&>(other).mValue; }
+    CFHashCode Hash() const override { return mValue; }
+    std::string Describe() const override { return "UID " + std::to_string(mValue); }
+
+    uint64_t Get() const { return mValue; }
+
+private:
+    const uint64_t mValue;
 };
 
 /// Objects in order. Only the thread that made a mutable one may use it until it stops changing.
@@ -61,13 +129,13 @@ public:
     std::string Describe() const override;
 
     const Values& Get() const { return mValues; }
-    void Append(CFTypeRef value) { mValues.push_back(Ref<Object>::Share(value)); }
+    Values& Change() { return mValues; }
 
 private:
     Values mValues;
 };
 
-/// Objects by name, in the order of their names, so that descriptions repeat.
+/// Objects by name, in the order of their names, so that descriptions repeat. Changed as an array is.
 class Dictionary final : public Object {
 public:
     static constexpr CFTypeID kTypeID = 18;
@@ -80,11 +148,12 @@ public:
     std::string Describe() const override;
 
     const Entries& Get() const { return mEntries; }
+    Entries& Change() { return mEntries; }
     /// Null where there is no such key.
     CFTypeRef Find(std::string_view key) const;
 
 private:
-    const Entries mEntries;
+    Entries mEntries;
 };
 
 }  // namespace cf

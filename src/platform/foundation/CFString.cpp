@@ -48,6 +48,14 @@ bool IsUtf8(std::string_view text)
     return true;
 }
 
+std::string Folded(std::string text)
+{
+    for (char& character : text) {
+        if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+    }
+    return text;
+}
+
 }  // namespace
 
 namespace cf {
@@ -78,6 +86,23 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, uint32_t
 {
     if (!text || encoding != kCFStringEncodingUTF8 || !IsUtf8(text)) return nullptr;
     return new cf::String(text);
+}
+
+CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags options)
+{
+    // Bytes of UTF-8 are in the order of the code points that they stand for.
+    const bool fold = options & kCFCompareCaseInsensitive;
+    const int order = fold ? Folded(a->Text()).compare(Folded(b->Text())) : a->Text().compare(b->Text());
+    return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
+}
+
+bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex room, uint32_t encoding)
+{
+    const std::string& text = string->Text();
+    const bool fits = encoding == kCFStringEncodingUTF8 && static_cast<CFIndex>(text.size()) < room;
+    if (room > 0) *buffer = '\0';
+    if (fits) std::memcpy(buffer, text.c_str(), text.size() + 1);
+    return fits;
 }
 
 CFStringRef CFStringMakeConstant(const char* text)

@@ -9,6 +9,28 @@ struct CFUUIDBytes {
     uint8_t byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15;
 };
 
+namespace cf {
+
+/// 16 bytes.
+class UUID final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 36;
+    explicit UUID(CFUUIDBytes bytes) : mBytes(bytes) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    bool IsEqual(const Object& other) const override;
+    CFHashCode Hash() const override;
+    /// In hexadecimal capitals, in groups of 4, 2, 2, 2 and 6 bytes.
+    std::string Describe() const override;
+
+    const CFUUIDBytes& Get() const { return mBytes; }
+
+private:
+    const CFUUIDBytes mBytes;
+};
+
+}  // namespace cf
+
 /// An identifier of these bytes, which the caller releases.
 CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
 /// An identifier that lives as long as the process, the same object for the same bytes.

@@ -5,14 +5,37 @@
 #pragma once
 
 #include "platform/foundation/CFURL.h"
+#include "platform/foundation/SmallFile.h"
 
 #include <cstddef>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace cf {
-class ReadStream;
-}
+
+/// A file that is read once it is open. One thread at a time.
+class ReadStream final : public Object {
+public:
+    static constexpr CFTypeID kTypeID = 45;
+    explicit ReadStream(std::string path) : mPath(std::move(path)) {}
+
+    CFTypeID TypeID() const override { return kTypeID; }
+    std::string Describe() const override { return mPath; }
+
+    bool Open();
+    void Close() { mFile.reset(); }
+    /// The bytes that are left; nothing, and a sentence that says why, where they cannot be had.
+    std::optional<std::string> ReadToEnd(std::string& error);
+
+private:
+    const std::string mPath;
+    std::unique_ptr<SmallFile> mFile;
+};
+
+}  // namespace cf
+
 using CFReadStreamRef = cf::ReadStream*;
 
 enum CFPropertyListFormat : CFIndex { kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 200 };
@@ -26,9 +49,11 @@ void CFReadStreamClose(CFReadStreamRef stream);
 
 /// The tree of a whole open stream.
 ///
-/// @param length  0: to the end
-/// @param error   set to one sentence for a person, which the caller releases, where null is returned
-/// @return        an object that the caller releases, or null; its containers are mutable where `options` say so
+/// @param length   bytes; 0: to the end
+/// @param options  containers can be changed in any case: a tree belongs to who asked for it
+/// @param format   set to the form of what was read, if not null
+/// @param error    set to one sentence for a person, which the caller releases, where null is returned, if not null
+/// @return         an object that the caller releases, or null
 CFTypeRef CFPropertyListCreateFromStream(CFAllocatorRef allocator, CFReadStreamRef stream, CFIndex length,
                                          CFOptionFlags options, CFPropertyListFormat* format, CFStringRef* error);
 
@@ -39,14 +64,15 @@ constexpr size_t kPropertyListMaxBytes = size_t(1) << 20;
 /// The tree that the bytes of a property list describe.
 ///
 /// @param bytes  the whole file, from anyone
-/// @param error  one sentence for a person where null is returned, if not null
+/// @param error  set to what is wrong and where, in one sentence for a person, where null is returned, if not null
 /// @return       an object that the caller releases; null for bytes that are no property list, that exceed
 ///               the limits (1 MiB, depth 32, 65,536 objects counted at each mention, strings and data of
-///               256 KiB each and 1 MiB together), or that are XML with declarations of its own
-CFTypeRef CreatePropertyList(const void* bytes, size_t count, bool mutableContainers = false,
-                             std::string* error = nullptr);
+///               256 KiB each and 1 MiB together), that are XML with declarations of its own, or where a text is not
+///               UTF-8: what is read and written again has to be all that there was
+CFTypeRef CreatePropertyList(const void* bytes, size_t count, std::string* error = nullptr);
 
-/// The bytes of a tree of property-list objects. Empty where it holds anything else, or exceeds the limits above.
+/// The bytes of a tree of property-list objects. Empty where it holds anything else, or exceeds the limits above. XML
+/// has whole seconds of the years 1 to 9999 and no UIDs: other dates are refused, and UIDs become dictionaries.
 std::vector<uint8_t> PropertyListBytes(CFTypeRef tree, CFPropertyListFormat format);
 
 }  // namespace cf

@@ -2,30 +2,13 @@
 
 #include "platform/foundation/CFBundle.h"
 #include "platform/kernel/MutexGuard.h"
-#include "platform/machine/Files.h"
-#include "platform/machine/Machine.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
-#include <system_error>
 
 namespace platform::kernel {
 
 namespace {
-
-/// Folders named "*.bundle", in the order of their names; those before an error, where the folder has one.
-std::vector<std::string> BundleFolders()
-{
-    std::vector<std::string> folders;
-    std::error_code error;
-    std::filesystem::directory_iterator entry(machine::Machine::Current().GetFiles().BundleFolder(), error);
-    for (; entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        if (entry->path().extension() == ".bundle") folders.push_back(entry->path().string());
-    }
-    std::sort(folders.begin(), folders.end());
-    return folders;
-}
 
 std::string ServiceClassOf(CFBundleRef bundle)
 {
@@ -63,19 +46,18 @@ ServiceRegistry::Services ServiceRegistry::Find(const std::string& serviceClass)
                      [&](const std::shared_ptr<IOService>& service) { return service->GetClass() == serviceClass; });
     }
     MutexGuard guard(mBundlesMutex);
-    for (const std::string& folder : BundleFolders()) {
-        if (auto service = FindInBundle(folder, serviceClass)) found.push_back(std::move(service));
+    for (const cf::Ref<cf::Bundle>& bundle : cf::InstalledBundles()) {
+        if (ServiceClassOf(bundle.Get()) != serviceClass) continue;
+        if (auto service = FindInBundle(bundle.Get())) found.push_back(std::move(service));
     }
     return found;
 }
 
-std::shared_ptr<IOService> ServiceRegistry::FindInBundle(const std::string& folder, const std::string& serviceClass)
+std::shared_ptr<IOService> ServiceRegistry::FindInBundle(CFBundleRef bundle)
 {
-    const auto bundle = cf::Ref<cf::Bundle>::Adopt(CFBundleCreate(kCFAllocatorDefault, folder.c_str()));
-    if (!bundle || ServiceClassOf(bundle.Get()) != serviceClass) return nullptr;
-    std::shared_ptr<IOService>& service = mOfBundles[folder];
+    std::shared_ptr<IOService>& service = mOfBundles[bundle->Folder()];
     if (service) return service;
-    void* create = CFBundleGetFunctionPointerForName(bundle.Get(), CFSTR("CorvaneCreateService"));
+    void* create = CFBundleGetFunctionPointerForName(bundle, CFSTR("CorvaneCreateService"));
     if (create) service.reset(reinterpret_cast<decltype(&CorvaneCreateService)>(create)());
     return service;
 }

@@ -28,7 +28,7 @@ public:
     Services Find(const std::string& serviceClass);
 
 private:
-    std::shared_ptr<IOService> FindInBundle(const std::string& folder, const std::string& serviceClass);
+    std::shared_ptr<IOService> FindInBundle(CFBundleRef bundle);
 
     pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
     Services mPublished;

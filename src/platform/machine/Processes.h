@@ -1,10 +1,10 @@
 // Processes: the process table of the current machine.
 #pragma once
 
+#include <sys/types.h>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace platform::machine {
@@ -13,11 +13,11 @@ namespace platform::machine {
 struct ProcessRecord {
     pid_t mPID = 0;
     pid_t mParent = 0;
-    uint64_t mStartTime = 0;     // opaque; with the identifier it names one process for ever
-    std::string mName;           // the short name the process runs under
-    std::string mExecutable;     // absolute path
-    std::string mSandboxID;      // identifier given by a sandbox
-    std::string mDesktopScope;   // application identifier of the desktop's scope the process runs in
+    uint64_t mStartTime = 0;    // opaque, rising; with the identifier it names one process for ever
+    std::string mName;          // the short name the process runs under
+    std::string mExecutable;    // absolute path
+    std::string mSandboxID;     // identifier given by a sandbox
+    std::string mDesktopScope;  // application identifier of the desktop's scope the process runs in
 };
 
 class Processes {
@@ -35,6 +35,7 @@ public:
     struct DesktopEntry {
         std::string mIdentifier;
         std::string mName;
+        bool mHidden = false;  // it stands in no menu
     };
     virtual std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) = 0;
 };

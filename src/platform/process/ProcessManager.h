@@ -10,7 +10,7 @@ constexpr OSStatus procNotFound = -600;
 constexpr UInt32 kNoProcess = 0;
 constexpr UInt32 kProcessDictionaryIncludeAllInformationMask = 0xFFFFFFFF;
 
-/// An application in the list. The low word is the topmost process's number.
+/// An application in the list that the calling thread walked last. The low word is the topmost process's number.
 struct ProcessSerialNumber {
     UInt32 highLongOfPSN;
     UInt32 lowLongOfPSN;

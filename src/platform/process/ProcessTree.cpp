@@ -1,7 +1,5 @@
 #include "platform/process/ProcessTree.h"
 
-#include "platform/machine/Machine.h"
-
 namespace platform::process {
 
 using machine::ProcessRecord;
@@ -17,7 +15,7 @@ const ProcessRecord* ProcessTree::Find(pid_t pid)
 {
     if (pid <= 0) return nullptr;
     auto [row, added] = mRows.try_emplace(pid);
-    if (added) row->second = machine::Machine::Current().GetProcesses().Find(pid);
+    if (added) row->second = mProcesses.Find(pid);
     return row->second ? &*row->second : nullptr;
 }
 

@@ -12,6 +12,8 @@ namespace platform::process {
 /// A view of the table that reads each row once. For one question's time, on one thread.
 class ProcessTree {
 public:
+    explicit ProcessTree(machine::Processes& processes) : mProcesses(processes) {}
+
     /// The row of a process; null where there is none, for 0 and for negative numbers.
     const machine::ProcessRecord* Find(pid_t pid);
 
@@ -20,6 +22,7 @@ public:
     std::vector<const machine::ProcessRecord*> Lineage(pid_t pid);
 
 private:
+    machine::Processes& mProcesses;
     std::map<pid_t, std::optional<machine::ProcessRecord>> mRows;
 };
 

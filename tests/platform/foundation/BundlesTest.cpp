@@ -24,12 +24,15 @@ public:
     platform::machine::Threads& GetThreads() override { return mReal->GetThreads(); }
     platform::machine::Memory& GetMemory() override { return mReal->GetMemory(); }
     platform::machine::Processes& GetProcesses() override { return mReal->GetProcesses(); }
+    platform::machine::Identity& GetIdentity() override { return mReal->GetIdentity(); }
+    platform::machine::Messenger& GetMessenger() override { return mReal->GetMessenger(); }
     platform::machine::AudioServer& GetAudioServer() override { return mReal->GetAudioServer(); }
     platform::machine::Files& GetFiles() override { return *this; }
 
 private:
     std::string Resolve(const std::string& path) override { return path; }
     std::string BundleFolder() override { return mFolder; }
+    std::string PreferencesFolder() override { return {}; }
 
     const std::unique_ptr<Machine> mReal = platform::machine::MakeLinuxMachine();
     const std::string mFolder;

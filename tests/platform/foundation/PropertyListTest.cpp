@@ -93,15 +93,16 @@ const std::string kXML =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//X//Y//EN\" \"http://z/\">\n" +
     XML("<dict><key>a</key><array><integer>-5</integer><real>0.5</real><true/><false/></array>"
         "<key>b</key><string>1 &lt; 2 \xC3\xA9</string><!-- <array> --><key>c</key><data>AAAA</data></dict>");
-const std::string kBinary =
-    Binary({std::string("\xD2", 1) + BigEndian(1, 4) + BigEndian(3, 4) + BigEndian(2, 4) + BigEndian(4, 4), Text("a"),
-            ArrayOf({5, 6, 7, 8}), Text("b"),
-            std::string("\x67\0"
-                        "1\0 \0<\0 \0"
-                        "2\0 \0\xE9",
-                        15),
-            "\x13" + BigEndian(uint64_t(-5), 8), "\x23" + BigEndian(0x3FE0000000000000, 8), "\x09", "\x08"});
-const std::string kTree = "{ a = (-5, 0.5, 1, 0); b = 1 < 2 \xC3\xA9; }";
+const std::string kBinary = Binary({std::string("\xD3", 1) + BigEndian(1, 4) + BigEndian(3, 4) + BigEndian(9, 4) +
+                                        BigEndian(2, 4) + BigEndian(4, 4) + BigEndian(10, 4),
+                                    Text("a"), ArrayOf({5, 6, 7, 8}), Text("b"),
+                                    std::string("\x67\0"
+                                                "1\0 \0<\0 \0"
+                                                "2\0 \0\xE9",
+                                                15),
+                                    "\x13" + BigEndian(uint64_t(-5), 8), "\x23" + BigEndian(0x3FE0000000000000, 8),
+                                    "\x09", "\x08", Text("c"), std::string("\x43\0\0\0", 4)});
+const std::string kTree = "{ a = (-5, 0.5, true, false); b = 1 < 2 \xC3\xA9; c = 3 bytes; }";
 
 TEST(PropertyList, XMLAndBinaryDescribeTheSameTree)
 {
@@ -185,7 +186,7 @@ TEST(PropertyList, TextWithANulIsRefusedAndDataMayHoldAnything)
     EXPECT_FALSE(IsAccepted(Binary({entry, Text("a" + nul + "b"), Text("x")})));
     EXPECT_FALSE(IsAccepted(Binary({entry, "\x62" + nul + "a" + nul + nul, Text("x")})));
     EXPECT_EQ(Read(Binary({entry, Text("a"), Text("x")})), "{ a = x; }");
-    EXPECT_EQ(Read(Binary({entry, Text("a"), "\x41" + nul})), "{ }") << "data is left out";
+    EXPECT_EQ(Read(Binary({entry, Text("a"), "\x41" + nul})), "{ a = 1 bytes; }");
 }
 
 TEST(PropertyList, XMLWithDeclarationsOrAmbiguousMarkupIsRefused)

@@ -134,7 +134,8 @@ void DesktopEntries::Add(const fs::path& file)
     if (FindInKeyFile(text, kGroup, "Type") != "Application" || FindInKeyFile(text, kGroup, "Hidden") == "true") return;
     const std::string program = ProgramOfExecLine(FindInKeyFile(text, kGroup, "Exec"));
     if (program.empty()) return;
-    const Entry entry{file.stem(), FindInKeyFile(text, kGroup, "Name")};
+    const Entry entry{file.stem(), FindInKeyFile(text, kGroup, "Name"),
+                      FindInKeyFile(text, kGroup, "NoDisplay") == "true"};
     if (const std::string path = Locate(program); !path.empty()) mByPath.emplace(path, entry);
     mByName.emplace(fs::path(program).filename(), entry);
 }

@@ -1,6 +1,9 @@
 #include "platform/machine/linux/LinuxFiles.h"
 
 #include <dlfcn.h>
+#include <pwd.h>
+#include <unistd.h>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -9,6 +12,22 @@ namespace platform::machine {
 namespace {
 
 const char sInThisLibrary = 0;
+
+/// A folder that the environment names; "" for a relative path, which would be another one for each caller.
+std::string EnvironmentFolder(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value && *value == '/' ? value : std::string();
+}
+
+/// The user's home in the user database; "" where he is not in it.
+std::string DatabaseHome()
+{
+    char texts[16 * 1024];
+    passwd entry, *found = nullptr;
+    if (getpwuid_r(getuid(), &entry, texts, sizeof texts, &found) != 0 || !found || !found->pw_dir) return {};
+    return found->pw_dir;
+}
 
 }  // namespace
 
@@ -25,6 +44,14 @@ std::string LinuxFiles::BundleFolder()
     std::error_code error;
     const std::filesystem::path library = std::filesystem::canonical(info.dli_fname, error);
     return error ? std::string() : (library.parent_path() / "corvane").string();
+}
+
+std::string LinuxFiles::PreferencesFolder()
+{
+    if (const std::string folder = EnvironmentFolder("XDG_CONFIG_HOME"); !folder.empty()) return folder + "/corvane";
+    std::string home = EnvironmentFolder("HOME");
+    if (home.empty()) home = DatabaseHome();
+    return home.empty() ? home : home + "/.config/corvane";
 }
 
 }  // namespace platform::machine

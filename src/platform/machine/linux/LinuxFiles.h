@@ -10,6 +10,8 @@ public:
     std::string Resolve(const std::string& wellKnownPath) override;
     /// The folder "corvane" beside the library that this code is in: the same in a build and installed.
     std::string BundleFolder() override;
+    /// "corvane" in the folder that the desktop gives settings: $XDG_CONFIG_HOME, else .config in the user's home.
+    std::string PreferencesFolder() override;
 };
 
 }  // namespace platform::machine

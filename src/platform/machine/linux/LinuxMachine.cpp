@@ -3,6 +3,7 @@
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/LinuxFiles.h"
+#include "platform/machine/linux/LinuxIdentity.h"
 #include "platform/machine/linux/LinuxMemory.h"
 #include "platform/machine/linux/LinuxMessenger.h"
 #include "platform/machine/linux/LinuxProcesses.h"
@@ -23,6 +24,7 @@ public:
     Files& GetFiles() override { return mFiles; }
     Processes& GetProcesses() override { return mProcesses; }
     Messenger& GetMessenger() override { return mMessenger; }
+    Identity& GetIdentity() override { return mIdentity; }
 
     AudioServer& GetAudioServer() override
     {
@@ -37,6 +39,7 @@ private:
     LinuxFiles mFiles;
     LinuxProcesses mProcesses;
     LinuxMessenger mMessenger;
+    LinuxIdentity mIdentity{mProcesses};
     std::once_flag mServerOnce;
     std::unique_ptr<AudioServer> mServer;
 };

@@ -4,9 +4,12 @@
 
 #include <signal.h>
 #include <unistd.h>
+#include <algorithm>
 #include <charconv>
 #include <climits>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace platform::machine {
@@ -138,6 +141,19 @@ pid_t LinuxProcesses::Self()
 bool LinuxProcesses::MaySignal(pid_t pid)
 {
     return kill(pid, 0) == 0;
+}
+
+std::vector<pid_t> LinuxProcesses::List()
+{
+    std::vector<pid_t> processes;
+    std::error_code error;
+    std::filesystem::directory_iterator row(mRoot, error);
+    for (; row != std::filesystem::directory_iterator(); row.increment(error)) {
+        pid_t pid = 0;
+        if (ParseNumber(row->path().filename().native(), pid) && pid > 0) processes.push_back(pid);
+    }
+    std::sort(processes.begin(), processes.end());
+    return processes;
 }
 
 std::optional<ProcessRecord> LinuxProcesses::Find(pid_t pid)

@@ -18,6 +18,7 @@ public:
 
     pid_t Self() override;
     std::optional<ProcessRecord> Find(pid_t pid) override;
+    std::vector<pid_t> List() override;
     bool MaySignal(pid_t pid) override;
     std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) override;
 

@@ -10,7 +10,10 @@ void SimulatedClock::SleepUntil(uint64_t nanos)
 SimulatedMachine::SimulatedMachine()
 {
     mProcesses.Spawn({.mPID = 1, .mName = "init"});
-    mProcesses.Spawn({.mPID = SimulatedProcesses::kSelf, .mParent = 1, .mName = "corvane"});
+    mProcesses.Spawn({.mPID = SimulatedProcesses::kSelf,
+                      .mParent = 1,
+                      .mName = mIdentity.mMainBundle->mIdentifier,
+                      .mExecutable = mIdentity.mMainBundle->mPath});
 }
 
 void SimulatedMachine::Start()

@@ -5,6 +5,7 @@
 
 #include "platform/machine/Clock.h"
 #include "platform/machine/Files.h"
+#include "platform/machine/Identity.h"
 #include "platform/machine/Machine.h"
 #include "platform/machine/simulated/Agenda.h"
 #include "platform/machine/simulated/Gate.h"
@@ -34,9 +35,24 @@ public:
     /// The folder that stands for "/"; empty: the real one.
     std::string mRoot;
     std::string mBundleFolder;
+    /// Of the user; empty: he has none.
+    std::string mPreferencesFolder;
 
     std::string Resolve(const std::string& wellKnownPath) override { return mRoot + wellKnownPath; }
     std::string BundleFolder() override { return mBundleFolder; }
+    std::string PreferencesFolder() override { return mPreferencesFolder; }
+};
+
+/// An ordinary user who runs the command, unless the script says otherwise before anything asks.
+class SimulatedIdentity final : public Identity {
+public:
+    uid_t mRealUser = 1000;
+    uid_t mEffectiveUser = 1000;
+    std::optional<MainBundle> mMainBundle = MainBundle{"corvane", "/usr/bin/corvane"};
+
+    uid_t RealUser() override { return mRealUser; }
+    uid_t EffectiveUser() override { return mEffectiveUser; }
+    std::optional<MainBundle> GetMainBundle() override { return mMainBundle; }
 };
 
 class SimulatedMachine final : public Machine {
@@ -50,6 +66,7 @@ public:
     SimulatedFiles& GetFiles() override { return mFiles; }
     SimulatedProcesses& GetProcesses() override { return mProcesses; }
     SimulatedMessenger& GetMessenger() override { return mMessenger; }
+    SimulatedIdentity& GetIdentity() override { return mIdentity; }
     SimulatedServer& GetAudioServer() override { return mServer; }
 
     Gate& GetGate() { return mGate; }
@@ -69,6 +86,7 @@ private:
     SimulatedFiles mFiles;
     SimulatedProcesses mProcesses;
     SimulatedMessenger mMessenger{mGate, mThreads};
+    SimulatedIdentity mIdentity;
     Agenda mAgenda{mGate, mThreads};
     Trace mTrace{mGate};
     World mWorld{mAgenda, mProcesses};

@@ -23,6 +23,14 @@ std::optional<ProcessRecord> SimulatedProcesses::Find(pid_t pid)
     return Look(mTable, pid);
 }
 
+std::vector<pid_t> SimulatedProcesses::List()
+{
+    const Unseen unseen;
+    std::vector<pid_t> processes;
+    for (const auto& [pid, record] : mTable) processes.push_back(pid);
+    return processes;
+}
+
 std::optional<Processes::DesktopEntry> SimulatedProcesses::FindDesktopEntry(const std::string& executable)
 {
     return Look(mEntries, executable);

@@ -13,6 +13,7 @@ public:
 
     pid_t Self() override { return kSelf; }
     std::optional<ProcessRecord> Find(pid_t pid) override;
+    std::vector<pid_t> List() override;
     bool MaySignal(pid_t pid) override { return pid == kSelf || Find(pid); }
     std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) override;
 
