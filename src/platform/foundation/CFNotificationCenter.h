@@ -23,21 +23,26 @@ CFNotificationCenterRef CFNotificationCenterGetDistributedCenter();
 
 /// Calls `callback` for each notification of that name, and of that object where `object` is not null: objects are
 /// strings, and compared as such. The local center calls it on the thread that posts, before the post returns; the
-/// distributed one on the run loop that was current here, or on the audio system's where none was.
+/// distributed one on the run loop that was current here, or on the system's where none was (cf::SystemRunLoop), or on
+/// the thread that brings it where there is none either. While 64 wait for an observer's loop, later ones pass him
+/// over.
 ///
-/// @thread any that may block, as the next ones
+/// @param name  not null
+/// @thread      any that may block, as the next ones
 void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void* observer,
                                      CFNotificationCallback callback, CFStringRef name, const void* object,
                                      CFNotificationSuspensionBehavior behavior);
 
 /// After this no callback of that observer runs for that name, and none will: one that is running on another
-/// thread ends first. Quietly nothing where it was never added. Null name: all its names; null object: any.
+/// thread ends first, unless this is called from inside another one of the same. Quietly nothing where it was never
+/// added. Null name: all its names; null object: any.
 void CFNotificationCenterRemoveObserver(CFNotificationCenterRef center, const void* observer, CFNotificationName name,
                                         const void* object);
 
 /// Tells the observers of a name. A listener elsewhere learns the name and the object and nothing more: `userInfo`
 /// stays in this process. Whoever is dead or slow costs the caller nothing, and one who missed it reads what there is
-/// when he next looks.
+/// when he next looks. An empty object is none to them; what a message cannot hold (a zero byte, 4,096 bytes of name
+/// and object and more) stays in this process.
 void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef center, CFNotificationName name,
                                                      const void* object, CFDictionaryRef userInfo,
                                                      CFOptionFlags options);
