@@ -6,6 +6,7 @@
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Machine.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace cli {
@@ -88,6 +89,14 @@ const Device* FindDevice(const std::vector<Device>& devices, const std::string& 
         byName = &device;
     }
     return byName;
+}
+
+const Device* FindInput(const std::vector<Device>& inputs, const std::string& name)
+{
+    const Device* input = FindDevice(inputs, name);
+    if (input || name != "default") return input;
+    const auto standard = std::ranges::find_if(inputs, &Device::mIsDefault);
+    return standard == inputs.end() ? nullptr : &*standard;
 }
 
 }  // namespace cli

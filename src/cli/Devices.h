@@ -26,4 +26,7 @@ std::optional<std::string> WhyNoServer();
 /// one, matches
 const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);
 
+/// The same among inputs, where "default" is the default one.
+const Device* FindInput(const std::vector<Device>& inputs, const std::string& name);
+
 }  // namespace cli

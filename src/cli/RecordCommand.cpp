@@ -69,11 +69,7 @@ std::string TellWhatIsThere(const std::string& wanted, const std::vector<std::st
 int ResolveInput(const Source& source, RecordingWish& wish)
 {
     const std::vector<Device> inputs = CopyDevices(Side::Input);
-    const auto isDefault = [](const Device& input) { return input.mIsDefault; };
-    const auto standard = std::ranges::find_if(inputs, isDefault);
-    const Device* input = FindDevice(inputs, source.mValue);
-    if (!input && source.mValue == "default" && standard != inputs.end()) input = &*standard;
-    if (input) {
+    if (const Device* input = FindInput(inputs, source.mValue)) {
         wish.mTracks.push_back({.mWords = Written(source),
                                 .mInputUID = input->mUID,
                                 .mIsInput = true,

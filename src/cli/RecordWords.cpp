@@ -12,14 +12,6 @@ namespace {
 
 constexpr double kLongestSeconds = 366.0 * 86400;
 
-std::string ReadRate(const std::string& text, unsigned& rateHz)
-{
-    if (text.empty()) return {};
-    if (ReadNumber(text, rateHz) && rateHz >= kMinimumRateHz && rateHz <= kMaximumRateHz) return {};
-    return fmt::format("'{}' is not a sample rate in hertz from {} to {}; for example -r 48000", text, kMinimumRateHz,
-                       kMaximumRateHz);
-}
-
 std::string ReadFormat(const std::string& text, SampleFormat& format)
 {
     if (text == "f32")
@@ -51,6 +43,14 @@ std::string CheckSeconds(const std::string& text)
 }
 
 }  // namespace
+
+std::string ReadRate(const std::string& text, unsigned& rateHz)
+{
+    if (text.empty()) return {};
+    if (ReadNumber(text, rateHz) && rateHz >= kMinimumRateHz && rateHz <= kMaximumRateHz) return {};
+    return fmt::format("'{}' is not a sample rate in hertz from {} to {}; for example -r 48000", text, kMinimumRateHz,
+                       kMaximumRateHz);
+}
 
 std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources)
 {

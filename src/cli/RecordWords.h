@@ -14,6 +14,9 @@ constexpr unsigned kMinimumRateHz = 8000;
 constexpr unsigned kMaximumRateHz = 384000;
 constexpr unsigned kMostChannels = 64;
 
+/// Reads a sample rate; nothing written leaves it alone. @return an empty string, or what is wrong
+std::string ReadRate(const std::string& text, unsigned& rateHz);
+
 /// Reads rate, channels, format, file and sources into the wish. A rate that was not given stays 0.
 /// @return an empty string, or what is wrong: the word quoted, and an example of a right one
 std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources);

@@ -1,0 +1,260 @@
+#include "cli/DeviceWords.h"
+
+#include "cli/Devices.h"
+#include "cli/ExitCodes.h"
+#include "cli/Lists.h"
+#include "cli/ReadNumber.h"
+#include "cli/RecordWords.h"
+#include "platform/process/ProcessManager.h"
+#include "plugin/settings/RunningApplications.h"
+#include "plugin/settings/SharedPreferences.h"
+
+#include <fmt/format.h>
+#include <strings.h>
+
+#include <algorithm>
+
+namespace cli {
+
+namespace {
+
+using cf::As;
+using cf::Ref;
+
+constexpr int32_t kWidestMix = 2;
+
+std::string TextOf(CFDictionaryRef dictionary, const char* key)
+{
+    return cf::ToStdString(As<cf::String>(dictionary->Find(key)));
+}
+
+Ref<cf::Dictionary> MakeSource(std::initializer_list<std::pair<const char*, std::string>> entries)
+{
+    const CFMutableDictionaryRef source = CFDictionaryCreateMutable(kCFAllocatorDefault, 0);
+    for (const auto& [key, text] : entries) {
+        const auto value =
+            Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
+        if (value && !text.empty()) CFDictionarySetValue(source, CFSTR(key), value.Get());
+    }
+    return Ref<cf::Dictionary>::Adopt(source);
+}
+
+Ref<cf::Dictionary> MakeApplication(const std::string& identifier, const std::string& path)
+{
+    return MakeSource({{settings::kApplicationIdentifier, identifier}, {settings::kApplicationPath, path}});
+}
+
+std::string ListClosest(const std::string& wanted, std::vector<std::string> there)
+{
+    std::string text;
+    there = ClosestFirst(wanted, std::move(there));
+    there.erase(std::unique(there.begin(), there.end()), there.end());
+    for (const std::string& one : there) text += "\n  " + one;
+    return text;
+}
+
+/// Of a program that was started twice, the two are one application here.
+int FindRunning(const std::string& name, Ref<cf::Dictionary>& application, std::string& problem)
+{
+    const auto running = Ref<cf::Array>::Adopt(CopyLaunchedApplications(true, false));
+    std::vector<Ref<cf::Dictionary>> found;
+    std::vector<std::string> names;
+    for (const auto& item : running.Get()->Get()) {
+        const auto* one = As<cf::Dictionary>(item.Get());
+        const std::string called = TextOf(one, "CFBundleName");
+        names.push_back("app:" + called);
+        if (strcasecmp(called.c_str(), name.c_str()) != 0) continue;
+        auto made = MakeApplication(TextOf(one, "CFBundleIdentifier"), TextOf(one, "kCFBundlePathKey"));
+        const bool known =
+            std::ranges::any_of(found, [&](const auto& other) { return CFEqual(other.Get(), made.Get()); });
+        if (!known) found.push_back(std::move(made));
+    }
+    if (found.size() == 1) {
+        application = std::move(found.front());
+        return kExitDone;
+    }
+    problem = found.empty() ? fmt::format(
+                                  "'app:{}' does not run now; id:IDENTIFIER or path:EXECUTABLE name what does "
+                                  "not. These run:{}",
+                                  name, ListClosest("app:" + name, names))
+                            : fmt::format("'app:{}' is {} applications; choose one of them:", name, found.size());
+    if (!found.empty())
+        for (const auto& one : found) problem += "\n  " + WrittenSource(one.Get());
+    return kExitNotFound;
+}
+
+int FindInput(const std::string& words, std::string& uid, std::string& problem)
+{
+    if (const auto why = WhyNoServer()) {
+        problem = *why;
+        return kExitNoServer;
+    }
+    const std::vector<Device> inputs = CopyDevices(Side::Input);
+    if (const Device* input = FindInput(inputs, words)) {
+        uid = input->mUID;
+        return kExitDone;
+    }
+    std::vector<std::string> there;
+    for (const Device& input : inputs) there.push_back("input:" + input.mUID);
+    problem = there.empty() ? "the audio server has no input device; connect one"
+                            : fmt::format("'input:{}' is no input, or more than one. These are there:{}", words,
+                                          ListClosest("input:" + words, there));
+    return kExitNotFound;
+}
+
+int MakeSource(const std::string& words, Ref<cf::Dictionary>& made, std::string& problem)
+{
+    Source source;
+    problem = ParseSource(words, source);
+    if (!problem.empty()) return kExitUsage;
+    switch (source.mKind) {
+        case Source::Kind::System:
+            made = MakeApplication(CVNDevice::kAllSystemAudio, {});
+            return kExitDone;
+        case Source::Kind::Process:
+            problem = fmt::format("'{}' names a process, which a device outlives; for example app:firefox", words);
+            return kExitUsage;
+        case Source::Kind::Input: {
+            std::string uid;
+            const int code = FindInput(source.mValue, uid, problem);
+            if (code == kExitDone) made = MakeSource({{CVNDevice::kSourceDeviceUID, uid}});
+            return code;
+        }
+        default:
+            return FindApplication(words, made, problem);
+    }
+}
+
+int ReadSources(const std::vector<std::string>& words, CVNDevice& settings, std::string& problem)
+{
+    const auto sources = Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+    for (const std::string& one : words) {
+        Ref<cf::Dictionary> source;
+        if (const int code = MakeSource(one, source, problem)) return code;
+        if (!CFArrayContainsValue(sources.Get(), source.Get()))
+            CFArrayAppendValue(const_cast<CFMutableArrayRef>(sources.Get()), source.Get());
+    }
+    settings.mCaptureSources = sources;
+    return kExitDone;
+}
+
+int ReadOutputs(const std::vector<std::string>& words, CVNDevice& settings, std::string& problem)
+{
+    std::vector<std::string> uids;
+    for (const std::string& one : words) {
+        std::string uid;
+        const int code = one == "all" ? (uid = CVNDevice::kAllDevices, kExitDone) : FindOutput(one, uid, problem);
+        if (code != kExitDone) return code;
+        uids.push_back(uid);
+    }
+    settings.mCaptureDevices = ArrayOf(uids);
+    return kExitDone;
+}
+
+}  // namespace
+
+int ApplyWords(const DeviceOptions& options, CVNDevice& settings, std::string& problem)
+{
+    int32_t channels = settings.mOutputChannelCount;
+    if (!options.mChannels.empty() &&
+        (!ReadNumber(options.mChannels, channels) || channels < 0 || channels > kWidestMix)) {
+        problem = fmt::format("'{}' is not 1 or 2 channels, or 0 for every source's own; for example -c 2",
+                              options.mChannels);
+        return kExitUsage;
+    }
+    unsigned rateHz = 0;
+    if (problem = ReadRate(options.mRate, rateHz); !problem.empty()) return kExitUsage;
+    if (!options.mSources.empty())
+        if (const int code = ReadSources(options.mSources, settings, problem)) return code;
+    if (!options.mFrom.empty())
+        if (const int code = ReadOutputs(options.mFrom, settings, problem)) return code;
+    settings.SetOutputChannelCount(channels);
+    if (rateHz != 0) settings.mSampleRate = rateHz;
+    return kExitDone;
+}
+
+int ReadOutputRate(const CVNDevice& settings, double& rateHz, std::string& problem)
+{
+    const std::vector<Device> outputs = WhyNoServer() ? std::vector<Device>() : CopyDevices(Side::Output);
+    const auto uids = Ref<cf::Array>::Adopt(outputs.empty() ? nullptr : settings.CopyTransformedCaptureDevices());
+    const std::string uid = uids && CFArrayGetCount(uids.Get()) != 0
+                                ? cf::ToStdString(As<cf::String>(CFArrayGetValueAtIndex(uids.Get(), 0)))
+                                : "";
+    const Device* output = FindDevice(outputs, uid);
+    if (output) {
+        rateHz = output->mRateHz;
+        return kExitDone;
+    }
+    problem = "the rate of the output cannot be asked for: " + WhyNoServer().value_or("there is no such output now") +
+              "; give one, for example -r 48000";
+    return kExitNoServer;
+}
+
+int FindApplication(const std::string& words, Ref<cf::Dictionary>& application, std::string& problem)
+{
+    Source source;
+    problem = ParseSource(words, source);
+    if (!problem.empty()) return kExitUsage;
+    switch (source.mKind) {
+        case Source::Kind::Application:
+            return FindRunning(source.mValue, application, problem);
+        case Source::Kind::Identifier:
+            application = MakeApplication(source.mValue, {});
+            return kExitDone;
+        case Source::Kind::Path:
+            application = MakeApplication({}, source.mValue);
+            return kExitDone;
+        default:
+            problem = fmt::format("'{}' is no application; for example app:firefox", words);
+            return kExitUsage;
+    }
+}
+
+int FindOutput(const std::string& words, std::string& uid, std::string& problem)
+{
+    if (words == "default") {
+        uid = CVNDevice::kDefaultOutput;
+        return kExitDone;
+    }
+    if (const auto why = WhyNoServer()) {
+        problem = *why;
+        return kExitNoServer;
+    }
+    const std::vector<Device> outputs = CopyDevices(Side::Output);
+    if (const Device* output = FindDevice(outputs, words)) {
+        uid = output->mUID;
+        return kExitDone;
+    }
+    std::vector<std::string> there;
+    for (const Device& output : outputs) there.push_back(output.mUID);
+    problem = fmt::format("'{}' is no output, or more than one. These are there:{}", words, ListClosest(words, there));
+    return kExitNotFound;
+}
+
+std::string CheckName(const std::string& name)
+{
+    const auto text =
+        Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, name.c_str(), kCFStringEncodingUTF8));
+    if (!text) return "the name is not UTF-8; for example 'Podcast'";
+    const bool hasControls = std::ranges::any_of(name, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+    if (name.empty() || hasControls) return fmt::format("'{}' is no name; for example 'Podcast'", name);
+    return {};
+}
+
+std::string WrittenSource(CFDictionaryRef source)
+{
+    const std::string uid = TextOf(source, CVNDevice::kSourceDeviceUID);
+    const std::string identifier = TextOf(source, settings::kApplicationIdentifier);
+    const std::string path = TextOf(source, settings::kApplicationPath);
+    if (!uid.empty()) return "input:" + uid;
+    if (identifier == CVNDevice::kAllSystemAudio) return "system";
+    return identifier.empty() ? "path:" + path : "id:" + identifier;
+}
+
+std::string WrittenOutput(const std::string& uid)
+{
+    if (uid == CVNDevice::kDefaultOutput) return "default";
+    return uid == CVNDevice::kAllDevices ? "all" : uid;
+}
+
+}  // namespace cli
