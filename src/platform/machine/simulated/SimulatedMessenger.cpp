@@ -4,6 +4,7 @@
 #include "platform/machine/simulated/SimulatedThreads.h"
 #include "platform/machine/simulated/Unseen.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace platform::machine::simulated {
@@ -18,6 +19,7 @@ bool SimulatedMessenger::Listen(std::function<void(std::string_view message)> re
 
 int SimulatedMessenger::Broadcast(std::string_view message)
 {
+    if (message.empty() || message.size() > kMessageMaxBytes) return EMSGSIZE;
     const Unseen unseen;
     mSent.emplace_back(message);
     return 0;
