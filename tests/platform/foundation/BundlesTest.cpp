@@ -144,6 +144,18 @@ TEST_F(Bundles, AreRefusedWithoutAnInfoPlistThatIsASmallRegularFile)
     EXPECT_FALSE(Open(mFolder / "list"));
 }
 
+TEST_F(Bundles, AreFoundByTheIdentifierInTheirInfoAndKept)
+{
+    Make("A.bundle", {{"Name", "has no identifier"}});
+    Make("B.bundle", {{"CFBundleIdentifier", "org.corvane.tests.kept"}});
+    EXPECT_EQ(CFBundleGetBundleWithIdentifier(CFSTR("org.corvane.tests.absent")), nullptr);
+    const CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR("org.corvane.tests.kept"));
+    ASSERT_NE(bundle, nullptr);
+    const auto url = cf::Ref<cf::URL>::Adopt(CFBundleCopyBundleURL(bundle));
+    EXPECT_EQ(url.Get()->Describe(), mFolder / "B.bundle");
+    EXPECT_EQ(CFBundleGetBundleWithIdentifier(CFSTR("org.corvane.tests.kept")), bundle);
+}
+
 TEST_F(Bundles, LoadNothingFromOutsideTheirFolder)
 {
     const fs::path library = fs::path(WITNESS_BUNDLE) / "libWitness.so";

@@ -1,5 +1,5 @@
 #include "platform/foundation/CFDictionary.h"
-
+#include "platform/foundation/CFUUID.h"
 #include "platform/kernel/Threads.h"
 
 #include <gtest/gtest.h>
@@ -69,6 +69,40 @@ TEST(CFString, ConstantsAreOneObjectATextAndOutliveTheirUsers)
     EXPECT_EQ(CFHash(constant), CFHash(String("a constant").Get()));
 }
 
+TEST(CFString, IsOrderedByCodePointsAndFoldsTheCaseOfASCIIAlone)
+{
+    struct {
+        const char *mA, *mB;
+        CFOptionFlags mOptions;
+        CFComparisonResult mResult;
+    } const cases[] = {
+        {"a", "b", 0, kCFCompareLessThan},
+        {"a", "B", 0, kCFCompareGreaterThan},
+        {"a", "B", kCFCompareCaseInsensitive, kCFCompareLessThan},
+        {"COM.Example", "com.eXAMPLE", kCFCompareCaseInsensitive, kCFCompareEqualTo},
+        {"[", "A", kCFCompareCaseInsensitive, kCFCompareLessThan},  // folded downwards: [ lies between Z and a
+        {"\xC3\x84", "\xC3\xA4", kCFCompareCaseInsensitive, kCFCompareLessThan},
+        {"\xEF\xBF\xBF", "\xF0\x90\x80\x80", 0, kCFCompareLessThan},
+        {"z", "\xC3\xA4", 0, kCFCompareLessThan},
+        {"", "a", 0, kCFCompareLessThan},
+    };
+    for (const auto& [a, b, options, result] : cases) {
+        EXPECT_EQ(CFStringCompare(String(a).Get(), String(b).Get(), options), result) << a << " " << b;
+        EXPECT_EQ(CFStringCompare(String(b).Get(), String(a).Get(), options), -result) << b << " " << a;
+    }
+}
+
+TEST(CFString, IsCopiedWithItsEndOrNotAtAll)
+{
+    char buffer[5] = "????";
+    EXPECT_FALSE(CFStringGetCString(CFSTR("four"), buffer, 0, kCFStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], '?');
+    EXPECT_FALSE(CFStringGetCString(CFSTR("four"), buffer, 4, kCFStringEncodingUTF8));
+    EXPECT_EQ(std::string(buffer, 4), std::string("\0???", 4));
+    EXPECT_TRUE(CFStringGetCString(CFSTR("four"), buffer, 5, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "four");
+}
+
 TEST(CFNumber, IsEqualByValueWhateverKindStoresIt)
 {
     const int64_t largest = std::numeric_limits<int64_t>::max();
@@ -78,6 +112,10 @@ TEST(CFNumber, IsEqualByValueWhateverKindStoresIt)
     EXPECT_FALSE(CFEqual(Whole(3).Get(), Real(3.5).Get()));
     EXPECT_FALSE(CFEqual(Whole(largest).Get(), Real(9223372036854775808.0).Get()));
     EXPECT_FALSE(CFEqual(Whole(3).Get(), String("3").Get()));
+    EXPECT_FALSE(CFEqual(Whole(1).Get(), kCFBooleanTrue));
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_TRUE(CFEqual(Real(nan).Get(), Real(-nan).Get())) << "a list with one in it equals its copy";
+    EXPECT_EQ(CFHash(Real(nan).Get()), CFHash(Real(-nan).Get()));
 }
 
 TEST(CFNumber, SaysWhetherAConversionHadToCut)
@@ -102,6 +140,16 @@ TEST(CFNumber, SaysWhetherAConversionHadToCut)
         EXPECT_EQ(CFNumberGetValue(number.Get(), kCFNumberSInt32Type, &value), fits) << number.Get()->Describe();
         EXPECT_EQ(value, narrow) << number.Get()->Describe();
     }
+    int8_t small = 0;
+    EXPECT_TRUE(CFNumberGetValue(Real(-128).Get(), kCFNumberSInt8Type, &small));
+    EXPECT_FALSE(CFNumberGetValue(Whole(128).Get(), kCFNumberSInt8Type, &small));
+    EXPECT_EQ(small, 127);
+    float single = 0;
+    EXPECT_TRUE(CFNumberGetValue(Real(0.5).Get(), kCFNumberFloat32Type, &single));
+    EXPECT_FALSE(CFNumberGetValue(Real(0.1).Get(), kCFNumberFloat32Type, &single));
+    EXPECT_EQ(single, 0.1f);
+    EXPECT_FALSE(CFNumberGetValue(Real(-1e300).Get(), kCFNumberFloat32Type, &single));
+    EXPECT_EQ(single, -std::numeric_limits<float>::max());
     double real = 0;
     EXPECT_TRUE(CFNumberGetValue(Whole(int64_t(1) << 53).Get(), kCFNumberFloat64Type, &real));
     EXPECT_FALSE(CFNumberGetValue(Whole((int64_t(1) << 53) + 1).Get(), kCFNumberFloat64Type, &real));
@@ -121,6 +169,48 @@ TEST(CFArray, ComparesElementsInOrderAndFindsEqualOnes)
     EXPECT_TRUE(CFArrayContainsValue(Array({two.Get(), one.Get()}).Get(), Real(1).Get()));
     EXPECT_EQ(CFArrayGetValueAtIndex(mutableOne.Get(), -1), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(mutableOne.Get(), 1), nullptr);
+}
+
+TEST(CFArray, ChangesWhereItIsToldAndLeavesItsCopies)
+{
+    const auto one = Whole(1), two = Whole(2), three = Whole(3);
+    const CFMutableArrayRef array = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, Array({one.Get()}).Get());
+    const auto owner = Ref<cf::Array>::Adopt(array);
+    CFArraySetValueAtIndex(array, 1, three.Get());
+    CFArrayInsertValueAtIndex(array, 1, two.Get());
+    CFArrayInsertValueAtIndex(array, 3, one.Get());
+    const auto copy = Ref<cf::Array>::Adopt(CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, array));
+    CFArraySetValueAtIndex(array, 0, three.Get());
+    CFArrayRemoveValueAtIndex(array, 1);
+    EXPECT_EQ(array->Describe(), "(3, 3, 1)");
+    EXPECT_EQ(copy.Get()->Describe(), "(1, 2, 3, 1)");
+}
+
+TEST(CFDictionary, ChangesItsEntriesAndLeavesItsCopies)
+{
+    const CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(kCFAllocatorDefault, 0);
+    const auto owner = Ref<cf::Dictionary>::Adopt(dictionary);
+    CFDictionarySetValue(dictionary, CFSTR("b"), kCFBooleanTrue);
+    CFDictionarySetValue(dictionary, CFSTR("a"), Whole(1).Get());
+    const auto copy = Ref<cf::Dictionary>::Adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, dictionary));
+    CFDictionarySetValue(dictionary, CFSTR("a"), Whole(2).Get());
+    CFDictionaryRemoveValue(dictionary, CFSTR("b"));
+    CFDictionaryRemoveValue(dictionary, CFSTR("absent"));
+    EXPECT_EQ(dictionary->Describe(), "{ a = 2; }");
+    EXPECT_EQ(copy.Get()->Describe(), "{ a = 1; b = true; }");
+}
+
+TEST(CFUUID, IsEqualByItsBytesAndWrittenInTheirOrder)
+{
+    const CFUUIDRef constant = CFUUIDGetConstantUUIDWithBytes(kCFAllocatorDefault, 0xF8, 0xBB, 0x1C, 0x28, 0xBA, 0xE8,
+                                                              0x11, 0xD6, 0x9C, 0x31, 0, 3, 0x93, 0x15, 0xCD, 0x46);
+    CFUUIDBytes bytes = CFUUIDGetUUIDBytes(constant);
+    const auto same = Ref<cf::UUID>::Adopt(CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes));
+    bytes.byte15 ^= 1;
+    const auto other = Ref<cf::UUID>::Adopt(CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes));
+    EXPECT_TRUE(CFEqual(constant, same.Get()));
+    EXPECT_FALSE(CFEqual(constant, other.Get()));
+    EXPECT_EQ(constant->Describe(), "F8BB1C28-BAE8-11D6-9C31-00039315CD46");
 }
 
 TEST(CFDictionary, IsEqualWhateverTheOrderAndTheFirstOfEqualKeysCounts)

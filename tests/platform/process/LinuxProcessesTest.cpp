@@ -77,6 +77,9 @@ TEST_F(LinuxProcessesTest, ARowCutAnywhereIsWholeOrNothing)
         EXPECT_EQ(record.has_value(), bytes > row.find("123456789") + 9) << bytes;
     }
     for (const pid_t pid : {0, -1, 8}) EXPECT_FALSE(mProcesses.Find(pid));
+    for (const char* name : {"12", "self", "0", "-3", "9x", "99999999999"})
+        mTree.Write(std::string(name) + "/stat", row);
+    EXPECT_EQ(mProcesses.List(), std::vector<pid_t>({7, 12}));
 }
 
 TEST_F(LinuxProcessesTest, AProgramThatWasReplacedKeepsItsPath)
