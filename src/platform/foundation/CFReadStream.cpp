@@ -1,7 +1,6 @@
 #include "platform/foundation/CFDictionary.h"
 #include "platform/foundation/PropertyList.h"
 #include "platform/foundation/PropertyListScan.h"
-#include "platform/process/PlainText.h"
 
 #include <algorithm>
 
@@ -25,11 +24,11 @@ bool ReadStream::Open()
 std::optional<std::string> ReadStream::ReadToEnd(std::string& error)
 {
     if (!mFile) {
-        error = mPath + " is not open";
+        error = "is not open";
         return {};
     }
     std::optional<std::string> bytes = mFile->ReadToEnd();
-    if (!bytes) error = mPath + " " + mFile->Refusal();
+    if (!bytes) error = mFile->Refusal();
     return bytes;
 }
 
@@ -59,8 +58,7 @@ CFTypeRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef stream,
         if (length > 0) bytes->resize(std::min(bytes->size(), static_cast<size_t>(length)));
         if (format) *format = FormatOf(*bytes);
         tree = cf::CreatePropertyList(bytes->data(), bytes->size(), &fault);
-        fault.insert(0, stream->Describe() + ": ");
     }
-    if (!tree && error) *error = new cf::String(platform::process::PlainText(fault));
+    if (!tree && error) *error = new cf::String(fault);
     return tree;
 }

@@ -3,6 +3,7 @@
 #include "platform/foundation/CFDictionary.h"
 #include "platform/foundation/PropertyListNodes.h"
 #include "platform/foundation/PropertyListScan.h"
+#include "platform/process/PlainText.h"
 
 #include <bit>
 
@@ -178,7 +179,7 @@ CFTypeRef CreatePropertyList(const void* bytes, size_t count, std::string* error
 {
     std::string fault;
     Ref<Object> tree = Read({static_cast<const char*>(bytes), count}, fault);
-    if (!tree && error) *error = "the property list " + fault;
+    if (!tree && error) *error = platform::process::PlainText(fault);
     return tree.Detach();
 }
 

@@ -26,7 +26,8 @@ public:
 
     bool Open();
     void Close() { mFile.reset(); }
-    /// The bytes that are left; nothing, and a sentence that says why, where they cannot be had.
+    /// The bytes that are left; nothing, and why, as the end of a sentence that begins with the file, where they cannot
+    /// be had.
     std::optional<std::string> ReadToEnd(std::string& error);
 
 private:
@@ -47,12 +48,12 @@ CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef fi
 bool CFReadStreamOpen(CFReadStreamRef stream);
 void CFReadStreamClose(CFReadStreamRef stream);
 
-/// The tree of a whole open stream.
+/// The tree of a whole open stream. Of one that could not be opened, the error alone.
 ///
 /// @param length   bytes; 0: to the end
 /// @param options  containers can be changed in any case: a tree belongs to who asked for it
 /// @param format   set to the form of what was read, if not null
-/// @param error    set to one sentence for a person, which the caller releases, where null is returned, if not null
+/// @param error    set as CreatePropertyList's, to a string that the caller releases, if not null
 /// @return         an object that the caller releases, or null
 CFTypeRef CFPropertyListCreateFromStream(CFAllocatorRef allocator, CFReadStreamRef stream, CFIndex length,
                                          CFOptionFlags options, CFPropertyListFormat* format, CFStringRef* error);
@@ -64,7 +65,8 @@ constexpr size_t kPropertyListMaxBytes = size_t(1) << 20;
 /// The tree that the bytes of a property list describe.
 ///
 /// @param bytes  the whole file, from anyone
-/// @param error  set to what is wrong and where, in one sentence for a person, where null is returned, if not null
+/// @param error  set to what is wrong and where, for a person, as the end of a sentence that begins with the file's
+///               name ("is nested more than 32 deep, at byte 812"), where null is returned, if not null
 /// @return       an object that the caller releases; null for bytes that are no property list, that exceed
 ///               the limits (1 MiB, depth 32, 65,536 objects counted at each mention, strings and data of
 ///               256 KiB each and 1 MiB together), that are XML with declarations of its own, or where a text is not
