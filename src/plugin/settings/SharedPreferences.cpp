@@ -57,15 +57,16 @@ Ref<cf::Dictionary> ReadPreferences(const char* fileName, std::string& problem)
     if (!text) return nothing;
     const auto url = Ref<cf::URL>::Adopt(
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.Get(), kCFURLPOSIXPathStyle, false));
-    const auto stream = Ref<cf::ReadStream>::Adopt(CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get()));
-    if (!CFReadStreamOpen(stream.Get())) {
+    const CFReadStreamRef stream = CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get());
+    const auto owner = Ref<cf::ReadStream>::Adopt(stream);
+    if (!CFReadStreamOpen(stream)) {
         problem = "is no regular file of at most 1 MiB that belongs to you and that nobody else may write";
         return nothing;
     }
     CFStringRef error = nullptr;
     const auto list = Ref<cf::Object>::Adopt(CFPropertyListCreateFromStream(
-        kCFAllocatorDefault, stream.Get(), 0, kCFPropertyListMutableContainers, nullptr, &error));
-    CFReadStreamClose(stream.Get());
+        kCFAllocatorDefault, stream, 0, kCFPropertyListMutableContainers, nullptr, &error));
+    CFReadStreamClose(stream);
     problem = cf::ToStdString(Ref<cf::String>::Adopt(error).Get());
     if (const auto* dictionary = As<cf::Dictionary>(list.Get())) return Ref<cf::Dictionary>::Share(dictionary);
     if (list) problem = "is a property list, but no dictionary at its top";
