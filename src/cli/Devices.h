@@ -17,6 +17,7 @@ struct Device {
 
 enum class Side { Output, Input };
 
+/// The machine's own; virtual devices are not among them.
 std::vector<Device> CopyDevices(Side side);
 
 /// Whether the audio server can be reached; if not, one sentence that says what was tried and what to start.

@@ -1,6 +1,7 @@
 #include "cli/ListCommand.h"
 
 #include "cli/ExitCodes.h"
+#include "cli/Output.h"
 #include "platform/process/Applications.h"
 
 #include <fmt/format.h>
@@ -33,21 +34,8 @@ const char* NameOf(IdentifierSource source)
 bool TellNoServer()
 {
     const auto why = WhyNoServer();
-    if (why) fmt::print(stderr, "corvane: {}\n", *why);
+    if (why) Complain(*why, kExitNoServer);
     return why.has_value();
-}
-
-// What other programs wrote may hold anything; JSON and a terminal get it with bad bytes replaced.
-void Print(const nlohmann::json& json)
-{
-    fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
-}
-
-std::string Printable(std::string text)
-{
-    for (char& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    return text;
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
+#include "cli/Output.h"
 #include "cli/Progress.h"
 #include "cli/RecordWords.h"
 #include "cli/Recorder.h"
 #include "cli/Sources.h"
+#include "cli/StopSignals.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Files.h"
 #include "platform/machine/Machine.h"
@@ -35,20 +37,9 @@ constexpr double kFallbackRateHz = 48000;
 constexpr int kNoDeviceToTap = -200;
 constexpr int kNoTapService = -204;
 
-volatile std::sig_atomic_t sStopSignal = 0;  // stored by the handler, read by the main thread
-
-void Complain(const std::string& text)
+// A reader that went away and a limit on sizes are write errors like any other.
+void TakeWriteErrorsAsSuch()
 {
-    fmt::print(stderr, "corvane: {}\n", text);
-}
-
-void CatchStopSignals()
-{
-    struct sigaction action = {};
-    action.sa_handler = [](int number) { sStopSignal = number; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    // A reader that went away and a limit on sizes are write errors like any other.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 }
@@ -78,10 +69,10 @@ int ResolveInput(const Source& source, RecordingWish& wish)
     }
     std::vector<std::string> names;
     for (const Device& there : inputs) names.push_back("input:" + there.mUID);
-    Complain(names.empty() ? "the audio server has no input device; connect one"
-                           : fmt::format("'{}' is no input, or more than one. These are there:{}", Written(source),
-                                         TellWhatIsThere(Written(source), names)));
-    return kExitNotFound;
+    return Complain(names.empty() ? "the audio server has no input device; connect one"
+                                  : fmt::format("'{}' is no input, or more than one. These are there:{}",
+                                                Written(source), TellWhatIsThere(Written(source), names)),
+                    kExitNotFound);
 }
 
 // One track of all the applications, of everything where "system" is among them; in a recording that keeps channels a
@@ -96,7 +87,7 @@ int ResolveTracks(const std::vector<Source>& sources, RecordingWish& wish)
             continue;
         }
         const Resolution resolution = Resolve(source, applications, ProcessExists);
-        if (!resolution.mError.empty()) return Complain(resolution.mError), kExitNotFound;
+        if (!resolution.mError.empty()) return Complain(resolution.mError, kExitNotFound);
         if (wish.mKeepsChannels || !mixed) {
             mixed = wish.mTracks.size();
             wish.mTracks.emplace_back().mProcesses = resolution.mProcesses;
@@ -122,9 +113,9 @@ int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Devic
         }
         std::vector<std::string> names;
         for (const Device& output : outputs) names.push_back(output.mUID);
-        Complain(
-            fmt::format("'{}' is no output, or more than one. These are there:{}", name, TellWhatIsThere(name, names)));
-        return kExitNotFound;
+        return Complain(
+            fmt::format("'{}' is no output, or more than one. These are there:{}", name, TellWhatIsThere(name, names)),
+            kExitNotFound);
     }
     return kExitDone;
 }
@@ -151,25 +142,22 @@ unsigned DefaultRate(const std::vector<Device>& outputs, const RecordingWish& wi
 int TellFileError(const std::string& path, int error)
 {
     if (error == EEXIST) {
-        Complain(fmt::format("'{}' exists; give another name, or --force to replace it", path));
-        return kExitUsage;
+        return Complain(fmt::format("'{}' exists; give another name, or --force to replace it", path), kExitUsage);
     }
-    Complain(fmt::format("cannot write '{}': {}", path, std::strerror(error)));
-    return kExitFailed;
+    return Complain(fmt::format("cannot write '{}': {}", path, std::strerror(error)), kExitFailed);
 }
 
 int TellStartError(int status)
 {
     if (status == kNoDeviceToTap) {
-        Complain("the audio server has no output device to take sound from; connect or create one");
-        return kExitNoServer;
+        return Complain("the audio server has no output device to take sound from; connect or create one",
+                        kExitNoServer);
     }
     if (status == kNoTapService)
-        Complain(fmt::format("the tap's bundle is missing from '{}'; install Corvane again",
-                             Machine::Current().GetFiles().BundleFolder()));
-    else
-        Complain(fmt::format("the tap could not be started (status {})", status));
-    return kExitFailed;
+        return Complain(fmt::format("the tap's bundle is missing from '{}'; install Corvane again",
+                                    Machine::Current().GetFiles().BundleFolder()),
+                        kExitFailed);
+    return Complain(fmt::format("the tap could not be started (status {})", status), kExitFailed);
 }
 
 void TellWhatWasHad()
@@ -188,7 +176,7 @@ RecordingState Watch(Recorder& recorder, Progress& progress)
         recorder.WaitFor(kMeterNanos);
         state = recorder.TakeState();
         progress.Show(state, Machine::Current().GetAudioServer().Snapshot().mConnected);
-    } while (!state.mFinished && sStopSignal == 0);
+    } while (!state.mFinished && StopSignal() == 0);
     return state;
 }
 
@@ -198,6 +186,7 @@ int Record(const RecordingWish& wish, const RecordOptions& options)
     Recorder recorder(wish);
     if (const int error = recorder.OpenFile()) return TellFileError(wish.mPath, error);
     CatchStopSignals();
+    TakeWriteErrorsAsSuch();
     if (const int status = recorder.Start()) {
         std::error_code ignored;  // the complaint about the tap matters more than an empty file left behind
         if (!existed && wish.mPath != "-") std::filesystem::remove(wish.mPath, ignored);
@@ -219,10 +208,10 @@ int RunRecord(const RecordOptions& options)
 {
     RecordingWish wish;
     std::vector<Source> sources;
-    if (const std::string wrong = ReadWords(options, wish, sources); !wrong.empty()) return Complain(wrong), kExitUsage;
+    if (const std::string wrong = ReadWords(options, wish, sources); !wrong.empty()) return Complain(wrong, kExitUsage);
     if (wish.mPath != "-" && !wish.mReplace && std::filesystem::exists(wish.mPath))
         return TellFileError(wish.mPath, EEXIST);
-    if (const auto why = WhyNoServer()) return Complain(*why), kExitNoServer;
+    if (const auto why = WhyNoServer()) return Complain(*why, kExitNoServer);
     const std::vector<Device> outputs = CopyDevices(Side::Output);
     if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
     if (const int code = ResolveTracks(sources, wish)) return code;

@@ -1,0 +1,277 @@
+#include "cli/DeviceCommands.h"
+
+#include "cli/Devices.h"
+#include "cli/ExitCodes.h"
+#include "cli/Output.h"
+#include "cli/PreferenceFile.h"
+#include "cli/Sources.h"
+#include "plugin/settings/SharedPreferences.h"
+
+#include <fmt/format.h>
+#include <strings.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <functional>
+
+namespace cli {
+
+namespace {
+
+using cf::As;
+using cf::Ref;
+
+constexpr size_t kMostDevices = 1000;  // far more than anybody's, and the file stays readable
+
+std::string NameOf(const ListedDevice& device)
+{
+    return cf::ToStdString(device.mSettings.mName.Get());
+}
+
+std::vector<std::string> Written(const Ref<cf::Array>& list, const std::function<std::string(CFTypeRef)>& write)
+{
+    std::vector<std::string> texts;
+    for (CFIndex i = 0; list && i < CFArrayGetCount(list.Get()); ++i)
+        texts.push_back(write(CFArrayGetValueAtIndex(list.Get(), i)));
+    return texts;
+}
+
+std::vector<std::string> WrittenSources(const CVNDevice& settings)
+{
+    return Written(settings.mCaptureSources, [](CFTypeRef source) {
+        const auto* entry = As<cf::Dictionary>(source);
+        return entry ? WrittenSource(entry) : std::string("?");
+    });
+}
+
+std::vector<std::string> WrittenOutputs(const CVNDevice& settings)
+{
+    return Written(settings.mCaptureDevices,
+                   [](CFTypeRef uid) { return WrittenOutput(cf::ToStdString(As<cf::String>(uid))); });
+}
+
+nlohmann::json ToJSON(const ListedDevice& device)
+{
+    const CVNDevice& settings = device.mSettings;
+    return {{"name", NameOf(device)},
+            {"uid", CVNDevice::PublishedUID(settings.mUID)},
+            {"published_name", CVNDevice::PublishedName(settings.mName.Get(), settings.mUID)},
+            {"enabled", device.mEnabled},
+            {"muted", device.mMuted},
+            {"sources", WrittenSources(settings)},
+            {"outputs", WrittenOutputs(settings)},
+            {"channels", settings.mOutputChannelCount},
+            {"rate", settings.mSampleRate}};
+}
+
+std::string Joined(const std::vector<std::string>& texts)
+{
+    return Printable(fmt::format("{}", fmt::join(texts, ", ")));
+}
+
+std::string Channels(const CVNDevice& settings)
+{
+    return settings.mOutputChannelCount == 0 ? "every source's own" : std::to_string(settings.mOutputChannelCount);
+}
+
+int TellNotFound(const DeviceList& list, const std::string& words, size_t found)
+{
+    if (found > 1)
+        return Complain(fmt::format("'{}' is {} devices; name one by its UID (corvane list devices)", words, found),
+                        kExitNotFound);
+    std::string text = fmt::format("there is no device '{}'.", words);
+    const auto names = ClosestFirst(words, list.Names());
+    text += names.empty() ? " There are none yet; corvane add makes one." : " These are there:";
+    for (const std::string& name : names) text += "\n  " + Printable(name);
+    return Complain(text, kExitNotFound);
+}
+
+/// @param place  of the device in the list, where the result is kExitDone
+int FindOne(const DeviceList& list, const std::string& words, size_t& place)
+{
+    const std::vector<size_t> found = list.Find(words);
+    if (found.size() != 1) return TellNotFound(list, words, found.size());
+    place = found.front();
+    return kExitDone;
+}
+
+/// Changes the list as it is when nobody else writes it. What `change` refuses changes nothing.
+int Change(const std::function<int(DeviceList&)>& change)
+{
+    PreferenceFile file;
+    std::string problem;
+    if (const int code = file.Open(problem)) return Complain(problem, code);
+    DeviceList list(file.Root());
+    if (const int code = change(list)) return code;
+    list.Store(file.Root());
+    const int code = file.Save(problem);
+    return code == kExitDone ? kExitDone : Complain(problem, code);
+}
+
+/// The list as it is now, without keeping anybody from writing.
+int ReadList(std::unique_ptr<DeviceList>& list)
+{
+    std::string problem;
+    const auto root = settings::ReadPreferences(settings::kFileName, problem);
+    if (!problem.empty())
+        return Complain(
+            fmt::format("{} {} (see corvane doctor)", settings::PreferencePath(settings::kFileName), problem),
+            kExitPreferences);
+    list = std::make_unique<DeviceList>(root.Get());
+    return kExitDone;
+}
+
+int CheckNewName(const DeviceList& list, const std::string& name)
+{
+    if (const std::string wrong = CheckName(name); !wrong.empty()) return Complain(wrong, kExitUsage);
+    const auto names = list.Names();
+    const bool taken = std::ranges::any_of(
+        names, [&](const std::string& other) { return strcasecmp(other.c_str(), name.c_str()) == 0; });
+    return taken ? Complain(fmt::format("there is a device '{}' already; give another name", name), kExitUsage)
+                 : kExitDone;
+}
+
+void SetName(CVNDevice& settings, const std::string& name)
+{
+    settings.mName =
+        Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, name.c_str(), kCFStringEncodingUTF8));
+}
+
+/// A device as it is asked for, its rate the one of what it captures where none is named.
+int MakeSettings(const DeviceOptions& options, CVNDevice& settings)
+{
+    DeviceOptions wanted = options;
+    if (wanted.mSources.empty()) wanted.mSources = {"system"};
+    std::string problem;
+    if (const int code = ApplyWords(wanted, settings, problem)) return Complain(problem, code);
+    if (settings.mSampleRate != 0) return kExitDone;
+    const int code = ReadOutputRate(settings, settings.mSampleRate, problem);
+    return code == kExitDone ? kExitDone : Complain(problem, code);
+}
+
+}  // namespace
+
+int ListVirtualDevices(bool json)
+{
+    std::unique_ptr<DeviceList> list;
+    if (const int code = ReadList(list)) return code;
+    if (json) {
+        nlohmann::json devices = nlohmann::json::array();
+        for (const ListedDevice& device : list->mDevices) devices.push_back(ToJSON(device));
+        Print({{"on", list->mIsOn}, {"devices", devices}});
+        return kExitDone;
+    }
+    if (list->mDevices.empty()) fmt::print("There are no virtual devices; corvane add makes one.\n");
+    for (const ListedDevice& device : list->mDevices)
+        fmt::print("{:<24}  {:<8}  {}  from {}\n", Printable(NameOf(device)), device.mEnabled ? "enabled" : "disabled",
+                   Joined(WrittenSources(device.mSettings)), Joined(WrittenOutputs(device.mSettings)));
+    if (!list->mIsOn && !list->mDevices.empty()) fmt::print("All are off: corvane enable --all turns them on.\n");
+    return kExitDone;
+}
+
+int ShowDevice(const std::string& words, bool json)
+{
+    std::unique_ptr<DeviceList> list;
+    if (const int code = ReadList(list)) return code;
+    size_t place = 0;
+    if (const int code = FindOne(*list, words, place)) return code;
+    const ListedDevice& device = list->mDevices[place];
+    UInt32 channels = 0;
+    const bool known = device.mSettings.GetChannelCount(&channels) == 0;
+    if (json) {
+        nlohmann::json shown = ToJSON(device);
+        shown["channels_now"] = known ? nlohmann::json(channels) : nlohmann::json();
+        Print(shown);
+        return kExitDone;
+    }
+    fmt::print("{}\n", Printable(NameOf(device)));
+    const auto line = [](const char* what, const std::string& value) { fmt::print("  {:<12}{}\n", what, value); };
+    line("shown as", Printable(CVNDevice::PublishedName(device.mSettings.mName.Get(), device.mSettings.mUID)));
+    line("UID", CVNDevice::PublishedUID(device.mSettings.mUID));
+    line("enabled", !device.mEnabled ? "no" : list->mIsOn ? "yes" : "yes, but all are off");
+    line("sources", Joined(WrittenSources(device.mSettings)));
+    line("outputs", Joined(WrittenOutputs(device.mSettings)));
+    line("channels", Channels(device.mSettings) + (known ? fmt::format(", {} now", channels) : ", unknown now"));
+    line("rate",
+         device.mSettings.mSampleRate == 0 ? "automatic" : fmt::format("{:.0f} Hz", device.mSettings.mSampleRate));
+    if (device.mMuted) line("muted", "yes");
+    return kExitDone;
+}
+
+int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
+{
+    ListedDevice added;
+    if (const int code = MakeSettings(options, added.mSettings)) return code;
+    const int code = Change([&](DeviceList& list) {
+        if (const int wrong = CheckNewName(list, name)) return wrong;
+        if (list.mDevices.size() >= kMostDevices)
+            return Complain(fmt::format("there are {} devices already; remove some", kMostDevices), int(kExitFailed));
+        SetName(added.mSettings, name);
+        added.mSettings.mUID = list.TakeUID();
+        list.mIsOn = true;
+        list.mDevices.push_back(added);
+        return int(kExitDone);
+    });
+    if (code != kExitDone) return code;
+    if (json)
+        Print(ToJSON(added));
+    else
+        fmt::print("Added. Recording programs show it as \"{}\" ({}).\n",
+                   Printable(CVNDevice::PublishedName(added.mSettings.mName.Get(), added.mSettings.mUID)),
+                   CVNDevice::PublishedUID(added.mSettings.mUID));
+    return kExitDone;
+}
+
+int SetDevice(const std::string& words, const DeviceOptions& options)
+{
+    if (options.mSources.empty() && options.mFrom.empty() && options.mChannels.empty() && options.mRate.empty())
+        return Complain("nothing to set; for example corvane set Podcast -c 0", kExitUsage);
+    return Change([&](DeviceList& list) {
+        size_t place = 0;
+        if (const int code = FindOne(list, words, place)) return code;
+        std::string problem;
+        const int code = ApplyWords(options, list.mDevices[place].mSettings, problem);
+        return code == kExitDone ? code : Complain(problem, code);
+    });
+}
+
+int RenameDevice(const std::string& words, const std::string& name)
+{
+    return Change([&](DeviceList& list) {
+        size_t place = 0;
+        if (const int code = FindOne(list, words, place)) return code;
+        if (const int code = CheckNewName(list, name)) return code;
+        SetName(list.mDevices[place].mSettings, name);
+        return int(kExitDone);
+    });
+}
+
+int RemoveDevices(const std::vector<std::string>& devices)
+{
+    return Change([&](DeviceList& list) {
+        for (const std::string& words : devices) {
+            size_t place = 0;
+            if (const int code = FindOne(list, words, place)) return code;
+            list.mDevices.erase(list.mDevices.begin() + long(place));
+        }
+        return int(kExitDone);
+    });
+}
+
+int EnableDevices(const std::vector<std::string>& devices, bool all, bool enabled)
+{
+    if (devices.empty() != all)
+        return Complain("name devices, or give --all for the switch of all; for example corvane disable Podcast",
+                        kExitUsage);
+    return Change([&](DeviceList& list) {
+        if (all) list.mIsOn = enabled;
+        for (const std::string& words : devices) {
+            size_t place = 0;
+            if (const int code = FindOne(list, words, place)) return code;
+            list.mDevices[place].mEnabled = enabled;
+        }
+        return int(kExitDone);
+    });
+}
+
+}  // namespace cli

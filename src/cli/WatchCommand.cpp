@@ -1,0 +1,177 @@
+#include "cli/WatchCommand.h"
+
+#include "cli/ExitCodes.h"
+#include "cli/Output.h"
+#include "cli/StopSignals.h"
+#include "platform/audio/AudioObject.h"
+#include "platform/foundation/CFDictionary.h"
+#include "platform/kernel/System.h"
+#include "platform/kernel/Threads.h"
+#include "plugin/settings/CVNDevice.h"
+#include "utility/CAMutex.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <vector>
+
+namespace cli {
+
+namespace {
+
+constexpr uint32_t kLookMicroseconds = 100'000;
+
+constexpr AudioObjectPropertyAddress kDevices{kAudioHardwarePropertyDevices, kAudioObjectPropertyScopeGlobal,
+                                              kAudioObjectPropertyElementMaster};
+constexpr AudioObjectPropertyAddress kAnything{kAudioObjectPropertySelectorWildcard, kAudioObjectPropertyScopeWildcard,
+                                               kAudioObjectPropertyElementWildcard};
+
+/// What a person sees of a device.
+struct Sight {
+    struct Stream {
+        bool mIsInput;
+        UInt32 mChannels;
+        double mRateHz;
+        bool operator==(const Stream&) const = default;
+    };
+    std::string mUID, mName;
+    std::vector<Stream> mStreams;
+    bool operator==(const Sight&) const = default;
+};
+
+template <class Value>
+Value Read(AudioDeviceID device, bool isInput, AudioObjectPropertySelector selector)
+{
+    Value value{};
+    UInt32 size = sizeof value;
+    AudioDeviceGetProperty(device, 0, isInput, selector, &size, &value);  // one that has just gone reads as nothing
+    return value;
+}
+
+std::string ReadText(AudioDeviceID device, AudioObjectPropertySelector selector)
+{
+    return cf::ToStdString(cf::Ref<cf::String>::Adopt(Read<CFStringRef>(device, false, selector)).Get());
+}
+
+void ReadStreams(AudioDeviceID device, bool isInput, std::vector<Sight::Stream>& streams)
+{
+    UInt32 size = 0;
+    if (AudioDeviceGetPropertyInfo(device, 0, isInput, kAudioDevicePropertyStreams, &size, nullptr) != 0) return;
+    std::vector<AudioStreamID> numbers(size / sizeof(AudioStreamID));
+    if (AudioDeviceGetProperty(device, 0, isInput, kAudioDevicePropertyStreams, &size, numbers.data()) != 0) return;
+    numbers.resize(size / sizeof(AudioStreamID));
+    for (const AudioStreamID stream : numbers) {
+        AudioStreamBasicDescription format{};
+        size = sizeof format;
+        if (AudioStreamGetProperty(stream, 0, kAudioDevicePropertyStreamFormat, &size, &format) == 0)
+            streams.push_back({isInput, format.mChannelsPerFrame, format.mSampleRate});
+    }
+}
+
+Sight Look(AudioDeviceID device)
+{
+    Sight sight{
+        ReadText(device, kAudioDevicePropertyDeviceUID), ReadText(device, kAudioDevicePropertyDeviceNameCFString), {}};
+    for (const bool isInput : {true, false}) ReadStreams(device, isInput, sight.mStreams);
+    return sight;
+}
+
+std::vector<AudioDeviceID> CopyDeviceNumbers()
+{
+    UInt32 size = 0;
+    std::vector<AudioDeviceID> numbers;
+    do {  // one more may have come since the size was asked for
+        if (AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr) != 0) return {};
+        numbers.resize(size / sizeof(AudioDeviceID));
+    } while (AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, numbers.data()) ==
+             kAudioHardwareBadPropertySizeError);
+    numbers.resize(size / sizeof(AudioDeviceID));
+    return numbers;
+}
+
+class Watch {
+public:
+    Watch(bool json, bool all) : mJSON(json), mAll(all)
+    {
+        AudioObjectAddPropertyListener(kAudioObjectSystemObject, &kDevices, &OnChange, this);
+        Compare();
+    }
+    ~Watch()
+    {
+        AudioObjectRemovePropertyListener(kAudioObjectSystemObject, &kDevices, &OnChange, this);
+        for (const auto& [device, sight] : mSeen)
+            AudioObjectRemovePropertyListener(device, &kAnything, &OnChange, this);
+    }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+private:
+    static OSStatus OnChange(AudioObjectID, UInt32, const AudioObjectPropertyAddress*, void* watch)
+    {
+        static_cast<Watch*>(watch)->Compare();
+        return 0;
+    }
+
+    bool IsWanted(const Sight& sight) const { return mAll || sight.mUID.starts_with(CVNDevice::kPlugInIdentifier); }
+
+    /// Tells what is otherwise than it was. Whoever changed it, all is looked at again: there are few devices.
+    void Compare()
+    {
+        const CAMutex::Scope scope(mMutex);
+        std::map<AudioDeviceID, Sight> now;
+        for (const AudioDeviceID device : CopyDeviceNumbers()) {
+            Sight sight = Look(device);
+            if (IsWanted(sight)) now.emplace(device, std::move(sight));
+        }
+        for (const auto& [device, sight] : mSeen)
+            if (!now.contains(device)) Tell("gone", sight);
+        for (const auto& [device, sight] : now) {
+            const auto before = mSeen.find(device);
+            if (before == mSeen.end()) {
+                AudioObjectAddPropertyListener(device, &kAnything, &OnChange, this);
+                Tell("appeared", sight);
+            } else if (before->second != sight) {
+                Tell("changed", sight);
+            }
+        }
+        mSeen.swap(now);
+    }
+
+    void Tell(const char* event, const Sight& sight) const
+    {
+        nlohmann::json streams = nlohmann::json::array();
+        std::string text;
+        for (const Sight::Stream& stream : sight.mStreams) {
+            const char* direction = stream.mIsInput ? "input" : "output";
+            streams.push_back({{"direction", direction}, {"channels", stream.mChannels}, {"rate", stream.mRateHz}});
+            text += fmt::format("  {} {} ch {:.0f} Hz", direction, stream.mChannels, stream.mRateHz);
+        }
+        if (mJSON)
+            PrintLine({{"event", event}, {"uid", sight.mUID}, {"name", sight.mName}, {"streams", streams}});
+        else
+            fmt::print("{:<8}  {}  ({}){}\n", event, Printable(sight.mName), Printable(sight.mUID), text);
+        std::fflush(stdout);
+    }
+
+    const bool mJSON, mAll;
+    CAMutex mMutex{"Watch"};  // the first look is the main thread's, all others the system's
+    std::map<AudioDeviceID, Sight> mSeen;
+};
+
+}  // namespace
+
+int RunWatch(bool json, bool all)
+{
+    if (!all && (platform::kernel::getuid() == 0 || platform::kernel::geteuid() == 0))
+        return Complain(
+            "root has no virtual devices: they are a user's, and programs that run as root get none; run this as the "
+            "user whose devices they are",
+            kExitNotPermitted);
+    CatchStopSignals();
+    const Watch watch(json, all);
+    while (StopSignal() == 0) platform::kernel::usleep(kLookMicroseconds);
+    return kExitDone;
+}
+
+}  // namespace cli
