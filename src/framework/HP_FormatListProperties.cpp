@@ -89,7 +89,8 @@ Format Plain(const List& list, UInt32 index)
 template <auto kSupports>
 constexpr Row Supported(AudioObjectPropertySelector selector)
 {
-    const auto get = [](const List& list, const Address&, UInt32&, void* data) {
+    const auto get = [](const List& list, const Address&, UInt32& size, void* data) {
+        HP_RequireSize(size, sizeof(Format));
         if (!(list.*kSupports)(Read<Format>(data))) ThrowBadData();
         return true;
     };
@@ -100,7 +101,8 @@ constexpr Row Supported(AudioObjectPropertySelector selector)
 template <auto kBestMatch>
 constexpr Row Match(AudioObjectPropertySelector selector)
 {
-    const auto get = [](const List& list, const Address&, UInt32&, void* data) {
+    const auto get = [](const List& list, const Address&, UInt32& size, void* data) {
+        HP_RequireSize(size, sizeof(Format));
         auto format = Read<Format>(data);
         (list.*kBestMatch)(format);
         std::memcpy(data, &format, sizeof format);

@@ -85,8 +85,9 @@ public:
     static HP_Device* GetDeviceByID(AudioObjectID objectID);
     static HP_Stream* GetStreamByID(AudioObjectID objectID);
 
-    /// The mutex that calls for this number take before they touch the object; null where there is none, or its owner
-    /// went. An entry stays, also after its object.
+    /// The mutex that calls for this number take before they touch the object: the one that was set, else the object's
+    /// own, for whoever destroys an object clears its entry first, and calls may still come. Null where there is none.
+    /// Entries stay, also after their objects, but keep no mutex alive.
     static std::shared_ptr<CAMutex> GetObjectStateMutexByID(AudioObjectID objectID);
     static void SetObjectStateMutexForID(AudioObjectID objectID, const std::shared_ptr<CAMutex>& mutex);
 

@@ -77,8 +77,11 @@ std::shared_ptr<CAMutex> HP_Object::GetObjectStateMutexByID(AudioObjectID object
 {
     Tables& tables = TablesOfProcess();
     const CAMutex::Scope locked(tables.mMutex);
-    const auto found = tables.mStateMutexes.find(objectID);
-    return found != tables.mStateMutexes.end() ? found->second.lock() : nullptr;
+    if (const auto set = tables.mStateMutexes.find(objectID); set != tables.mStateMutexes.end()) {
+        if (auto mutex = set->second.lock()) return mutex;
+    }
+    const auto found = tables.mObjects.find(objectID);
+    return found != tables.mObjects.end() ? found->second->GetObjectStateMutex() : nullptr;
 }
 
 void HP_Object::SetObjectStateMutexForID(AudioObjectID objectID, const std::shared_ptr<CAMutex>& mutex)

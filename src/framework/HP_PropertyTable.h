@@ -13,6 +13,12 @@
 #include <functional>
 #include <type_traits>
 
+/// @throws CAException "!siz" for another size than that of the property
+inline void HP_RequireSize(UInt32 size, UInt32 bytes)
+{
+    if (size != bytes) throw CAException(kAudioHardwareBadPropertySizeError);
+}
+
 /// One property of an Owner, which is asked under its state mutex.
 template <class Owner>
 struct HP_PropertyRow {
@@ -24,7 +30,7 @@ struct HP_PropertyRow {
     UInt32 mBytes;                                  // of the value; 0: mSize says
     Has mHas;                                       // null: always
     UInt32 (*mSize)(const Owner&, const Address&);  // bytes; null: mBytes
-    /// As HP_Object::GetPropertyData, a fixed size checked before. @return whether there is such a property
+    /// As HP_Object::GetPropertyData. @return whether there is such a property
     bool (*mGet)(const Owner&, const Address&, UInt32& size, void* data);
     Set mSet = nullptr;                                         // its size checked before; null: not settable
     bool (*mSettable)(const Owner&, const Address&) = nullptr;  // null: wherever mSet is not
@@ -105,8 +111,9 @@ constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Value(AudioObjectProperty
 {
     using Given = decltype(hp_property_table::Ask<kGet>(std::declval<const Owner&>(), std::declval<const Address&>()));
     using Stored = std::conditional_t<std::is_same_v<Given, bool>, UInt32, Given>;
-    const auto get = [](const Owner& owner, const Address& address, UInt32&, void* data) {
+    const auto get = [](const Owner& owner, const Address& address, UInt32& size, void* data) {
         if (kHas && !kHas(owner, address)) return false;
+        HP_RequireSize(size, sizeof(Stored));
         const Stored value = hp_property_table::Ask<kGet>(owner, address);
         std::memcpy(data, &value, sizeof value);  // the caller's room need not be aligned
         return true;
@@ -143,10 +150,13 @@ constexpr HP_PropertyRow<Owner> HP_PropertyRow<Owner>::Object(AudioObjectPropert
     const auto has = [](const Owner& owner, const Address& address) {
         return bool(hp_property_table::Copied<kCopy>(owner, address));
     };
-    const auto get = [](const Owner& owner, const Address& address, UInt32&, void* data) {
-        const CFTypeRef object = hp_property_table::Copied<kCopy>(owner, address).Detach();
-        if (object) std::memcpy(data, &object, sizeof object);
-        return object != nullptr;
+    const auto get = [](const Owner& owner, const Address& address, UInt32& size, void* data) {
+        auto copied = hp_property_table::Copied<kCopy>(owner, address);
+        if (!copied) return false;
+        HP_RequireSize(size, sizeof(CFTypeRef));
+        const CFTypeRef object = copied.Detach();
+        std::memcpy(data, &object, sizeof object);
+        return true;
     };
     return {selector, sizeof(CFTypeRef), has, nullptr, get};
 }
@@ -188,7 +198,6 @@ UInt32 HP_PropertyRow<Owner>::GetSize(const Owner& owner, const Address& address
 template <class Owner>
 void HP_PropertyRow<Owner>::GetData(const Owner& owner, const Address& address, UInt32& size, void* data) const
 {
-    if (mBytes != 0 && size != mBytes) throw CAException(kAudioHardwareBadPropertySizeError);
     if (!mGet(owner, address, size, data)) throw CAException(kAudioHardwareUnknownPropertyError);
 }
 
@@ -196,6 +205,6 @@ template <class Owner>
 void HP_PropertyRow<Owner>::SetData(Owner& owner, const Address& address, UInt32 size, const void* data) const
 {
     if (!IsSettable(owner, address)) throw CAException(kAudioHardwareIllegalOperationError);
-    if (size != mBytes) throw CAException(kAudioHardwareBadPropertySizeError);
+    HP_RequireSize(size, mBytes);
     mSet(owner, address, data);
 }
