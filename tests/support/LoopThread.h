@@ -4,6 +4,8 @@
 #include "platform/foundation/CFRunLoop.h"
 #include "platform/kernel/MutexGuard.h"
 
+#include <utility>
+
 namespace support {
 
 class LoopThread {
@@ -30,7 +32,7 @@ public:
         if (!mLoop) return;
         CFRunLoopStop(mLoop);
         platform::kernel::pthread_join(mThread, nullptr);
-        mLoop = nullptr;
+        CFRelease(std::exchange(mLoop, nullptr));
     }
 
 private:
@@ -40,6 +42,7 @@ private:
         {
             const platform::kernel::MutexGuard guard(thread.mMutex);
             thread.mLoop = cf::RunLoopOfThisThread();
+            CFRetain(thread.mLoop);  // a case may stop it, and the thread ends
             platform::kernel::pthread_cond_signal(&thread.mReady);
         }
         CFRunLoopRun();

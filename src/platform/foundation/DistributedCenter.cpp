@@ -61,8 +61,7 @@ void DistributedCenter::Receive(std::string_view message)
 {
     const std::optional<Told> told = Unpack(message);
     if (!told || !IsObserved(told->mName)) return;
-    Notification notification{MakeString(told->mName), {}, {}};
-    if (!notification.mName) return;
+    Notification notification{MakeString(told->mName), {}, {}};  // a name that is observed is UTF-8
     if (!told->mObject.empty() && !(notification.mObject = MakeString(told->mObject))) return;
     Tell(notification);
 }

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -73,6 +74,7 @@ private:
     [[noreturn]] void Live(const std::string& folder, char sign, uid_t user) const
     {
         if (setresuid(user, user, user) != 0) _exit(1);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // nor longer than a test that is killed
         LinuxMessenger messenger(folder);
         const bool listens =
             messenger.Listen([&](std::string_view message) { mHeard.Put(message == "who" ? sign : message[0]); });
@@ -131,25 +133,29 @@ TEST(LinuxMessenger, AMessageReachesEveryLivingListenerAndTheNamesOfTheDeadGo)
     EXPECT_EQ(NamesIn(folder).size(), 102u);
 }
 
-TEST(LinuxMessenger, AListenerThatIsStoppedKeepsNothingFromTheOthersAndLosesWhatItsQueueCannotHold)
+TEST(LinuxMessenger, StoppedListenersKeepNothingFromTheOthersAndLoseWhatTheirQueuesCannotHold)
 {
     const FolderTree tree;
     int queue = 0;
     std::ifstream("/proc/sys/net/unix/max_dgram_qlen") >> queue;
     ASSERT_GT(queue, 0);
-    ListeningProcess stopped(tree.Root(), 's'), living(tree.Root(), 'l');
-    stopped.Signal(SIGSTOP);
-    stopped.AwaitStop();
+    const ListeningProcess living(tree.Root(), 'l');
+    std::deque<ListeningProcess> stopped;  // so many that their queues hold more than one socket's buffer
+    for (int each = 0; each < 8; ++each) {
+        stopped.emplace_back(tree.Root(), 's').Signal(SIGSTOP);
+        stopped.back().AwaitStop();
+    }
     LinuxMessenger sender(tree.Root());
     for (int sent = 0; sent < queue + 50; ++sent) {
         ASSERT_EQ(sender.Broadcast(std::string(kMessageMaxBytes, 'm')), 0);
         ASSERT_EQ(living.Heard(), 'm') << "after " << sent;
     }
-    stopped.Signal(SIGCONT);
+    const ListeningProcess& woken = stopped.front();
+    woken.Signal(SIGCONT);
     int kept = 0;
-    char heard = stopped.Heard();
+    char heard = woken.Heard();
     EXPECT_EQ(sender.Broadcast("who"), 0);  // there is room again
-    for (; heard == 'm'; heard = stopped.Heard()) ++kept;
+    for (; heard == 'm'; heard = woken.Heard()) ++kept;
     EXPECT_EQ(heard, 's');
     EXPECT_LT(kept, queue + 50);
 }
