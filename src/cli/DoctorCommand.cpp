@@ -71,8 +71,7 @@ void CheckPreferences(Findings& findings)
     const auto root = settings::ReadPreferences(settings::kFileName, problem);
     struct stat status;
     if (path.empty()) {
-        findings.push_back(
-            {Verdict::Wrong, "no folder for preferences: set HOME or XDG_CONFIG_HOME", kExitPreferences});
+        findings.push_back({Verdict::Fine, "there are no virtual devices yet; corvane add makes one"});
     } else if (!problem.empty()) {
         findings.push_back({Verdict::Wrong,
                             fmt::format("{} {}; every program reads it as empty. Mend it, or move it away: corvane add "

@@ -66,9 +66,11 @@ PreferenceFile::~PreferenceFile()
 
 int PreferenceFile::Open(std::string& problem)
 {
-    mPath = settings::PreferencePath(settings::kFileName);
+    errno = 0;
+    mPath = settings::PreferencePath(settings::kFileName, true);
     if (mPath.empty()) {
-        problem = "there is no folder for preferences: neither XDG_CONFIG_HOME nor HOME names one";
+        problem = fmt::format("the folder for preferences cannot be made{}; XDG_CONFIG_HOME or HOME says where it is",
+                              errno != 0 ? std::string(": ") + std::strerror(errno) : "");
         return kExitFailed;
     }
     mFolder = fs::path(mPath).parent_path();
@@ -82,12 +84,8 @@ int PreferenceFile::Open(std::string& problem)
 
 int PreferenceFile::TakeLock(std::string& problem)
 {
-    std::error_code error;
-    const mode_t before = umask(0077);
-    fs::create_directories(mFolder, error);
     const std::string path = mPath + ".lock";
     mLock = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    umask(before);
     if (mLock < 0) {
         problem = Failed(path);
         return kExitFailed;

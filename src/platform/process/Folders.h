@@ -16,8 +16,8 @@ struct FSRef {
 constexpr int16_t kUserDomain = -32763;
 constexpr OSType kPreferencesFolderType = FourCC("pref");
 
-/// @param create  whether to make the folder; only false can be asked for
-/// @return        0, or fnfErr where the user has no such folder
+/// @param create  whether to make the folder where it is not there, for the user alone
+/// @return        0, or fnfErr where the user has no such folder, or it cannot be made: errno may say why
 OSStatus FSFindFolder(int16_t domain, OSType type, bool create, FSRef* folder);
 /// Writes the path with its NUL. @return 0, or fnfErr where the room is too small
 OSStatus FSRefMakePath(const FSRef* reference, uint8_t* path, UInt32 room);

@@ -31,11 +31,11 @@ CFArrayRef CopySetting(const char* key)
 
 namespace settings {
 
-std::string PreferencePath(const char* fileName)
+std::string PreferencePath(const char* fileName, bool makeFolder)
 {
     FSRef folder;
     uint8_t room[kPathRoom];
-    if (FSFindFolder(kUserDomain, kPreferencesFolderType, false, &folder) != 0 ||
+    if (FSFindFolder(kUserDomain, kPreferencesFolderType, makeFolder, &folder) != 0 ||
         FSRefMakePath(&folder, room, kPathRoom) != 0)
         return {};
     std::string path = reinterpret_cast<const char*>(room);
@@ -59,10 +59,7 @@ Ref<cf::Dictionary> ReadPreferences(const char* fileName, std::string& problem)
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.Get(), kCFURLPOSIXPathStyle, false));
     const CFReadStreamRef stream = CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get());
     const auto owner = Ref<cf::ReadStream>::Adopt(stream);
-    if (!CFReadStreamOpen(stream)) {
-        problem = "is no regular file of at most 1 MiB that belongs to you and that nobody else may write";
-        return nothing;
-    }
+    CFReadStreamOpen(stream);  // where it cannot be opened, the error tells why
     CFStringRef error = nullptr;
     const auto list = Ref<cf::Object>::Adopt(CFPropertyListCreateFromStream(
         kCFAllocatorDefault, stream, 0, kCFPropertyListMutableContainers, nullptr, &error));

@@ -24,8 +24,9 @@ constexpr const char* kApplicationIdentifier = "NSApplicationBundleIdentifier";
 constexpr const char* kApplicationPath = "NSApplicationPath";
 constexpr const char* kOutputDeviceUID = "outputDeviceUID";
 
-/// A file of that name in the user's preferences folder; empty where he has none.
-std::string PreferencePath(const char* fileName);
+/// A file of that name in the user's preferences folder; empty where he has none, or it cannot be made where it is to
+/// be.
+std::string PreferencePath(const char* fileName, bool makeFolder = false);
 
 /// What the file holds.
 ///
