@@ -22,6 +22,7 @@ using cf::As;
 using cf::Ref;
 
 constexpr int32_t kWidestMix = 2;
+constexpr size_t kMostShown = 12;  // of what is there, the likest first
 
 std::string TextOf(CFDictionaryRef dictionary, const char* key)
 {
@@ -46,11 +47,14 @@ Ref<cf::Dictionary> MakeApplication(const std::string& identifier, const std::st
 
 std::string ListClosest(const std::string& wanted, std::vector<std::string> there)
 {
-    std::string text;
-    there = ClosestFirst(wanted, std::move(there));
+    std::ranges::sort(there);
     there.erase(std::unique(there.begin(), there.end()), there.end());
+    const size_t all = there.size();
+    there = ClosestFirst(wanted, std::move(there));
+    there.resize(std::min(all, kMostShown));
+    std::string text;
     for (const std::string& one : there) text += "\n  " + one;
-    return text;
+    return all > kMostShown ? text + fmt::format("\n  and {} more", all - kMostShown) : text;
 }
 
 /// Of a program that was started twice, the two are one application here.
