@@ -95,6 +95,14 @@ class FakeThreads final : public platform::machine::LinuxThreads {
 public:
     bool mGrants = true;
 
+    /// A handle that an earlier thread had starts without its wishes, as a thread of the system's does.
+    int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override
+    {
+        const std::lock_guard lock(mMutex);  // the thread may ask for itself at once
+        const int error = LinuxThreads::Create(thread, detached, name, entry, argument);
+        if (error == 0) mWishes.erase(*thread);
+        return error;
+    }
     int Schedule(pthread_t thread, const platform::machine::SchedulingWish& wish) override
     {
         if (!mGrants && wish.mKind == platform::machine::SchedulingWish::Kind::Fixed) return EPERM;
