@@ -100,7 +100,7 @@ public:
     {
         const std::lock_guard lock(mMutex);  // the thread may ask for itself at once
         const int error = LinuxThreads::Create(thread, detached, name, entry, argument);
-        if (error == 0) mWishes.erase(*thread);
+        if (const auto old = mWishes.find(*thread); error == 0 && old != mWishes.end()) old->second = {};
         return error;
     }
     int Schedule(pthread_t thread, const platform::machine::SchedulingWish& wish) override
