@@ -167,6 +167,7 @@ private:
     Readiness Align(UInt32 frames) noexcept;
     Readiness CheckInputs(UInt32 frames) noexcept;
     void StartAnew() noexcept;
+    void SizeMixBuffer(UInt32 frames) noexcept;
     OSStatus RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept;
     void CountRefusals(UInt32 frames) noexcept;
 
