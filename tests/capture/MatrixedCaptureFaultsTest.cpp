@@ -2,8 +2,10 @@
 #include "FakeSource.h"
 #include "avcapture/TapFixture.h"
 #include "capture/CVNMatrixedCapture.h"
+#include "capture/Status.h"
 #include "support/AllocationFaults.h"
 
+#include <set>
 #include <thread>
 
 namespace {
@@ -44,12 +46,14 @@ TEST_F(MatrixedCaptureFaults, EveryAllocationThatFailsIsToldAndLeavesNothingOpen
     capture.Pause();
     ASSERT_EQ(capture.Uninitialize(), 0);
     support::Faults faults;
+    std::set<OSStatus> statuses;
     do {
         ++faults.mFailing;
         faults.mCalls = 0;
         support::sAllocationFaults = &faults;
         const OSStatus status = Build(capture);
         support::sAllocationFaults = nullptr;
+        statuses.insert(status);
         EXPECT_EQ(status != 0, faults.mCalls > faults.mFailing) << faults.mFailing;
         capture.Pause();
         EXPECT_EQ(capture.Uninitialize(), 0);
@@ -58,6 +62,8 @@ TEST_F(MatrixedCaptureFaults, EveryAllocationThatFailsIsToldAndLeavesNothingOpen
         EXPECT_EQ(mMachine.mServer.Deliver("mic", {}), 0u);
     } while (faults.mCalls > faults.mFailing);
     EXPECT_GT(faults.mFailing, 50);
+    for (const OSStatus own : {capture::kNoMixer, capture::kNoMixBuffer, capture::kNoMixBufferData})
+        EXPECT_TRUE(statuses.contains(own)) << own;
 }
 
 TEST_F(MatrixedCaptureFaults, SourcesPushWhileCyclesBeginAnewAndVolumesAndRateChange)

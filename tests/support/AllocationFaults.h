@@ -1,14 +1,17 @@
 // AllocationFaults: allocations of this program and its libraries as calls that a test makes fail. For one source of a
-// program: it replaces operator new.
+// program: it replaces operator new, and the two of C that buffer lists are made with.
 #pragma once
 
 #include "support/Faults.h"
 
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace support {
-inline Faults* sAllocationFaults = nullptr;  // null: none fails
+// A thread's own: the system's libraries allocate on others, and do not bear that it fails. Null: none fails.
+inline thread_local Faults* sAllocationFaults = nullptr;
 
 inline bool AllocationFailsNow()
 {
@@ -25,6 +28,17 @@ inline bool AllocationFailsNow()
 {
     if (void* const memory = operator new(bytes, std::nothrow)) return memory;
     throw std::bad_alloc();
+}
+[[gnu::noinline]] void* aligned_alloc(size_t alignment, size_t bytes) noexcept
+{
+    void* memory = nullptr;
+    return support::AllocationFailsNow() || posix_memalign(&memory, alignment, bytes) != 0 ? nullptr : memory;
+}
+// Not by malloc: the compiler would make malloc and memset a call of this.
+[[gnu::noinline]] void* calloc(size_t count, size_t bytes) noexcept
+{
+    void* const memory = aligned_alloc(alignof(std::max_align_t), count * bytes);
+    return memory ? std::memset(memory, 0, count * bytes) : nullptr;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept
 {
