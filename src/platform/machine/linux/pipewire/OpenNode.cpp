@@ -12,7 +12,12 @@ OpenNode::OpenNode(const Surroundings& surroundings, std::string uid, std::strin
 void OpenNode::Open()
 {
     mAround.mNodes.Add(this);
-    if (mAround.mNodes.IsConnected()) Update();
+    try {
+        if (mAround.mNodes.IsConnected()) Update();
+    } catch (...) {
+        Close();  // or the next change would be told to what never was
+        throw;
+    }
 }
 
 void OpenNode::Close()
