@@ -12,6 +12,7 @@ namespace graph {
 
 namespace {
 
+constexpr size_t kMostPoints = 1 << 14;
 constexpr double kWidth = 1400, kLane = 150, kMargin = 10;
 
 double Across(double seconds, double left, double right)
@@ -24,7 +25,17 @@ double Across(double seconds, double left, double right)
 void Picture::Add(double seconds, const std::vector<Track>& tracks)
 {
     mLanes.resize(tracks.size());
-    for (size_t i = 0; i < tracks.size(); ++i) mLanes[i].push_back({seconds, tracks[i].mOff, tracks[i].mLast});
+    for (size_t i = 0; i < tracks.size(); ++i) {
+        if (mLanes[i].size() >= kMostPoints) Thin(mLanes[i]);
+        mLanes[i].push_back({seconds, tracks[i].mOff, tracks[i].mLast});
+    }
+}
+
+void Picture::Thin(std::vector<Point>& points)
+{
+    for (size_t i = 0; 2 * i + 1 < points.size(); ++i)
+        points[i] = points[2 * i].mContent != Content::Sound ? points[2 * i] : points[2 * i + 1];
+    points.resize(points.size() / 2);
 }
 
 void Picture::Write(const std::string& path, std::string_view trace) const

@@ -15,7 +15,7 @@ enum class Content;
 
 class Picture {
 public:
-    /// One more cycle of all sources.
+    /// One more cycle of all sources. Of a long course every other one is forgotten now and then, the faultless first.
     void Add(double seconds, const std::vector<Track>& tracks);
 
     /// @param trace  the scenario's, a line an event
@@ -30,6 +30,8 @@ private:
 
     static std::string Lane(const std::vector<Point>& points, double top, double left, double right);
     static std::string Events(std::string_view trace, double left, double right, double bottom);
+
+    static void Thin(std::vector<Point>& points);
 
     std::vector<std::vector<Point>> mLanes;
 };

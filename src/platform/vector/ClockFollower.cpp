@@ -133,9 +133,10 @@ double TurnInASecond(const Regression& line, const Points& points) noexcept
 
 }  // namespace
 
-void ClockFollower::Start(double nominalHz, double position, uint64_t hostNanos) noexcept
+void ClockFollower::Start(double nominalHz, double position, uint64_t hostNanos, uint64_t usedAfterNanos) noexcept
 {
     Forget(nominalHz);
+    mUsedAfterNanos = usedAfterNanos;
     mLine = {{static_cast<int64_t>(std::floor(position)), hostNanos}, position - std::floor(position), 1.0};
     mHeldPosition = position;
     mHeldNanos = hostNanos;
@@ -145,9 +146,7 @@ void ClockFollower::Start(double nominalHz, double position, uint64_t hostNanos)
 
 void ClockFollower::Restart(double nominalHz, int64_t position, uint64_t hostNanos) noexcept
 {
-    const uint64_t from = std::max(hostNanos, std::min(mAskedNanos, hostNanos + kSecond));
-    mHeldPosition = PositionAt(from);
-    mHeldNanos = from;
+    Hold(hostNanos);
     Forget(nominalHz);
     AddStamp(position, hostNanos);
 }
@@ -264,15 +263,22 @@ void ClockFollower::Fit() noexcept
     mLine = {newest, line.Beyond(0, 0) * mNominalHz, 1 - line.mSlope};
 }
 
+/// Goes on from the first place that a new rate can change.
+void ClockFollower::Hold(uint64_t hostNanos) noexcept
+{
+    const uint64_t from = mUsedAfterNanos ? std::max(hostNanos - mUsedAfterNanos, mHeldNanos)
+                                          : std::max(hostNanos, std::min(mAskedNanos, hostNanos + kSecond));
+    mHeldPosition = PositionAt(from);
+    mHeldNanos = from;
+}
+
 /// A new rate: the measured one, and what brings the integral onto the measured line.
 void ClockFollower::HandOut(uint64_t hostNanos) noexcept
 {
-    const uint64_t from = std::max(hostNanos, std::min(mAskedNanos, hostNanos + kSecond));
-    mHeldPosition = PositionAt(from);
-    mHeldNanos = from;
+    Hold(hostNanos);
     mHandedOutNanos = hostNanos;
 
-    const double wanted = mLine.mScalar + PayBack(from) + mRoundingError;
+    const double wanted = mLine.mScalar + PayBack(mHeldNanos) + mRoundingError;
     mHeldScalar = static_cast<float>(wanted);
     mRoundingError = wanted - mHeldScalar;
 }
