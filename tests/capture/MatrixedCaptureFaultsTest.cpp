@@ -12,11 +12,10 @@ namespace {
 
 using P = platform::machine::ChannelPosition;
 
-class MatrixedCaptureFaults : public testing::Test {
+class MatrixedCaptureFaults : public TapServiceFixture {
 protected:
     MatrixedCaptureFaults()
     {
-        mService->mVersion = Number(2);
         platform::machine::ServerSnapshot snapshot;
         snapshot.mConnected = true;
         snapshot.mOutputs = {{11, "speakers", "Speakers", 44100, {P::FrontLeft, P::FrontRight}}};
@@ -24,7 +23,6 @@ protected:
         snapshot.mInputs = {{21, "mic", "Mic", 48000, {P::Mono}}};
         mMachine.mServer.Change(snapshot);
     }
-    ~MatrixedCaptureFaults() override { platform::kernel::WithdrawServices(); }
 
     OSStatus Build(CVNMatrixedCapture& capture)
     {
@@ -34,8 +32,6 @@ protected:
         return capture.Resume();
     }
 
-    support::FakeMachine& mMachine = support::FakeMachine::Installed();
-    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
     cf::Ref<cf::String> mMic = cf::Ref<cf::String>::Share(CFSTR("mic"));
 };
 
