@@ -3,6 +3,7 @@
 #include "desktop/CaptureRecorder.h"
 #include "desktop/ServerWatch.h"
 #include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
 #include "support/SpeakerProbe.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,7 @@ namespace desktop {
 
 using platform::machine::CaptureNode;
 using platform::machine::MakePipeWireServer;
+using support::CheckCounter;
 using support::ChildProcess;
 using support::PrivatePipeWire;
 using support::SpeakerProbe;
@@ -134,8 +136,8 @@ TEST_F(PipeWireServerTest, CapturesEveryFrameOfTheChosenApplicationAndOfNoOther)
     CaptureRecorder recorder;
     auto capture = Capture({StreamOf("chosen")}, recorder);
     ASSERT_TRUE(recorder.Records(3 * kSecondFrames));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
     const auto stamps = recorder.Stamps();
     for (size_t i = 1; i < stamps.size(); ++i)
         ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames);
@@ -164,7 +166,7 @@ TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
     }
     const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
     ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
 }
 
 TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMomentsOn)
@@ -187,7 +189,7 @@ TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMoment
     ASSERT_NE(first, heard.end());
     // The session manager and we link it at the same time; who is first is not for us to say.
     EXPECT_LT(*first, static_cast<float>(kSecondFrames / 4) / (1 << 20));
-    EXPECT_EQ(CountBreaks({first, heard.end()}), 0u);
+    EXPECT_EQ(CheckCounter({first, heard.end()}).mBreaks, 0u);
 }
 
 TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
@@ -245,7 +247,7 @@ TEST_F(PipeWireServerTest, SilencesAnApplicationThatIsStillCapturedWholeAndRelea
     capture->SetSilenced(false);
     EXPECT_TRUE(speakers.BecomesAudible());
     ASSERT_TRUE(recorder.HasRecorded(2 * kSecondFrames));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
     EXPECT_EQ(mPipeWire.NoteOf("counter", "target.object"), std::nullopt);
 
     capture->SetSilenced(true);
@@ -349,8 +351,8 @@ TEST_F(PipeWireServerTest, DeliversEveryFrameOfAnInputDeviceWithStampsThatGoOn)
     ASSERT_TRUE(recorder.HasRecorded(3 * kSecondFrames));
     input.reset();
     const auto stamps = recorder.Stamps();
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
     for (size_t i = 1; i < stamps.size(); ++i)
         ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames) << i;
     EXPECT_TRUE(mServer->Snapshot().mStreams.empty());
