@@ -152,11 +152,11 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
     return names;
 }
 
-std::vector<LinkedPort> SourcePortsOf(const Registry& registry, const Node& node)
+std::vector<LinkedPort> DevicePortsOf(const Registry& registry, const Node& node, bool output)
 {
-    const std::vector<ChannelPosition> positions = WithoutDoubles(ChannelsOf(registry, node, true));
+    const std::vector<ChannelPosition> positions = WithoutDoubles(ChannelsOf(registry, node, output));
     std::vector<LinkedPort> ports;
-    for (const auto& [id, port] : registry.PortsOf(node.mID, true))
+    for (const auto& [id, port] : registry.PortsOf(node.mID, output))
         if (ports.size() < positions.size()) ports.push_back({id, positions[ports.size()]});
     return ports;
 }
