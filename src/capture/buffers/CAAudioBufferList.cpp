@@ -22,6 +22,8 @@ void* AllocateSilence(UInt32 bytes)
 
 }  // namespace
 
+const AudioBufferList CAAudioBufferList::sEmptyBufferList{};
+
 UInt32 CAAudioBufferList::CalculateByteSize(UInt32 buffers) noexcept
 {
     return static_cast<UInt32>(offsetof(AudioBufferList, mBuffers) + buffers * sizeof(AudioBuffer));
