@@ -138,7 +138,7 @@ struct Resampler::State {
           mTaps(TapsOf(shape)),
           mPoints(maxOutputFrames),
           mOldFrames(shape.mTaps + mWholeDelay - shape.mDelay),
-          mHistoryFrames(mOldFrames + MostFor(maxOutputFrames)),
+          mHistoryFrames(mOldFrames + MostFor(maxOutputFrames) + kLanes),
           mHistory(size_t{mHistoryFrames} * channels)
     {
         Reset();
@@ -189,7 +189,7 @@ struct Resampler::State {
     const std::shared_ptr<const Taps> mTaps;
     std::vector<loops::Point> mPoints;
     const unsigned mOldFrames;
-    const unsigned mHistoryFrames;  // a channel, old and new
+    const unsigned mHistoryFrames;  // a channel, old and new, and what the loops read beyond
     std::vector<float> mHistory;
 
     uint64_t mPosition = 0;    // of the next output frame, below one frame, in 2^-60 frames
