@@ -1,12 +1,10 @@
 #include "support/CommandRun.h"
 
 #include "support/ChildProcess.h"
-#include "support/SignalAnalysis.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sndfile.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -112,23 +110,6 @@ void WaitForSize(const std::filesystem::path& file, uintmax_t bytes)
         }
     }
     close(watch);
-}
-
-std::vector<float> Recording::Channel(unsigned which) const
-{
-    return support::Channel(mSamples, unsigned(mChannels), which);
-}
-
-Recording ReadRecording(const std::filesystem::path& file)
-{
-    SF_INFO info = {};
-    SNDFILE* reader = sf_open(file.c_str(), SFM_READ, &info);
-    if (!reader) throw std::runtime_error(file.string() + ": " + sf_strerror(nullptr));
-    Recording recording{info.samplerate, info.channels,
-                        std::vector<float>(size_t(info.frames) * size_t(info.channels))};
-    sf_readf_float(reader, recording.mSamples.data(), info.frames);
-    sf_close(reader);
-    return recording;
 }
 
 }  // namespace support
