@@ -81,22 +81,6 @@ TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
     }
 }
 
-TEST_F(RecordTest, KeepsTheDialogueOfAFilm)
-{
-    const std::string surround = "FL FR FC LFE RL RR";
-    mPipeWire.LoadSink("surround", surround);
-    auto film =
-        mPipeWire.Play({"--name", "film", "--positions", surround, "--target", "surround", "--amplitude", "0.25"});
-    CommandRun run({"record", "--source", "app:film", "--from", "surround", "-d", "2", File()});
-    ASSERT_EQ(run.Wait(), 0) << run.Errors();
-    const Recording recording = ReadRecording(File());
-    for (unsigned channel : {0u, 1u}) {
-        const std::vector<float> samples = recording.Channel(channel);
-        const auto fit = support::FitSine(PurestPiece(samples, 440, kRateHz / 2), 440, kRateHz);
-        EXPECT_NEAR(fit.mAmplitude, 0.25 * (1 + 2 * 0.70710678), 1e-6) << "its side, the centre and its surround";
-    }
-}
-
 TEST_F(RecordTest, FollowsAProcessesDescendantsAndChoosesByOutput)
 {
     auto browser = PlayCounter("browser", {"--child"});
@@ -248,8 +232,6 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
         {{"record", "--from", "speaker", File()}, 4, "speakers"},
         {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
-        {{"record", "-r", "fast", File()}, 2, "'fast'"},
-        {{"record", "-d", "soon", File()}, 2, "'soon'"},
         {{"record", "-f", "mp3", File()}, 2, "'mp3'"},
         {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},
         {{"record"}, 2, "file"},
