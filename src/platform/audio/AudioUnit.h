@@ -17,7 +17,8 @@
 //   - In sum a unit asks its source for exactly ratio x frames, never for look-ahead.
 //   - A converter delays by kConverterDelaySeconds whatever its rates, also where they are equal; a varispeed by the
 //     frames of its resampler, whatever its speed. Chains at one output rate therefore delay alike.
-//   - Units allocate in AudioUnitInitialize and in property calls, never in AudioUnitRender.
+//   - Units allocate in AudioUnitInitialize and in property calls, never in AudioUnitRender; an output unit also on the
+//     server's control thread, when its device comes to run at another rate.
 //   - A unit that is uninitialized keeps its properties. A mixer's volumes last as long as it is initialized.
 //   - An output unit whose source refuses plays silence meanwhile. What it pulls is stamped with the host time at which
 //     it is heard, its converter's delay and the way to the hardware included.
