@@ -30,11 +30,13 @@ namespace {
 
 constexpr size_t kSecondFrames = 48000;
 
-uint64_t InTenSeconds()
+std::unique_ptr<AudioServer> ReadyServer()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec + 10) * 1'000'000'000;
+    auto server = MakePipeWireServer();
+    EXPECT_TRUE(server->WaitUntilReady(static_cast<uint64_t>(now.tv_sec + 10) * 1'000'000'000)) << server->Describe();
+    return server;
 }
 
 class PipeWireServerTest : public testing::Test {
@@ -42,7 +44,6 @@ protected:
     explicit PipeWireServerTest(PrivatePipeWire::Streams streams = PrivatePipeWire::Streams::Forgotten)
         : mPipeWire(streams)
     {
-        EXPECT_TRUE(mServer->WaitUntilReady(InTenSeconds())) << mServer->Describe();
     }
 
     ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
@@ -83,7 +84,7 @@ protected:
     }
 
     PrivatePipeWire mPipeWire;
-    std::unique_ptr<AudioServer> mServer = MakePipeWireServer();
+    std::unique_ptr<AudioServer> mServer = ReadyServer();
     ServerWatch mWatch{*mServer};
 };
 
@@ -175,7 +176,6 @@ TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMoment
     CaptureRecorder recorder;
     auto capture = mServer->OpenCapture("speakers", "test-capture", recorder);
     uint32_t id = 0;
-    ASSERT_TRUE(FindStream(mServer->Snapshot(), "late") == nullptr);
     ChildProcess late({"./corvane-test-app", "--name", "late", "--counter"});
     ASSERT_TRUE(mWatch.Sees([&](const ServerSnapshot& snapshot) {
         const PlaybackStream* stream = FindStream(snapshot, "late");
@@ -202,8 +202,7 @@ TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
     setenv("PIPEWIRE_CONFIG_DIR", lacking.c_str(), 1);
     for (const char* present : {"", "client.conf"}) {
         if (*present != 0) std::filesystem::copy_file(given / present, lacking / present);
-        const auto server = MakePipeWireServer();
-        ASSERT_TRUE(server->WaitUntilReady(InTenSeconds())) << server->Describe();
+        const auto server = ReadyServer();
         if (*present == 0) {
             EXPECT_THAT(server->Describe(), testing::HasSubstr("; without "));
         }
@@ -270,8 +269,7 @@ TEST_F(PipeWireServerTest, LetsSoundBeHeardAgainWhenTheCapturingProcessIsKilled)
         EXPECT_TRUE(speakers.BecomesAudible());
     }
     EXPECT_TRUE(mPipeWire.NoteOf("tone", "target.object")->starts_with("corvane.hole."));
-    const auto next = MakePipeWireServer();
-    ASSERT_TRUE(next->WaitUntilReady(InTenSeconds()));
+    const auto next = ReadyServer();
     mPipeWire.WaitForNote("tone", "target.object", false);
 }
 
