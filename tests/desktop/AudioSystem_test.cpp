@@ -1,4 +1,3 @@
-#include "desktop/CaptureRecorder.h"
 #include "desktop/ServerWatch.h"
 #include "platform/audio/AudioHardware.h"
 #include "platform/audio/DeviceInput.h"
@@ -7,6 +6,7 @@
 #include "platform/machine/Machine.h"
 #include "platform/process/Applications.h"
 #include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
 #include "support/SpeakerProbe.h"
 
 #include <gmock/gmock.h>
@@ -125,7 +125,7 @@ TEST(AudioSystem, TheDefaultOutputUnitIsHeardWholeOnWhicheverSinkIsTheDefaultAtW
         pipeWire.SetDefaultSink(standard);
         support::SpeakerProbe playing(standard), other(standard == "headset" ? "speakers" : "headset");
         EXPECT_TRUE(playing.BecomesAudible());
-        EXPECT_EQ(CountBreaks(playing.Next(48000)), 0u);
+        EXPECT_EQ(support::CheckCounter(playing.Next(48000)).mBreaks, 0u);
         EXPECT_TRUE(other.BecomesSilent());
     }
     EXPECT_THAT(platform::machine::Machine::Current().GetAudioServer().Snapshot().mStreams, SizeIs(0))
