@@ -34,7 +34,7 @@ struct Bank {
 };
 
 /// Output frame i of each channel = the window of `history` at points[i], weighted by the taps of its phase. kLanes
-/// frames beyond the last window are read, too, whatever they hold.
+/// frames beyond the last window, and as many points beyond the last, are read, too, whatever they hold.
 using Loop = void (*)(const Bank& bank, const Point* points, unsigned frames, const float* const* history,
                       float* const* output) noexcept;
 

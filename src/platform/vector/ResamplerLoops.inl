@@ -32,6 +32,7 @@ inline float Sum(const Lanes& lanes) noexcept
 }
 
 constexpr unsigned kBetweenBits = 32 - kPhaseBits;
+constexpr float kOneBetween = 1.0f / (1u << kBetweenBits);
 
 inline unsigned Row(const Point& point) noexcept
 {
@@ -41,8 +42,7 @@ inline unsigned Row(const Point& point) noexcept
 /// How far the point lies from its phase to the next.
 inline float Between(const Point& point) noexcept
 {
-    return static_cast<float>(static_cast<int>(point.mPhase & ((1u << kBetweenBits) - 1))) *
-           (1.0f / (1u << kBetweenBits));
+    return static_cast<float>(static_cast<int>(point.mPhase & ((1u << kBetweenBits) - 1))) * kOneBetween;
 }
 
 /// One frame after the other, of which each lane sums every kWidth-th tap. kGroups: how many groups of taps a phase
@@ -136,11 +136,16 @@ inline void ConvolveRun(const Bank& bank, const Point& first, const Lanes& t, co
             (run.mSums[channel][0] + run.mSums[channel][2]) + (run.mSums[channel][1] + run.mSums[channel][3]);
 }
 
-/// How many frames from the first on lie as Run wants them.
+/// How many frames from the first on lie as Run wants them. Ratios are even: where the last frame does, all do, but for
+/// what a ratio that turns back at 1 has gone beyond the phase meanwhile, and so far its curves hold.
 inline unsigned RunOf(const Point* points, unsigned most) noexcept
 {
+    const auto belongs = [&](unsigned frame) {
+        return points[frame].mStart == points[0].mStart + frame && Row(points[frame]) == Row(points[0]);
+    };
+    if (belongs(most - 1)) return most;
     unsigned run = 1;
-    while (run < most && points[run].mStart == points[0].mStart + run && Row(points[run]) == Row(points[0])) ++run;
+    while (belongs(run)) ++run;
     return run;
 }
 
@@ -150,13 +155,14 @@ void ConvolveRuns(const Bank& bank, const Point* points, unsigned frames, const 
                   float* const* output) noexcept
 {
     for (unsigned frame = 0; frame < frames;) {
-        const unsigned left = frames - frame;
-        const unsigned run = RunOf(points + frame, left < kWidth ? left : kWidth);
+        const Point* const first = points + frame;
+        const unsigned phase = Row(*first) << kBetweenBits, left = frames - frame;
         float between[kWidth];
         for (unsigned lane = 0; lane < kWidth; ++lane)
-            between[lane] = Between(points[lane < left ? frame + lane : frame]);
+            between[lane] = static_cast<float>(static_cast<int>(first[lane].mPhase - phase)) * kOneBetween;
         Lanes lanes[kChannels];
-        ConvolveRun<kChannels>(bank, points[frame], *reinterpret_cast<const UnalignedLanes*>(between), history, lanes);
+        ConvolveRun<kChannels>(bank, *first, *reinterpret_cast<const UnalignedLanes*>(between), history, lanes);
+        const unsigned run = RunOf(first, left < kWidth ? left : kWidth);
         for (unsigned channel = 0; channel < kChannels; ++channel) {
             float* const to = output[channel] + frame;
             if (left >= kWidth)

@@ -260,11 +260,10 @@ TEST(Resampler, AllInstructionSetsAgreeWithinRounding)
             group.mValue[lane] = Noise(1, ++seed), group.mSlope[lane] = Noise(2, seed),
             group.mBend[lane] = Noise(3, seed);
     for (auto* side : {&left, &right}) std::ranges::generate(*side, [&] { return Noise(4, ++seed); });
-    std::vector<loops::Point> points(100);
-    for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * 2654435761u};
+    std::vector<loops::Point> points(100 + loops::kLanes);
 
     const float* from[] = {left.data(), right.data()};
-    for (const unsigned groups : {3u, 4u, 6u, 8u}) {
+    const auto compare = [&](unsigned groups) {
         std::vector<std::array<std::vector<float>, 3>> outputs(sets.size());
         for (size_t set = 0; set < sets.size(); ++set) {
             auto& [one, other, single] = outputs[set];
@@ -278,6 +277,10 @@ TEST(Resampler, AllInstructionSetsAgreeWithinRounding)
                     ASSERT_NEAR(outputs[0][which][i], outputs[set][which][i], groups * 8e-6) << groups << ' ' << i;
             EXPECT_EQ(one, single);
         }
+    };
+    for (const uint32_t advance : {2654435761u, 1000000u}) {  // a phase of its own for each frame; for many the same
+        for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * advance};
+        for (const unsigned groups : {3u, 4u, 6u, 8u}) compare(groups);
     }
 }
 
