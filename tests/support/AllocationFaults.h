@@ -1,12 +1,10 @@
 // AllocationFaults: allocations of this program and its libraries as calls that a test makes fail. For one source of a
-// program: it replaces operator new, and the two of C that buffer lists are made with.
+// program: it replaces operator new, and what buffer lists are allocated by.
 #pragma once
 
 #include "support/Faults.h"
 
-#include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 
 namespace support {
@@ -33,12 +31,6 @@ inline bool AllocationFailsNow()
 {
     void* memory = nullptr;
     return support::AllocationFailsNow() || posix_memalign(&memory, alignment, bytes) != 0 ? nullptr : memory;
-}
-// Not by malloc: the compiler would make malloc and memset a call of this.
-[[gnu::noinline]] void* calloc(size_t count, size_t bytes) noexcept
-{
-    void* const memory = aligned_alloc(alignof(std::max_align_t), count * bytes);
-    return memory ? std::memset(memory, 0, count * bytes) : nullptr;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept
 {
