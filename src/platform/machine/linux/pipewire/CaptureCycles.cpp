@@ -12,8 +12,10 @@ const float* Samples(FilterPort* port, uint32_t frames) noexcept
 {
     pw_buffer* buffer = pw_filter_dequeue_buffer(port);
     if (buffer == nullptr) return nullptr;
+    const bool isEmpty = buffer->buffer->n_datas == 0;
     const spa_data& data = buffer->buffer->datas[0];
     pw_filter_queue_buffer(port, buffer);
+    if (isEmpty) return nullptr;
     const uint32_t offset = data.chunk->offset;
     const bool holds = data.data != nullptr && (data.chunk->flags & SPA_CHUNK_FLAG_EMPTY) == 0 &&
                        offset <= data.maxsize && data.maxsize - offset >= frames * sizeof(float);

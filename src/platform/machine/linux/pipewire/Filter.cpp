@@ -15,6 +15,13 @@ namespace {
 // Between the loss of a node and the next try: a server that refuses it is not asked without end.
 constexpr uint64_t kPauseNanos = 200'000'000;
 
+// A cycle that no server has would be divided by its rate, and walked through piece by piece.
+bool IsPossible(const spa_io_clock& clock) noexcept
+{
+    constexpr uint64_t kMostFrames = 65536;
+    return clock.duration >= 1 && clock.duration <= kMostFrames && clock.rate.denom != 0;
+}
+
 std::string UniqueNodeName(const std::string& name)
 {
     static std::atomic<unsigned> sCount{0};  // only unique; no order
@@ -130,7 +137,7 @@ void Filter::Process(const spa_io_position* position) CORVANE_REALTIME
 {
     const kernel::RealtimeScope scope;
     FilterClient* client = mClient.load(std::memory_order_acquire);
-    if (client == nullptr || position == nullptr) return;
+    if (client == nullptr || position == nullptr || !IsPossible(position->clock)) return;
     client->Process(*position, Ports(), mResumed.exchange(false, std::memory_order_relaxed));
 }
 
