@@ -6,6 +6,8 @@ namespace platform::vector::loops {
 
 const Loops kBaseline{Convolve<1>, Convolve<2>};
 
+namespace {
+
 bool HasWide() noexcept
 {
 #if defined(__x86_64__)
@@ -25,6 +27,8 @@ bool HasWidest() noexcept
     return false;
 #endif
 }
+
+}  // namespace
 
 const Loops& Best() noexcept
 {

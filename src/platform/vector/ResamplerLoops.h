@@ -47,12 +47,9 @@ struct Loops {
 const Loops& Best() noexcept;
 
 /// The sets themselves, for comparing them. Wide runs only where the processor has AVX2 and FMA, Widest where it has
-/// AVX-512. All agree within rounding.
+/// AVX-512 and Wide runs. All agree within rounding.
 extern const Loops kBaseline;
 extern const Loops kWide;
 extern const Loops kWidest;
-
-bool HasWide() noexcept;
-bool HasWidest() noexcept;
 
 }  // namespace platform::vector::loops
