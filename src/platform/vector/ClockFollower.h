@@ -55,7 +55,7 @@ public:
     double MeasuredPositionAt(uint64_t hostNanos) const noexcept;
 
 private:
-    static constexpr unsigned kPeriods = 32;
+    static constexpr unsigned kPeriods = 64;
 
     struct Stamp {
         int64_t mPosition = 0;
