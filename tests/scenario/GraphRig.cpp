@@ -196,6 +196,7 @@ void Rig::Listen()
         const auto channel = [&](size_t c) {
             return std::span(static_cast<const float*>(mOutput->mBuffers[c].mData), mFrames);
         };
+        mTracks[i].mHeld = mCapture.GetHeldFrames(i);
         const double stampOff = mWitnesses[i] ? mWitnesses[i]->StampOff(stamped) : 0;
         mTracks[i].Hear(channel(2 * i), channel(2 * i + 1), seconds, stampOff, FrameSeconds());
     }

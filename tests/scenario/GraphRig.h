@@ -69,6 +69,7 @@ public:
     bool IsSounding() const { return mLast == Content::Sound; }
 
     Content mLast = Content::Nothing;
+    double mHeld = 0;      // frames of the source's, that the ring holds for the read head
     double mOff = 0;       // frames, in the last sounding cycle: from the moment that it tells to the one it stands for
     double mFirstOff = 0;  // in the first one
     double mFirstByStamps = 0;  // the same, from the moment that the source's stamps tell
