@@ -75,7 +75,8 @@ public:
     /// Host time of the latest buffer, 0 where there is none. @thread any
     uint64_t GetLastInputHostTime() const noexcept { return mLastInputHostTime.load(std::memory_order_relaxed); }
 
-    /// How far the head lies behind the newest frame, in frames of the source; below 0: ahead of it.
+    /// How far the head lies behind the newest frame, in frames of the source; below 0: ahead of it. 0 until it is
+    /// placed.
     /// @thread the I/O thread
     double GetHeldFrames() const noexcept;
 
