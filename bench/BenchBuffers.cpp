@@ -39,10 +39,11 @@ List MakeList(uint32_t buffers, uint32_t channels)
     return list;
 }
 
-// Bytes of audio, each read once and written once.
+// Bytes of audio, each read once and written once, in blocks of kFrames.
 void CountBytes(benchmark::State& state, size_t bytes)
 {
     state.SetBytesProcessed(static_cast<int64_t>(bytes) * state.iterations());
+    state.SetItemsProcessed(kFrames * state.iterations());
 }
 
 void RingByMemcpy(benchmark::State& state)

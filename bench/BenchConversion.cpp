@@ -20,6 +20,7 @@ std::vector<float> MakeRing(size_t samples)
 void CountSamples(benchmark::State& state, size_t samples)
 {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * samples * sizeof(float)));
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * samples / 2));  // stereo frames
 }
 
 void Memcpy(benchmark::State& state)

@@ -63,6 +63,7 @@ void MixByMixMatrix(benchmark::State& state, Kind kind)
                                     static_cast<unsigned>(mixing.mOutputs.mPointers.size()), kFrames);
         benchmark::ClobberMemory();
     }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kFrames));
 }
 
 #if defined(__x86_64__)
@@ -88,6 +89,7 @@ void MixByLoop(benchmark::State& state, Kind kind)
         Loop(mixing);
         benchmark::ClobberMemory();
     }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kFrames));
 }
 
 void Shapes(benchmark::internal::Benchmark* mixing)

@@ -92,6 +92,7 @@ void Cycle(benchmark::State& state, double rateHz)
     const uint32_t silentBefore = capture.GetRenderCounts().mSilentCycles;
     for (auto _ : state) cycle();
     if (capture.GetRenderCounts().mSilentCycles > silentBefore + 2) state.SkipWithError("cycles were silent");
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kBlock));
     const auto inverse = benchmark::Counter::kIsRate | benchmark::Counter::kInvert;
     state.counters["core_percent"] = benchmark::Counter(double(state.iterations()) * kBlock / kRateHz / 100, inverse);
     CAAudioBufferList::Deallocate(data);

@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdio>
 #include <fstream>
+#include <numbers>
+#include <span>
 #include <string>
 
 namespace {
@@ -33,6 +36,20 @@ std::string Text(double value, const char* unit)
     char text[64];
     std::snprintf(text, sizeof(text), "%.2f %s", value, unit);
     return text;
+}
+
+// Of one frequency below full scale, through a Hann window.
+double LevelDB(std::span<const float> samples, double frequencyHz, double rateHz)
+{
+    const double turn = 2 * std::numbers::pi;
+    std::complex<double> sum = 0;
+    double window = 0;
+    for (size_t n = 0; n < samples.size(); ++n) {
+        const double hann = 0.5 - 0.5 * std::cos(turn * double(n) / double(samples.size()));
+        sum += hann * double(samples[n]) * std::polar(1.0, turn * frequencyHz / rateHz * double(n));
+        window += hann;
+    }
+    return 20 * std::log10(2 * std::abs(sum) / window + 1e-12);
 }
 
 bool LostNothing(const std::string& said)
@@ -80,7 +97,7 @@ void ProveTone(const Recording& recording, const std::string& said, unsigned sec
           Text(20 * std::log10(fit.mAmplitude), "dB"));
     Prove(fit.mResidualDB < -140, "nothing else is: the rest lies below the tone by", Text(-fit.mResidualDB, "dB"));
     for (const double absent : {kMusicHz, kGameHz}) {
-        const double level = support::LevelDB(settled, absent, kRateHz);
+        const double level = LevelDB(settled, absent, kRateHz);
         Prove(level < -120, absent == kMusicHz ? "the music (440 Hz) is not" : "the game (2500 Hz) is not",
               Text(level, "dB"));
     }
@@ -117,9 +134,9 @@ void WritePictureData(const Recording& recording, const std::string& folder)
     constexpr int kPoints = 500;
     for (int i = 0; i <= kPoints; ++i) {
         const double hertz = std::round(20 * std::pow(1000.0, double(i) / kPoints));
-        spectrum << hertz << ' ' << support::LevelDB(second, hertz, kRateHz) << '\n';
+        spectrum << hertz << ' ' << LevelDB(second, hertz, kRateHz) << '\n';
     }
-    spectrum << kInterviewHz << ' ' << support::LevelDB(second, kInterviewHz, kRateHz) << '\n';
+    spectrum << kInterviewHz << ' ' << LevelDB(second, kInterviewHz, kRateHz) << '\n';
 }
 
 }  // namespace

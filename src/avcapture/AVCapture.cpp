@@ -75,10 +75,12 @@ int32_t AVCapture::AudioSetup(AVCaptureAudioCallback callback, void* userData,
 }
 
 int AVCapture::AudioAvailable()
-{
+try {
     const avcapture::IOObject service = avcapture::FindTapService();
     if (!service) return 0;
     return avcapture::ReadTapVersion(service) >= 2 ? 3 : 1;
+} catch (const std::bad_alloc&) {
+    return 0;  // one that cannot be looked for cannot be opened
 }
 
 int32_t AVCapture::Resume()

@@ -30,7 +30,7 @@ public:
 
     /// Whether the tap can work at all, without opening it.
     ///
-    /// @return 0 without a service, 1 with one of the first version, 3 with a later one
+    /// @return 0 without a service, also where memory is short; 1 with one of the first version, 3 with a later one
     static int AudioAvailable();
 
     AVCapture(const AVCapture&) = delete;

@@ -50,6 +50,7 @@ OSStatus CVNMatrixedCapture::Render(UInt32* flags, const AudioTimeStamp* time, U
         mAllowRenderingPending = false;
         AllowRendering();
     }
+    SizeMixBuffer(frames);
     switch (LookAtInputs(frames)) {
         case Readiness::Waiting:
             CAAudioBufferList::Clear(*data);
@@ -121,10 +122,15 @@ void CVNMatrixedCapture::StartAnew() noexcept
     mMixer->Reset();  // a unit that does not reset keeps less than a slice, and there is no second way to ask
 }
 
-OSStatus CVNMatrixedCapture::RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept
+/// In silent cycles, too: what is cleared is what its byte sizes say, and the cycle before may have been a shorter one.
+void CVNMatrixedCapture::SizeMixBuffer(UInt32 frames) noexcept
 {
     for (AudioBuffer& buffer : std::span(mMixBuffer->mBuffers, mMixBuffer->mNumberBuffers))
         buffer.mDataByteSize = frames * mCaptureDesc.mBytesPerFrame;
+}
+
+OSStatus CVNMatrixedCapture::RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept
+{
     const OSStatus error = mMixer->Render(flags, time, bus, frames, mMixBuffer);
     CountRefusals(frames);
     return error;

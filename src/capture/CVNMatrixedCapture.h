@@ -151,6 +151,8 @@ public:
     size_t GetInputCount() const { return mInputs.size(); }
     /// @param index  below GetInputCount, in the order of adding
     CVNInputStatus GetInputStatus(size_t index) const noexcept;
+    /// What an input's ring holds for its read head, in frames of the source. @thread the I/O thread
+    double GetHeldFrames(size_t index) const noexcept { return mInputs[index]->GetHeldFrames(); }
     /// Prints the state for a person.
     void Dump_Diagnostics();
 
@@ -167,6 +169,7 @@ private:
     Readiness Align(UInt32 frames) noexcept;
     Readiness CheckInputs(UInt32 frames) noexcept;
     void StartAnew() noexcept;
+    void SizeMixBuffer(UInt32 frames) noexcept;
     OSStatus RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept;
     void CountRefusals(UInt32 frames) noexcept;
 

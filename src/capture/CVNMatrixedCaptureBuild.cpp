@@ -1,5 +1,6 @@
 // The graph's making and ending, its start and stop.
 #include "capture/CVNMatrixedCapture.h"
+#include "capture/InterleavedFloats.h"
 #include "capture/OSLAudio_SupportCapture.h"
 #include "capture/Status.h"
 #include "capture/buffers/CAAudioBufferList.h"
@@ -27,21 +28,6 @@ constexpr double kNanosPerSecond = 1e9;
 bool IsDefaultInput(CFStringRef uid)
 {
     return uid && cf::ToStdString(uid) == CVNMatrixedCapture::kDefaultInputDeviceUID;
-}
-
-/// What a hardware input shall deliver at the device's own rate.
-AudioStreamBasicDescription RequestInterleaved(UInt32 channels)
-{
-    const UInt32 frameBytes = UInt32(sizeof(float)) * channels;
-    return {0,
-            kAudioFormatLinearPCM,
-            kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-            frameBytes,
-            1,
-            frameBytes,
-            channels,
-            32,
-            0};
 }
 
 }  // namespace
@@ -100,7 +86,7 @@ OSStatus CVNMatrixedCapture::AddInputDeviceCapture(CFStringRef deviceUID, UInt32
         const CFStringRef uid = IsDefaultInput(deviceUID) ? nullptr : deviceUID;
         auto source = std::make_unique<OSLAudio_InputCapture>();
         const bool own = mOutputChannelCount != 1 && mOutputChannelCount != 2;
-        AudioStreamBasicDescription request = RequestInterleaved(own ? 0 : mOutputChannelCount);
+        AudioStreamBasicDescription request = capture::InterleavedFloats(0, own ? 0 : mOutputChannelCount);
         if (const OSStatus error = source->Create(uid, dataSource, own ? nullptr : &request)) return error;
         if (own) {
             if (const OSStatus error = source->GetAudioDesc(&request)) return error;

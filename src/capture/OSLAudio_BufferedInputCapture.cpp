@@ -181,6 +181,14 @@ void OSLAudio_BufferedInputCapture::ClearTimes() noexcept
     mFetchTime.mFlags = kAudioTimeStampSampleTimeValid;
 }
 
+double OSLAudio_BufferedInputCapture::GetHeldFrames() const noexcept
+{
+    if (mFetchTime.mSampleTime == 0) return 0;
+    int64_t start = 0, end = 0;
+    mRingBuffer->GetTimeBounds(start, end);  // an overload leaves the zeros
+    return double(end) - mFetchTime.mSampleTime;
+}
+
 AudioTimeStamp OSLAudio_BufferedInputCapture::BufferStartTimeStamp()
 {
     int64_t start = 0, end = 0;

@@ -75,6 +75,11 @@ public:
     /// Host time of the latest buffer, 0 where there is none. @thread any
     uint64_t GetLastInputHostTime() const noexcept { return mLastInputHostTime.load(std::memory_order_relaxed); }
 
+    /// How far the head lies behind the newest frame, in frames of the source; below 0: ahead of it. 0 until it is
+    /// placed.
+    /// @thread the I/O thread
+    double GetHeldFrames() const noexcept;
+
     /// Frames of the source's that its sample times passed over. @thread any
     uint64_t GetMissedFrames() const noexcept { return mMissedFrames.load(std::memory_order_relaxed); }
 

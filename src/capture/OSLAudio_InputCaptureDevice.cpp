@@ -1,6 +1,7 @@
 // A hardware input's device: which one, its formats, channels and latencies.
 #include "capture/OSLAudio_InputCapture.h"
 
+#include "capture/InterleavedFloats.h"
 #include "capture/Status.h"
 #include "capture/buffers/AI.h"
 #include "capture/buffers/CAAudioBufferList.h"
@@ -143,16 +144,7 @@ OSStatus OSLAudio_InputCapture::GetDefaultDesc(AudioStreamBasicDescription* desc
 {
     AudioStreamBasicDescription device{};
     if (const OSStatus error = GetDeviceDesc(&device)) return error;
-    const UInt32 frameBytes = UInt32(sizeof(float)) * device.mChannelsPerFrame;
-    *desc = {device.mSampleRate,
-             kAudioFormatLinearPCM,
-             kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-             frameBytes,
-             1,
-             frameBytes,
-             device.mChannelsPerFrame,
-             32,
-             0};
+    *desc = capture::InterleavedFloats(device.mSampleRate, device.mChannelsPerFrame);
     return 0;
 }
 

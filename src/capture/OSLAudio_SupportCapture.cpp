@@ -1,5 +1,6 @@
 #include "capture/OSLAudio_SupportCapture.h"
 
+#include "capture/InterleavedFloats.h"
 #include "capture/Status.h"
 #include "capture/buffers/AI.h"
 #include "capture/buffers/DeviceProperties.h"
@@ -12,7 +13,6 @@
 namespace {
 
 constexpr UInt32 kTapChannels = 2;
-constexpr UInt32 kTapFrameBytes = kTapChannels * sizeof(float);
 constexpr double kStandardRateHz = 44100.0;
 constexpr double kNanosPerSecond = 1e9;
 
@@ -52,15 +52,7 @@ UInt32 OSLAudio_SupportCapture::GetSourceType()
 
 OSStatus OSLAudio_SupportCapture::Create(CFArrayRef applications, CFArrayRef devices, AudioStreamBasicDescription* desc)
 {
-    mAudioDesc = {GetMaximimumSampleRateForDeviceUIDs(devices),
-                  kAudioFormatLinearPCM,
-                  kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-                  kTapFrameBytes,
-                  1,
-                  kTapFrameBytes,
-                  kTapChannels,
-                  32,
-                  0};
+    mAudioDesc = capture::InterleavedFloats(GetMaximimumSampleRateForDeviceUIDs(devices), kTapChannels);
     AVCapture* session = nullptr;
     const OSStatus error = AVCapture::CreateAudio(&session, OSLAudio_SupportCapture_Callback, this, mAudioDesc, devices,
                                                   applications, kAVCaptureLowLatencyAudio);

@@ -79,14 +79,15 @@ int ResolveInput(const Source& source, RecordingWish& wish)
 // track each, in the order in which they were given.
 int ResolveTracks(const std::vector<Source>& sources, RecordingWish& wish)
 {
-    const auto applications = platform::process::CopyApplications();
-    std::optional<size_t> mixed;  // the track of all the applications
+    std::optional<std::vector<platform::process::Application>> applications;  // looked for where one is asked for
+    std::optional<size_t> mixed;                                              // the track of all the applications
     for (const Source& source : sources) {
         if (source.mKind == Source::Kind::Input) {
             if (const int code = ResolveInput(source, wish)) return code;
             continue;
         }
-        const Resolution resolution = Resolve(source, applications, ProcessExists);
+        if (!applications) applications = platform::process::CopyApplications();
+        const Resolution resolution = Resolve(source, *applications, ProcessExists);
         if (!resolution.mError.empty()) return Complain(resolution.mError, kExitNotFound);
         if (wish.mKeepsChannels || !mixed) {
             mixed = wish.mTracks.size();
@@ -118,13 +119,6 @@ int ResolveOutputs(const std::vector<std::string>& from, const std::vector<Devic
             kExitNotFound);
     }
     return kExitDone;
-}
-
-unsigned CountChannels(const std::vector<Track>& tracks)
-{
-    unsigned channels = 0;
-    for (const Track& track : tracks) channels += track.mChannels;
-    return channels;
 }
 
 unsigned DefaultRate(const std::vector<Device>& outputs, const RecordingWish& wish)
@@ -215,7 +209,7 @@ int RunRecord(const RecordOptions& options)
     const std::vector<Device> outputs = CopyDevices(Side::Output);
     if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
     if (const int code = ResolveTracks(sources, wish)) return code;
-    if (wish.mKeepsChannels) wish.mChannels = CountChannels(wish.mTracks);
+    if (const std::string wrong = CountKeptChannels(wish); !wrong.empty()) return Complain(wrong), kExitUsage;
     if (wish.mRateHz == 0) wish.mRateHz = DefaultRate(outputs, wish);
     FixFrames(options, wish);
     return Record(wish, options);

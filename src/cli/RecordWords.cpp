@@ -70,6 +70,18 @@ std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::ve
     return {};
 }
 
+std::string CountKeptChannels(RecordingWish& wish)
+{
+    if (!wish.mKeepsChannels) return {};
+    wish.mChannels = 0;
+    for (const Track& track : wish.mTracks) wish.mChannels += track.mChannels;
+    if (wish.mChannels <= kMostChannels) return {};
+    return fmt::format(
+        "the sources have {} channels together, and a file takes {}; leave some out, or mix them, "
+        "for example with -c 2",
+        wish.mChannels, kMostChannels);
+}
+
 void FixFrames(const RecordOptions& options, RecordingWish& wish)
 {
     double seconds = 0;

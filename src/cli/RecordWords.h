@@ -21,6 +21,10 @@ std::string ReadRate(const std::string& text, unsigned& rateHz);
 /// @return an empty string, or what is wrong: the word quoted, and an example of a right one
 std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources);
 
+/// Gives a recording that keeps channels as many as its tracks have together.
+/// @return an empty string, or what is wrong: they are more than a mix takes
+std::string CountKeptChannels(RecordingWish& wish);
+
 /// The count of frames that the time asked for means, once the rate is known.
 void FixFrames(const RecordOptions& options, RecordingWish& wish);
 

@@ -1,6 +1,7 @@
 #include "tap/LaneVoice.h"
 
 #include "platform/kernel/Realtime.h"
+#include "platform/vector/VectorKernels.h"
 
 #include <algorithm>
 #include <array>
@@ -39,13 +40,12 @@ void LaneVoice::Render(unsigned frames, double ratio, float* output) noexcept
 {
     const unsigned needed = mResampler.InputFramesFor(frames, ratio);
     std::array<const float*, kMostChannels> in{};
-    std::array<float*, kMostChannels> out{};
+    std::array<float*, kMostChannels> planes{}, out{};
     for (unsigned channel = 0; channel < mChannels; ++channel) {
-        float* plane = &mPlanarIn[channel * mMostInput];
-        for (unsigned i = 0; i < needed; ++i) plane[i] = mInterleaved[i * mChannels + channel];
-        in[channel] = plane;
+        in[channel] = planes[channel] = &mPlanarIn[channel * mMostInput];
         out[channel] = &mPlanarOut[channel * mMostOutput];
     }
+    platform::vector::Deinterleave(mInterleaved.data(), mChannels, planes.data(), mChannels, needed);
     mResampler.Process(in.data(), out.data(), frames, ratio);
     for (unsigned channel = 0; channel < mChannels; ++channel)
         for (unsigned i = 0; i < frames; ++i) output[i * mChannels + channel] += out[channel][i];

@@ -112,16 +112,16 @@ TEST_F(Setup, EveryCallThatFailsGivesItsOwnStatusAndLeavesNothingBehind)
     folder.Write("mach_kernel", "\xce\xfa\xed\xfe");
     mMachine.mFiles.mRoot = folder.Root();
     constexpr int32_t kFailure = ScriptedTapService::kFailure;
-    const std::vector<int32_t> wanted{kFailure,  // open
+    const std::vector<int32_t> wanted{kFailure,
                                       kFailure,
                                       kFailure,
                                       kIOReturnNotFound,
-                                      kFailure,  // symbols: size, names, the file's memory, reply
+                                      kFailure,  // open; symbols: size, names, the file, reply
                                       kFailure,
-                                      kFailure,  // properties, sizes
+                                      kFailure,
                                       kAVCaptureNoMemory,
                                       kAVCaptureNoMemory,
-                                      kFailure,  // regions
+                                      kFailure,  // properties, sizes; the regions
                                       kAVCaptureNoMemory,
                                       FakeMemory::kProtectError,
                                       FakeMemory::kLockError};

@@ -5,22 +5,12 @@
 #include <algorithm>
 #include <thread>
 
-using support::ScriptedTapService;
-
 namespace {
 
 using Steps = std::vector<std::string>;
 
-class Session : public testing::Test {
+class Session : public TapServiceFixture {
 protected:
-    Session()
-    {
-        support::FakeMachine::Installed();
-        mService = ScriptedTapService::Publish();
-        mService->mVersion = Number(2);
-    }
-    ~Session() override { platform::kernel::WithdrawServices(); }
-
     int32_t Create(AVCaptureAudioCallback callback = Count)
     {
         AVCapture* session = reinterpret_cast<AVCapture*>(this);
@@ -31,7 +21,6 @@ protected:
         return error;
     }
 
-    std::shared_ptr<ScriptedTapService> mService;
     std::unique_ptr<AVCapture> mSession;
     std::atomic<int> mChunks{0};
 
@@ -93,12 +82,11 @@ TEST_F(Session, LifeGoesFromPausedThroughResumedToStoppedAndNoFurther)
     EXPECT_EQ(std::ranges::count(mService->mSteps, "close"), 1);
 }
 
+// The fixture sees to it that the tap has gone.
 TEST_F(Session, ADeletedSessionHasGivenUpItsTap)
 {
     ASSERT_EQ(Create(), 0);
     ASSERT_EQ(mSession->Resume(), 0);
-    mSession.reset();
-    EXPECT_EQ(mService->mClients, 0);
 }
 
 }  // namespace

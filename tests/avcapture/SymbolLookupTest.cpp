@@ -142,26 +142,19 @@ protected:
 TEST_F(SymbolExchange, TheReplyHoldsNamesAByteApartAndTheTableThatTheyRunInto)
 {
     Write("mach_kernel", MakeImage(kSymbols), 0);
-    ASSERT_EQ(Ask(std::string("\0", 1)), 0);
-    EXPECT_EQ(mService->mSymbolReply, (Words{8, 0}.mBytes));
-    ASSERT_EQ(Ask(std::string("_kern\0\0", 7)), 0);
-    Words one{12};  // 4 + 6 + 4, rounded down
-    one.mBytes.insert(one.mBytes.end(), {'_', 'k', 'e', 'r', 'n', 0, 0, 0});
-    EXPECT_EQ(mService->mSymbolReply, one.Add({0x2000}).mBytes);
-
-    std::string request, names;
-    for (int i = 0; i < 9; ++i) {
-        request += std::string("_kern") + '\0';
-        names += std::string("_kern") + '\0' + '\0';
+    for (const uint32_t count : {0, 1, 9}) {
+        std::string request;
+        for (uint32_t i = 0; i < count; ++i) request.append("_kern", 6);
+        ASSERT_EQ(Ask(request + '\0'), 0);
+        const uint32_t table = (4 + 6 * count + 4) / 4 * 4, value = 0x2000;  // its place is rounded down
+        Bytes expected(table + 4 * count);
+        std::memcpy(&expected[0], &table, 4);
+        for (uint32_t i = 0; i < count; ++i) {
+            std::memcpy(&expected[table + 4 * i], &value, 4);
+            std::memcpy(&expected[4 + 7 * i], "_kern", 6);  // the ninth lies on the table
+        }
+        EXPECT_EQ(mService->mSymbolReply, expected) << count;
     }
-    ASSERT_EQ(Ask(request + '\0'), 0);
-    const Bytes& reply = mService->mSymbolReply;
-    ASSERT_EQ(reply.size(), 60u + 9 * 4);  // the table at 4 + 54 + 4, rounded down
-    const std::string written(reply.begin() + 4, reply.begin() + 60);
-    EXPECT_EQ(written, names.substr(0, 56));
-    EXPECT_EQ(std::string(reply.begin() + 60, reply.begin() + 66), names.substr(56, 5) + '\0')
-        << "the ninth, on the table";
-    EXPECT_EQ(Bytes(reply.end() - 4, reply.end()), Words{0x2000}.mBytes);
 }
 
 TEST_F(SymbolExchange, RequestsThatCannotBeAnsweredAreRefusedWithoutAReply)

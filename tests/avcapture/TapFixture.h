@@ -1,4 +1,4 @@
-// TapFixture: a tap on a scripted service, and what its callback was given.
+// TapServiceFixture: a scripted service on a fake machine. TapFixture: a tap on it, and what its callback was given.
 #pragma once
 
 #include "avcapture/AVCaptureCorvane.h"
@@ -14,28 +14,14 @@
 
 inline AudioStreamBasicDescription FloatFormat(double rate = 44100, uint32_t channels = 2)
 {
-    return {rate,
-            kAudioFormatLinearPCM,
-            kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-            channels * 4,
-            1,
-            channels * 4,
-            channels,
-            32,
-            0};
+    constexpr uint32_t kFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+    return {rate, kAudioFormatLinearPCM, kFlags, channels * 4, 1, channels * 4, channels, 32, 0};
 }
 
 inline AudioStreamBasicDescription Int16Format(uint32_t flags = 0)
 {
-    return {44100,
-            kAudioFormatLinearPCM,
-            kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked | flags,
-            4,
-            1,
-            4,
-            2,
-            16,
-            0};
+    flags |= kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    return {44100, kAudioFormatLinearPCM, flags, 4, 1, 4, 2, 16, 0};
 }
 
 inline cf::Ref<cf::Object> Number(int32_t value)
@@ -62,20 +48,24 @@ struct Delivered {
     }
 };
 
-class TapFixture : public testing::Test {
+class TapServiceFixture : public testing::Test {
 protected:
-    TapFixture()
+    TapServiceFixture() { mService->mVersion = Number(2); }
+    ~TapServiceFixture() override
     {
-        mService->mVersion = Number(2);
-        mDetails.audioFormat = FloatFormat();
-    }
-    ~TapFixture() override
-    {
-        mTap.reset();
         EXPECT_EQ(mService->mClients, 0);
         EXPECT_EQ(mMachine.mMemory.mBytes, mBytesBefore);
         platform::kernel::WithdrawServices();
     }
+
+    support::FakeMachine& mMachine = support::FakeMachine::Installed();
+    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
+    const size_t mBytesBefore = mMachine.mMemory.mBytes;
+};
+
+class TapFixture : public TapServiceFixture {
+protected:
+    TapFixture() { mDetails.audioFormat = FloatFormat(); }
 
     int32_t Create(const cf::Ref<cf::Array>& devices = Array({CFSTR("speakers")}),
                    const cf::Ref<cf::Array>& processes = {}, bool translated = false)
@@ -95,9 +85,6 @@ protected:
         mTap->MoveToWriter();
     }
 
-    support::FakeMachine& mMachine = support::FakeMachine::Installed();
-    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
-    size_t mBytesBefore = mMachine.mMemory.mBytes;
     AVCaptureDetails mDetails;
     unsigned int mFlags = kAVCaptureLowLatencyAudio;
     void* mUserData = this;

@@ -148,6 +148,41 @@ TEST_F(InputCapture, DevicesAreListedByDirectionInTheServersOrder)
     AudioDeviceID device = 7;
     EXPECT_EQ(AI_GetDeviceWithUID(nullptr, &device), 0);
     EXPECT_EQ(device, 7u);
+    UInt32 alive = 0, channels = 0;
+    EXPECT_EQ(AI_IsDeviceAlive(wide, &alive), 0);
+    EXPECT_EQ(AI_GetNumChannels(wide, &channels), 0);
+    EXPECT_EQ(alive + channels, 1u + 3u);
+    EXPECT_EQ(AI_IsDeviceAlive(7, &alive), kAudioHardwareBadDeviceError);
+    EXPECT_FALSE(AI_SupportsStereo(wide)) << "the pair is the device's to say";
+    AudioStreamBasicDescription desc = FloatDesc(44100, 2);
+    EXPECT_EQ(AI_SetDeviceToClosestFormatMatch(wide, &desc), 0);
+    EXPECT_EQ(desc.mSampleRate, 96000) << "a native device stays as it is, and says so";
+    EXPECT_EQ(desc.mChannelsPerFrame, 3u);
+}
+
+TEST(AI, PrintsADescriptionFieldByFieldAndGivesAUnitsInputTheFormatOfItsOutput)
+{
+    ComponentDescription description = {FourCC("aufc"), FourCC("conv"), FourCC("appl"), 0, 0};
+    AudioUnit unit = nullptr;
+    ASSERT_EQ(OpenAComponent(FindNextComponent(nullptr, &description), &unit), 0);
+    const AudioStreamBasicDescription six = FloatDesc(96000, 6, false);
+    ASSERT_EQ(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0, &six, sizeof six),
+              0);
+    AudioStreamBasicDescription desc{};
+    EXPECT_EQ(AI_MatchAUFormats(&unit, &desc, 0), 0);
+    EXPECT_EQ(AI_MatchAUFormats(&unit, &desc, 1), kAudioUnitErr_InvalidElement);
+    desc = {};
+    UInt32 size = sizeof desc;
+    AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &desc, &size);
+    CloseComponent(unit);
+    testing::internal::CaptureStderr();
+    AI_PrintStreamDesc(&desc);
+    AI_PrintStreamDesc(nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "- - - - - - - - - - - - - - - - - - - -\n  Sample Rate:96000.000000\n  Format ID:lpcm\n"
+              "  Format Flags:29\n  Bytes per Packet:4\n  Frames per Packet:1\n  Bytes per Frame:4\n"
+              "  Channels per Frame:6\n  Bits per Channel:32\n  Reserved: 0\n"
+              "- - - - - - - - - - - - - - - - - - - -\nCan't print a NULL desc!\n");
 }
 
 }  // namespace

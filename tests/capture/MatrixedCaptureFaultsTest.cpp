@@ -2,19 +2,20 @@
 #include "FakeSource.h"
 #include "avcapture/TapFixture.h"
 #include "capture/CVNMatrixedCapture.h"
+#include "capture/Status.h"
 #include "support/AllocationFaults.h"
 
+#include <set>
 #include <thread>
 
 namespace {
 
 using P = platform::machine::ChannelPosition;
 
-class MatrixedCaptureFaults : public testing::Test {
+class MatrixedCaptureFaults : public TapServiceFixture {
 protected:
     MatrixedCaptureFaults()
     {
-        mService->mVersion = Number(2);
         platform::machine::ServerSnapshot snapshot;
         snapshot.mConnected = true;
         snapshot.mOutputs = {{11, "speakers", "Speakers", 44100, {P::FrontLeft, P::FrontRight}}};
@@ -22,7 +23,6 @@ protected:
         snapshot.mInputs = {{21, "mic", "Mic", 48000, {P::Mono}}};
         mMachine.mServer.Change(snapshot);
     }
-    ~MatrixedCaptureFaults() override { platform::kernel::WithdrawServices(); }
 
     OSStatus Build(CVNMatrixedCapture& capture)
     {
@@ -32,8 +32,6 @@ protected:
         return capture.Resume();
     }
 
-    support::FakeMachine& mMachine = support::FakeMachine::Installed();
-    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
     cf::Ref<cf::String> mMic = cf::Ref<cf::String>::Share(CFSTR("mic"));
 };
 
@@ -44,12 +42,14 @@ TEST_F(MatrixedCaptureFaults, EveryAllocationThatFailsIsToldAndLeavesNothingOpen
     capture.Pause();
     ASSERT_EQ(capture.Uninitialize(), 0);
     support::Faults faults;
+    std::set<OSStatus> statuses;
     do {
         ++faults.mFailing;
         faults.mCalls = 0;
         support::sAllocationFaults = &faults;
         const OSStatus status = Build(capture);
         support::sAllocationFaults = nullptr;
+        statuses.insert(status);
         EXPECT_EQ(status != 0, faults.mCalls > faults.mFailing) << faults.mFailing;
         capture.Pause();
         EXPECT_EQ(capture.Uninitialize(), 0);
@@ -58,6 +58,8 @@ TEST_F(MatrixedCaptureFaults, EveryAllocationThatFailsIsToldAndLeavesNothingOpen
         EXPECT_EQ(mMachine.mServer.Deliver("mic", {}), 0u);
     } while (faults.mCalls > faults.mFailing);
     EXPECT_GT(faults.mFailing, 50);
+    for (const OSStatus own : {capture::kNoMixer, capture::kNoMixBuffer, capture::kNoMixBufferData})
+        EXPECT_TRUE(statuses.contains(own)) << own;
 }
 
 TEST_F(MatrixedCaptureFaults, SourcesPushWhileCyclesBeginAnewAndVolumesAndRateChange)

@@ -141,8 +141,10 @@ TEST_F(MatrixedCapture, OneThatIsAheadSilencesTheMixMovesNothingAndIsNeverCounte
     EXPECT_EQ(mCapture.GetRenderCounts().mSilentCycles, 20u);
     EXPECT_EQ(mCapture.GetInputStatus(1).mSilentFrames, 20 * kFrames);
     EXPECT_EQ(Behind(), 0u);
-    stops.Push(2048, 20000);
+    stops.Push(2048, kFrames + 256);
     EXPECT_EQ(Render()[0][100], 2 * SampleAt(2048 - kDelay + 100));
+    EXPECT_FALSE(Render(0, 256).IsSilent());
+    EXPECT_TRUE(Render().IsSilent()) << "nothing is left of a longer cycle before the short one";
 }
 
 TEST_F(MatrixedCapture, AnInputAtAnotherRateThatRefusesThePullMovesAgainstNoOther)

@@ -5,22 +5,15 @@
 
 namespace {
 
-class SupportCapture : public testing::Test {
+class SupportCapture : public TapServiceFixture {
 protected:
     SupportCapture()
     {
-        mService->mVersion = Number(2);
         platform::machine::ServerSnapshot snapshot;
         snapshot.mConnected = true;
         snapshot.mOutputs = {{11, "slow", "Slow", 44100, {}}, {12, "fast", "Fast", 96000, {}}};
         snapshot.mDefaultOutput = 12;
         mMachine.mServer.Change(snapshot);
-    }
-    ~SupportCapture() override
-    {
-        mCapture.reset();
-        EXPECT_EQ(mService->mClients, 0);
-        platform::kernel::WithdrawServices();
     }
     void Create()
     {
@@ -38,8 +31,6 @@ protected:
         return 0;
     }
 
-    support::FakeMachine& mMachine = support::FakeMachine::Installed();
-    std::shared_ptr<support::ScriptedTapService> mService = support::ScriptedTapService::Publish();
     std::unique_ptr<OSLAudio_SupportCapture> mCapture = std::make_unique<OSLAudio_SupportCapture>();
     float mSamples[256] = {};
     AudioTimeStamp mTime{};

@@ -43,5 +43,19 @@ TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
     }
 }
 
+TEST(RecordWords, KeptChannelsAreCountedTogetherUpToWhatAMixTakes)
+{
+    RecordingWish wish;
+    wish.mTracks = {{.mChannels = 62}, {.mChannels = 2}};
+    wish.mChannels = 2;
+    EXPECT_EQ(CountKeptChannels(wish), "");
+    EXPECT_EQ(wish.mChannels, 2u) << "which are mixed";
+    wish.mKeepsChannels = true;
+    EXPECT_EQ(CountKeptChannels(wish), "");
+    EXPECT_EQ(wish.mChannels, 64u);
+    wish.mTracks.push_back({.mChannels = 1});
+    EXPECT_NE(CountKeptChannels(wish).find("65 channels"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace cli

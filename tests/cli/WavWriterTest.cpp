@@ -1,6 +1,7 @@
 #include "cli/WavWriter.h"
 
 #include "support/FolderTree.h"
+#include "support/Recording.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -21,27 +22,12 @@ namespace cli {
 namespace {
 
 namespace fs = std::filesystem;
+using support::ReadRecording;
+using support::Recording;
 
 class WavWriterTest : public ::testing::Test {
 protected:
     std::string Path(const char* name = "a.wav") const { return mFolder.Path(name); }
-
-    // What an independent reader sees in the file.
-    struct Contents {
-        SF_INFO mInfo = {};
-        std::vector<float> mSamples;
-    };
-    Contents ReadBack(const std::string& path) const
-    {
-        Contents contents;
-        SNDFILE* file = sf_open(path.c_str(), SFM_READ, &contents.mInfo);
-        EXPECT_NE(file, nullptr) << sf_strerror(nullptr);
-        if (!file) return contents;
-        contents.mSamples.resize(size_t(contents.mInfo.frames) * size_t(contents.mInfo.channels));
-        EXPECT_EQ(sf_readf_float(file, contents.mSamples.data(), contents.mInfo.frames), contents.mInfo.frames);
-        sf_close(file);
-        return contents;
-    }
 
     const support::FolderTree mFolder;
 };
@@ -64,10 +50,10 @@ TEST_F(WavWriterTest, EveryFormatIsReadBackAsItWasWritten)
         ASSERT_EQ(writer.Open(Path(), true), 0);
         ASSERT_EQ(writer.Write(samples.data(), 10000), 0);
         ASSERT_EQ(writer.Close(), 0);
-        const Contents contents = ReadBack(Path());
-        EXPECT_EQ(contents.mInfo.samplerate, 44100);
-        EXPECT_EQ(contents.mInfo.channels, 2);
-        EXPECT_EQ(contents.mSamples, samples) << "16 bits hold these values exactly, so every format gives them back";
+        const Recording recording = ReadRecording(Path());
+        EXPECT_EQ(recording.mRateHz, 44100);
+        EXPECT_EQ(recording.mChannels, 2);
+        EXPECT_EQ(recording.mSamples, samples) << "16 bits hold these values exactly, so every format gives them back";
     }
 }
 
@@ -80,7 +66,7 @@ TEST_F(WavWriterTest, IntegersRoundToTheNearestAndClipAtFullScale)
     EXPECT_EQ(writer.ClippedSamples(), 3u) << "1.0 has no 16-bit value, 1.5 and -1.5 lie beyond";
     ASSERT_EQ(writer.Close(), 0);
     const float kOne = 1.0f / 32768;
-    EXPECT_EQ(ReadBack(Path()).mSamples, (std::vector<float>{1 - kOne, -1, 1 - kOne, -1, 0, -kOne, 0, 0}));
+    EXPECT_EQ(ReadRecording(Path()).mSamples, (std::vector<float>{1 - kOne, -1, 1 - kOne, -1, 0, -kOne, 0, 0}));
 }
 
 TEST_F(WavWriterTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
@@ -92,9 +78,9 @@ TEST_F(WavWriterTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
     ASSERT_EQ(writer.UpdateHeader(), 0);
     ASSERT_EQ(writer.Write(samples.data() + 4000, 1000), 0);
     fs::copy_file(Path(), Path("killed.wav"));  // what a killed program leaves
-    const Contents contents = ReadBack(Path("killed.wav"));
-    EXPECT_GE(contents.mInfo.frames, 2000);
-    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + 4000, contents.mSamples.begin()));
+    const Recording recording = ReadRecording(Path("killed.wav"));
+    ASSERT_GE(recording.Frames(), 2000u);
+    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + 4000, recording.mSamples.begin()));
 }
 
 TEST_F(WavWriterTest, FourGigabytesAreNoLimit)
@@ -132,10 +118,10 @@ TEST_F(WavWriterTest, AFullDiskLeavesAFileOfWholeFrames)
     ASSERT_EQ(writer.Open(Path(), false), 0);
     EXPECT_EQ(writer.Write(samples.data(), 50000), EFBIG);
     EXPECT_EQ(writer.Close(), EFBIG);
-    const Contents contents = ReadBack(Path());
-    EXPECT_EQ(contents.mInfo.frames, sf_count_t(writer.Frames()));
-    EXPECT_GE(contents.mInfo.frames, 8192);
-    EXPECT_TRUE(std::equal(contents.mSamples.begin(), contents.mSamples.end(), samples.begin()));
+    const Recording recording = ReadRecording(Path());
+    EXPECT_EQ(recording.Frames(), writer.Frames());
+    EXPECT_GE(recording.Frames(), 8192u);
+    EXPECT_TRUE(std::equal(recording.mSamples.begin(), recording.mSamples.end(), samples.begin()));
 }
 
 TEST_F(WavWriterTest, AFileThatExistsOrALinkIsNotTouched)

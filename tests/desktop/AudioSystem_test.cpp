@@ -1,10 +1,13 @@
 #include "desktop/ServerWatch.h"
 #include "platform/audio/AudioHardware.h"
 #include "platform/audio/DeviceInput.h"
+#include "platform/audio/units/UnitRig.h"
 #include "platform/foundation/CFObjects.h"
 #include "platform/machine/Machine.h"
 #include "platform/process/Applications.h"
 #include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
+#include "support/SpeakerProbe.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -103,6 +106,36 @@ TEST(AudioSystem, TheStampsOfAnInputGoByItsOwnCrystal)
     const double seconds = double(times.back().mHostTime - middle.mHostTime) * 1e-9;
     EXPECT_NEAR(frames / seconds / 48000, 1.0002, 20e-6);
     EXPECT_NE(times.back().mRateScalar, 1);
+}
+
+TEST(AudioSystem, TheDefaultOutputUnitIsHeardWholeOnWhicheverSinkIsTheDefaultAtWhateverRate)
+{
+    support::PrivatePipeWire pipeWire;
+    pipeWire.SetQuantum(1024);
+    const support::OwnedUnit unit = support::Open("def ");
+    support::SignalSource source{
+        [](unsigned channel, int64_t frame) { return (channel == 0 ? 1 : -1) * float(frame % (1 << 20)) / (1 << 20); }};
+    source.Feed(unit.get(), 0);
+    EXPECT_EQ(support::SetFormat(unit.get(), support::kInput, 0, support::FloatFormat(48000, 2, support::kInterleaved)),
+              0);
+    EXPECT_EQ(AudioUnitInitialize(unit.get()), 0);
+    EXPECT_EQ(AudioOutputUnitStart(unit.get()), 0);
+
+    for (const std::string standard : {"speakers", "headset"}) {
+        pipeWire.SetDefaultSink(standard);
+        support::SpeakerProbe playing(standard), other(standard == "headset" ? "speakers" : "headset");
+        EXPECT_TRUE(playing.BecomesAudible());
+        EXPECT_EQ(support::CheckCounter(playing.Next(48000)).mBreaks, 0u);
+        EXPECT_TRUE(other.BecomesSilent());
+    }
+    EXPECT_THAT(platform::machine::Machine::Current().GetAudioServer().Snapshot().mStreams, SizeIs(0))
+        << "nobody may take it for an application";
+    support::SpeakerProbe headset("headset");
+    pipeWire.SetRate(44100);
+    static_cast<void>(headset.Next(48000));
+    EXPECT_TRUE(headset.BecomesAudible());
+    EXPECT_EQ(AudioOutputUnitStop(unit.get()), 0);
+    EXPECT_TRUE(headset.BecomesSilent());
 }
 
 }  // namespace desktop

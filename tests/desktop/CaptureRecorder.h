@@ -1,4 +1,4 @@
-// CaptureRecorder: keeps what a capture brings, and reads it as counts of frames.
+// CaptureRecorder: keeps what a capture brings, until a test looks.
 #pragma once
 
 #include "platform/kernel/Realtime.h"
@@ -94,18 +94,5 @@ private:
     std::map<ChannelPosition, std::vector<float>> mSamples;
     std::vector<Stamp> mStamps;
 };
-
-/// How often the counts of a counting application's channel do not go on by one. `sign` is -1 for odd channels.
-inline size_t CountBreaks(const std::vector<float>& samples, float sign = 1)
-{
-    constexpr uint32_t kCounterPeriod = 1 << 20;
-    size_t breaks = 0;
-    for (size_t i = 1; i < samples.size(); ++i) {
-        const float before = samples[i - 1] * sign * kCounterPeriod;
-        const auto expected = static_cast<float>((static_cast<uint32_t>(before) + 1) % kCounterPeriod);
-        breaks += before < 0 || samples[i] * sign * kCounterPeriod != expected;
-    }
-    return breaks;
-}
 
 }  // namespace desktop

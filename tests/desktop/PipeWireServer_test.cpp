@@ -3,6 +3,7 @@
 #include "desktop/CaptureRecorder.h"
 #include "desktop/ServerWatch.h"
 #include "support/PrivatePipeWire.h"
+#include "support/SignalAnalysis.h"
 #include "support/SpeakerProbe.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,7 @@ namespace desktop {
 
 using platform::machine::CaptureNode;
 using platform::machine::MakePipeWireServer;
+using support::CheckCounter;
 using support::ChildProcess;
 using support::PrivatePipeWire;
 using support::SpeakerProbe;
@@ -28,11 +30,13 @@ namespace {
 
 constexpr size_t kSecondFrames = 48000;
 
-uint64_t InTenSeconds()
+std::unique_ptr<AudioServer> ReadyServer()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec + 10) * 1'000'000'000;
+    auto server = MakePipeWireServer();
+    EXPECT_TRUE(server->WaitUntilReady(static_cast<uint64_t>(now.tv_sec + 10) * 1'000'000'000)) << server->Describe();
+    return server;
 }
 
 class PipeWireServerTest : public testing::Test {
@@ -40,7 +44,6 @@ protected:
     explicit PipeWireServerTest(PrivatePipeWire::Streams streams = PrivatePipeWire::Streams::Forgotten)
         : mPipeWire(streams)
     {
-        EXPECT_TRUE(mServer->WaitUntilReady(InTenSeconds())) << mServer->Describe();
     }
 
     ChildProcess PlayCounter(const std::string& name, std::vector<std::string> more = {})
@@ -81,7 +84,7 @@ protected:
     }
 
     PrivatePipeWire mPipeWire;
-    std::unique_ptr<AudioServer> mServer = MakePipeWireServer();
+    std::unique_ptr<AudioServer> mServer = ReadyServer();
     ServerWatch mWatch{*mServer};
 };
 
@@ -134,8 +137,8 @@ TEST_F(PipeWireServerTest, CapturesEveryFrameOfTheChosenApplicationAndOfNoOther)
     CaptureRecorder recorder;
     auto capture = Capture({StreamOf("chosen")}, recorder);
     ASSERT_TRUE(recorder.Records(3 * kSecondFrames));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
     const auto stamps = recorder.Stamps();
     for (size_t i = 1; i < stamps.size(); ++i)
         ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames);
@@ -164,7 +167,7 @@ TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
     }
     const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
     ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
 }
 
 TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMomentsOn)
@@ -173,7 +176,6 @@ TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMoment
     CaptureRecorder recorder;
     auto capture = mServer->OpenCapture("speakers", "test-capture", recorder);
     uint32_t id = 0;
-    ASSERT_TRUE(FindStream(mServer->Snapshot(), "late") == nullptr);
     ChildProcess late({"./corvane-test-app", "--name", "late", "--counter"});
     ASSERT_TRUE(mWatch.Sees([&](const ServerSnapshot& snapshot) {
         const PlaybackStream* stream = FindStream(snapshot, "late");
@@ -187,7 +189,7 @@ TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMoment
     ASSERT_NE(first, heard.end());
     // The session manager and we link it at the same time; who is first is not for us to say.
     EXPECT_LT(*first, static_cast<float>(kSecondFrames / 4) / (1 << 20));
-    EXPECT_EQ(CountBreaks({first, heard.end()}), 0u);
+    EXPECT_EQ(CheckCounter({first, heard.end()}).mBreaks, 0u);
 }
 
 TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
@@ -200,8 +202,7 @@ TEST_F(PipeWireServerTest, CapturesWhateverTheLibrarysConfigurationLacks)
     setenv("PIPEWIRE_CONFIG_DIR", lacking.c_str(), 1);
     for (const char* present : {"", "client.conf"}) {
         if (*present != 0) std::filesystem::copy_file(given / present, lacking / present);
-        const auto server = MakePipeWireServer();
-        ASSERT_TRUE(server->WaitUntilReady(InTenSeconds())) << server->Describe();
+        const auto server = ReadyServer();
         if (*present == 0) {
             EXPECT_THAT(server->Describe(), testing::HasSubstr("; without "));
         }
@@ -245,7 +246,7 @@ TEST_F(PipeWireServerTest, SilencesAnApplicationThatIsStillCapturedWholeAndRelea
     capture->SetSilenced(false);
     EXPECT_TRUE(speakers.BecomesAudible());
     ASSERT_TRUE(recorder.HasRecorded(2 * kSecondFrames));
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
     EXPECT_EQ(mPipeWire.NoteOf("counter", "target.object"), std::nullopt);
 
     capture->SetSilenced(true);
@@ -268,8 +269,7 @@ TEST_F(PipeWireServerTest, LetsSoundBeHeardAgainWhenTheCapturingProcessIsKilled)
         EXPECT_TRUE(speakers.BecomesAudible());
     }
     EXPECT_TRUE(mPipeWire.NoteOf("tone", "target.object")->starts_with("corvane.hole."));
-    const auto next = MakePipeWireServer();
-    ASSERT_TRUE(next->WaitUntilReady(InTenSeconds()));
+    const auto next = ReadyServer();
     mPipeWire.WaitForNote("tone", "target.object", false);
 }
 
@@ -349,8 +349,8 @@ TEST_F(PipeWireServerTest, DeliversEveryFrameOfAnInputDeviceWithStampsThatGoOn)
     ASSERT_TRUE(recorder.HasRecorded(3 * kSecondFrames));
     input.reset();
     const auto stamps = recorder.Stamps();
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontLeft)), 0u);
-    EXPECT_EQ(CountBreaks(recorder.Samples(ChannelPosition::FrontRight), -1), 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
     for (size_t i = 1; i < stamps.size(); ++i)
         ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames) << i;
     EXPECT_TRUE(mServer->Snapshot().mStreams.empty());

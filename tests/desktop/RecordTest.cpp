@@ -24,18 +24,12 @@ constexpr unsigned kLongSeconds = 10;
 constexpr unsigned kLongSeconds = 60;
 #endif
 
-std::vector<float> Negated(std::vector<float> samples)
-{
-    for (float& sample : samples) sample = -sample;
-    return samples;
-}
-
 // A machine that stands still for longer than a cycle costs the server that cycle. The recorder says so of its own
 // cycles, the application of its own, and silence stands for both: all else is the count, bit for bit.
 void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std::optional<uint64_t> missedByApplication)
 {
     for (const bool right : {false, true}) {
-        const CounterReport report = CheckCounter(right ? Negated(recording.Channel(1)) : recording.Channel(0));
+        const CounterReport report = CheckCounter(recording.Channel(right), right ? -1 : 1);
         EXPECT_LT(report.mLeadingSilence, kRateHz);
         EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
         EXPECT_LE(report.mSkipped, missed);
@@ -81,27 +75,9 @@ TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
     const Recording recording = ReadRecording(File());
     for (unsigned channel : {0u, 1u}) {
         const std::vector<float> samples = recording.Channel(channel);
-        const auto piece = PurestPiece(samples, 997, kRateHz / 2);
-        const auto fit = support::FitSine(piece, 997, kRateHz);
+        const auto fit = support::FitSine(PurestPiece(samples, 997, kRateHz / 2), 997, kRateHz);
         EXPECT_NEAR(fit.mAmplitude, 0.5, 1e-6);
         EXPECT_LT(fit.mResidualDB, -140);
-        EXPECT_LT(support::LevelDB(piece, 440, kRateHz), -120);
-    }
-}
-
-TEST_F(RecordTest, KeepsTheDialogueOfAFilm)
-{
-    const std::string surround = "FL FR FC LFE RL RR";
-    mPipeWire.LoadSink("surround", surround);
-    auto film =
-        mPipeWire.Play({"--name", "film", "--positions", surround, "--target", "surround", "--amplitude", "0.25"});
-    CommandRun run({"record", "--source", "app:film", "--from", "surround", "-d", "2", File()});
-    ASSERT_EQ(run.Wait(), 0) << run.Errors();
-    const Recording recording = ReadRecording(File());
-    for (unsigned channel : {0u, 1u}) {
-        const std::vector<float> samples = recording.Channel(channel);
-        const auto fit = support::FitSine(PurestPiece(samples, 440, kRateHz / 2), 440, kRateHz);
-        EXPECT_NEAR(fit.mAmplitude, 0.25 * (1 + 2 * 0.70710678), 1e-6) << "its side, the centre and its surround";
     }
 }
 
@@ -256,8 +232,6 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
         {{"record", "--from", "speaker", File()}, 4, "speakers"},
         {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
-        {{"record", "-r", "fast", File()}, 2, "'fast'"},
-        {{"record", "-d", "soon", File()}, 2, "'soon'"},
         {{"record", "-f", "mp3", File()}, 2, "'mp3'"},
         {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},
         {{"record"}, 2, "file"},

@@ -12,6 +12,7 @@ namespace graph {
 
 namespace {
 
+constexpr size_t kMostPoints = 1 << 14;
 constexpr double kWidth = 1400, kLane = 150, kMargin = 10;
 
 double Across(double seconds, double left, double right)
@@ -24,7 +25,17 @@ double Across(double seconds, double left, double right)
 void Picture::Add(double seconds, const std::vector<Track>& tracks)
 {
     mLanes.resize(tracks.size());
-    for (size_t i = 0; i < tracks.size(); ++i) mLanes[i].push_back({seconds, tracks[i].mOff, tracks[i].mLast});
+    for (size_t i = 0; i < tracks.size(); ++i) {
+        if (mLanes[i].size() >= kMostPoints) Thin(mLanes[i]);
+        mLanes[i].push_back({seconds, tracks[i].mOff, tracks[i].mHeld, tracks[i].mLast});
+    }
+}
+
+void Picture::Thin(std::vector<Point>& points)
+{
+    for (size_t i = 0; 2 * i + 1 < points.size(); ++i)
+        points[i] = points[2 * i].mContent != Content::Sound ? points[2 * i] : points[2 * i + 1];
+    points.resize(points.size() / 2);
 }
 
 void Picture::Write(const std::string& path, std::string_view trace) const
@@ -41,24 +52,34 @@ void Picture::Write(const std::string& path, std::string_view trace) const
     file << Events(trace, left, right, height) << "</svg>\n";
 }
 
-/// The curve of one source; where it is silent, or sound only in part, the lane has a colour.
+/// The curves of one source; where it is silent, or sound only in part, the lane has a colour.
 std::string Picture::Lane(const std::vector<Point>& points, double top, double left, double right)
 {
-    const auto [least, most] = std::ranges::minmax(points, {}, &Point::mOff);
-    const double low = least.mOff, span = std::max(1e-3, most.mOff - low);
-    std::string out = fmt::format(R"(<text x="{}" y="{}">{:.3f} .. {:.3f} frames off</text><g stroke="none">)", kMargin,
-                                  top + 12, low, low + span);
-    std::string curve;
+    std::string out = R"(<g stroke="none">)";
     for (size_t i = 0; i < points.size(); ++i) {
         const Point& point = points[i];
+        if (point.mContent == Content::Sound) continue;
         const double x = Across(point.mSeconds, left, right);
         const double next = i + 1 < points.size() ? Across(points[i + 1].mSeconds, left, right) : x + 1;
-        curve += fmt::format("{:.2f},{:.2f} ", x, top + kLane - 20 - (point.mOff - low) / span * (kLane - 40));
-        if (point.mContent == Content::Sound) continue;
         out += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"/>)", x, top, next - x,
                            kLane - 4, point.mContent == Content::Nothing ? "#ddd" : "#f99");
     }
-    return out + fmt::format(R"(</g><polyline fill="none" stroke="black" points="{}"/>)", curve);
+    return out + "</g>" +
+           Curve(points, &Point::mHeld, {top, left, right, "#090", "frames ahead in the ring", top + 24}) +
+           Curve(points, &Point::mOff, {top, left, right, "black", "frames off", top + 12});
+}
+
+std::string Picture::Curve(const std::vector<Point>& points, double Point::*value, const Frame& frame)
+{
+    const auto [least, most] = std::ranges::minmax(points, {}, value);
+    const double low = least.*value, span = std::max(1e-3, most.*value - low);
+    std::string out = fmt::format(R"(<text x="{}" y="{}" fill="{}">{:.3f} .. {:.3f} {}</text>)", kMargin,
+                                  frame.mTextTop, frame.mColour, low, low + span, frame.mWhat);
+    out += fmt::format(R"(<polyline fill="none" stroke="{}" points=")", frame.mColour);
+    for (const Point& point : points)
+        out += fmt::format("{:.2f},{:.2f} ", Across(point.mSeconds, frame.mLeft, frame.mRight),
+                           frame.mTop + kLane - 20 - (point.*value - low) / span * (kLane - 40));
+    return out + R"("/>)";
 }
 
 std::string Picture::Events(std::string_view trace, double left, double right, double bottom)

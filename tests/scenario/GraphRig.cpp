@@ -1,6 +1,8 @@
 #include "scenario/GraphRig.h"
 
+#include "capture/buffers/AI.h"
 #include "capture/buffers/CAAudioBufferList.h"
+#include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFObjects.h"
 #include "platform/kernel/IOKit.h"
 #include "tap/Service.h"
@@ -27,11 +29,55 @@ Content ContentOf(std::span<const float> cosines, std::span<const float> sines)
     return sound == cosines.size() ? Content::Sound : silence == cosines.size() ? Content::Nothing : Content::Both;
 }
 
+/// The moment that a frame of the tone tells, but for whole periods.
+double SecondsTold(float cosine, float sine)
+{
+    return std::atan2(sine, cosine) / (kTurn * kToneHz);
+}
+
+AudioDeviceID DeviceNumber(const std::string& uid)
+{
+    AudioDeviceID device = 0;
+    const auto string =
+        cf::Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, uid.c_str(), kCFStringEncodingUTF8));
+    AI_GetDeviceWithUID(string.Get(), &device);
+    return device;
+}
+
+/// Since the scenario's start, of a host time that is `latency` late.
+double SecondsOf(uint64_t hostNanos, uint64_t latency)
+{
+    return static_cast<double>(static_cast<int64_t>(hostNanos - latency - kStartNanos)) * 1e-9;
+}
+
 }  // namespace
+
+// ---- Witness
+
+Witness::Witness(const std::string& uid) : mInput(DeviceNumber(uid), *this) {}
+
+void Witness::TakeBuffer(const AudioTimeStamp& time, UInt32, std::span<const float* const> channels) noexcept
+{
+    if (time.mHostTime == 0) return;
+    const double said = SecondsOf(time.mHostTime, platform::audio::StampLatencyNanos());
+    const double off = std::remainder(said - SecondsTold(*channels[0], *channels[1]), 1 / kToneHz);
+    mHeard[mBuffers++ % mHeard.size()] = {time.mHostTime, off};
+}
+
+double Witness::StampOff(uint64_t hostNanos) const
+{
+    const size_t held = std::min(mBuffers, mHeard.size());
+    for (size_t back = 1; back <= held; ++back) {
+        const Heard& heard = mHeard[(mBuffers - back) % mHeard.size()];
+        if (heard.mHostNanos <= hostNanos || back == held) return heard.mOff;
+    }
+    return 0;
+}
 
 // ---- Track
 
-void Track::Hear(std::span<const float> cosines, std::span<const float> sines, double seconds, double frameSeconds)
+void Track::Hear(std::span<const float> cosines, std::span<const float> sines, double seconds, double stampOff,
+                 double frameSeconds)
 {
     mLast = ContentOf(cosines, sines);
     mSilent += mBegun && mLast == Content::Nothing;
@@ -46,9 +92,11 @@ void Track::Hear(std::span<const float> cosines, std::span<const float> sines, d
     }
     mCosine = cosines.back();
     mSine = sines.back();
-    const double told = std::atan2(sines[0], cosines[0]) / (kTurn * kToneHz);
-    mOff = std::remainder(seconds - told, 1 / kToneHz) / frameSeconds;
-    if (!std::exchange(mBegun, true)) mFirstOff = mOff;
+    mOff = std::remainder(seconds - SecondsTold(cosines[0], sines[0]), 1 / kToneHz) / frameSeconds;
+    if (!std::exchange(mBegun, true)) {
+        mFirstOff = mOff;
+        mFirstByStamps = mOff - stampOff / frameSeconds;
+    }
     mMostMoved = std::max(mMostMoved, std::abs(mOff - mFirstOff));
 }
 
@@ -78,6 +126,7 @@ int Rig::Start()
     if (const int status = mCapture.Initialize()) return status;
     mScenario.runFor(mPause);
     if (const int status = mCapture.Resume()) return status;
+    for (const Plan& plan : mPlans) mWitnesses.push_back(plan.mIsTap ? nullptr : std::make_unique<Witness>(plan.mUID));
     mOutput = CAAudioBufferList::Create(&desc, mFrames);
     mCycles =
         static_cast<uint64_t>(std::ceil(std::chrono::duration<double>(mScenario.now()).count() * mRateHz / mFrames));
@@ -139,14 +188,17 @@ void Rig::Listen()
 {
     uint64_t latency = 0;
     mCapture.GetLatencyNanos(&latency);
-    const auto aligned =
-        static_cast<double>(static_cast<int64_t>(mCapture.GetAlignedHostTime() - latency - kStartNanos)) * 1e-9;
-    const double seconds = aligned + static_cast<double>(mGiven) * FrameSeconds();
+    const double given = static_cast<double>(mGiven) * FrameSeconds();
+    const double seconds = SecondsOf(mCapture.GetAlignedHostTime(), latency) + given;
+    const uint64_t stamped =
+        kStartNanos + platform::audio::StampLatencyNanos() + static_cast<uint64_t>(std::max(0.0, seconds) * 1e9);
     for (size_t i = 0; i < mTracks.size(); ++i) {
         const auto channel = [&](size_t c) {
             return std::span(static_cast<const float*>(mOutput->mBuffers[c].mData), mFrames);
         };
-        mTracks[i].Hear(channel(2 * i), channel(2 * i + 1), seconds, FrameSeconds());
+        mTracks[i].mHeld = mCapture.GetHeldFrames(i);
+        const double stampOff = mWitnesses[i] ? mWitnesses[i]->StampOff(stamped) : 0;
+        mTracks[i].Hear(channel(2 * i), channel(2 * i + 1), seconds, stampOff, FrameSeconds());
     }
     mPicture.Add(static_cast<double>(mCycles * mFrames) * FrameSeconds(), mTracks);
 }

@@ -1,14 +1,17 @@
 // GraphRig: a capture graph on a simulated machine, pulled once a cycle, and the oracle that judges what comes out.
 // Every source hears the same tone of host time: a sample pair of the output thus tells the moment that it stands for,
 // source by source, whatever happened to it on the way. Each source keeps two channels of its own in the output.
-// Start at TapOf and InputOf, then Start, then RunFor.
+// Start at AddTap and AddInput, then Start, then RunUntil.
 #pragma once
 
 #include "capture/CVNMatrixedCapture.h"
+#include "platform/audio/DeviceInput.h"
 #include "platform/machine/simulated/Scenario.h"
 #include "scenario/GraphPicture.h"
 
 #include <algorithm>
+#include <array>
+#include <memory>
 #include <random>
 #include <span>
 #include <string>
@@ -31,23 +34,50 @@ inline Signal TheTone()
 /// What a cycle of one source holds.
 enum class Content { Nothing, Sound, Both };
 
+/// Hears an input device itself, beside the graph: how far the stamps that it gives lie off the moments that its sound
+/// tells.
+class Witness final : platform::audio::DeviceInputClient {
+public:
+    explicit Witness(const std::string& uid);
+
+    /// Seconds that the stamp of the frame at host time `hostNanos` is late.
+    double StampOff(uint64_t hostNanos) const;
+
+private:
+    struct Heard {
+        uint64_t mHostNanos = 0;
+        double mOff = 0;
+    };
+
+    void TakeBuffer(const AudioTimeStamp& time, UInt32 frames,
+                    std::span<const float* const> channels) noexcept override;
+
+    std::array<Heard, 1024> mHeard;  // the latest buffers, in a round
+    size_t mBuffers = 0;
+    platform::audio::DeviceInput mInput;
+};
+
 /// One source in the output, cycle by cycle.
 class Track {
 public:
     /// @param cosines, sines  the source's two channels of one cycle
     /// @param seconds         the moment that its first frame stands for, as the graph has it
-    void Hear(std::span<const float> cosines, std::span<const float> sines, double seconds, double frameSeconds);
+    /// @param stampOff        seconds that the source's own stamps are off it
+    void Hear(std::span<const float> cosines, std::span<const float> sines, double seconds, double stampOff,
+              double frameSeconds);
 
     bool IsSounding() const { return mLast == Content::Sound; }
 
     Content mLast = Content::Nothing;
+    double mHeld = 0;      // frames of the source's, that the ring holds for the read head
     double mOff = 0;       // frames, in the last sounding cycle: from the moment that it tells to the one it stands for
     double mFirstOff = 0;  // in the first one
-    double mMostMoved = 0;  // furthest from that so far
-    uint64_t mSilent = 0;   // cycles without any sound, after the first sound
-    uint64_t mBroken = 0;   // cycles that are sound in part, after the first whole one
-    uint64_t mSteps = 0;    // frames that are not the next after the one before them, silence between taken out
-    double mWorstStep = 0;  // how far, in frames
+    double mFirstByStamps = 0;  // the same, from the moment that the source's stamps tell
+    double mMostMoved = 0;      // furthest from that so far
+    uint64_t mSilent = 0;       // cycles without any sound, after the first sound
+    uint64_t mBroken = 0;       // cycles that are sound in part, after the first whole one
+    uint64_t mSteps = 0;        // frames that are not the next after the one before them, silence between taken out
+    double mWorstStep = 0;      // how far, in frames
 
 private:
     bool mBegun = false;
@@ -110,6 +140,7 @@ private:
     uint64_t mGiven = 0;  // frames of sound since the graph was aligned
     std::minstd_rand mRandom;
     std::vector<Plan> mPlans;
+    std::vector<std::unique_ptr<Witness>> mWitnesses;  // of each source; null for a tap
     AudioBufferList* mOutput = nullptr;
 };
 

@@ -14,8 +14,8 @@ namespace {
 constexpr nanoseconds kLateWakeups = 1ms;
 constexpr unsigned kSources = 4;
 constexpr char kFormat[] =
-    "status %d sounding %d; start: spread %lf inputs %lf taps %lf; end: %lf %lf %lf; moved %lf "
-    "step %lf silent %lu of %lu broken %lu steps %lu\n";
+    "status %d sounding %d; start: spread %lf by stamps %lf inputs %lf taps %lf; end: %lf %lf %lf; moved %lf step %lf "
+    "silent %lu of %lu broken %lu steps %lu\n";
 
 /// What a seed stands for.
 class Dice {
@@ -37,21 +37,29 @@ public:
     }
 
     template <class D>
-    D& Set(D& device, nanoseconds lateStamps)
+    D& Set(D& device, const SweepSetting& setting)
     {
         const uint32_t rate = Rate();
         const double frames = std::exp2(Between(6, 12));  // 64 .. 4096
         mLongestSeconds = std::max(mLongestSeconds, std::round(frames) / rate);
         return device.rate(rate)
             .quantum(static_cast<uint32_t>(std::round(frames)))
-            .crystal(Between(-300, 300))
-            .jitter(lateStamps, mRandom())
+            .crystal(Crystal(setting.mCrystalPPM))
+            .jitter(setting.mLateStamps, mRandom())
             .startsLate(Time(500ms));
     }
 
     double mLongestSeconds = 0;
 
 private:
+    double Crystal(double ppm)
+    {
+        const double chance = Between(-300, 300);
+        if (ppm == 0) return chance;
+        return mDevices++ % 4 % 3 == 0 ? -ppm : ppm;  // two of four, a tap and an input, to either side
+    }
+
+    unsigned mDevices = 0;
     std::mt19937_64 mRandom;
 };
 
@@ -60,12 +68,13 @@ double Seconds(nanoseconds length)
     return std::chrono::duration<double>(length).count();
 }
 
-void Judge(Rig& rig, nanoseconds end, Outcome& outcome)
+void Judge(Rig& rig, nanoseconds until, Outcome& outcome)
 {
-    rig.RunUntil(end);
+    rig.RunUntil(until);
     outcome.mStatus = rig.mStatus;
     outcome.mAllSound = rig.AllSound();
     outcome.mStartSpread = rig.Spread(&Track::mFirstOff);
+    outcome.mStartByStamps = rig.Spread(&Track::mFirstByStamps);
     outcome.mStartInputs = rig.MostOff(&Track::mFirstOff, false);
     outcome.mStartTaps = rig.MostOff(&Track::mFirstOff, true);
     outcome.mEndSpread = rig.Spread(&Track::mOff);
@@ -84,16 +93,16 @@ void Outcome::Worsen(const Outcome& other)
 {
     const auto worsen = [&](auto... field) { ((this->*field = std::max(this->*field, other.*field)), ...); };
     mAllSound = mAllSound && other.mAllSound;
-    worsen(&Outcome::mStatus, &Outcome::mStartSpread, &Outcome::mStartInputs, &Outcome::mStartTaps,
-           &Outcome::mEndSpread, &Outcome::mEndInputs, &Outcome::mEndTaps, &Outcome::mMoved, &Outcome::mStep,
-           &Outcome::mSilent, &Outcome::mMostSilent, &Outcome::mBroken, &Outcome::mSteps);
+    worsen(&Outcome::mStatus, &Outcome::mStartSpread, &Outcome::mStartByStamps, &Outcome::mStartInputs,
+           &Outcome::mStartTaps, &Outcome::mEndSpread, &Outcome::mEndInputs, &Outcome::mEndTaps, &Outcome::mMoved,
+           &Outcome::mStep, &Outcome::mSilent, &Outcome::mMostSilent, &Outcome::mBroken, &Outcome::mSteps);
 }
 
 std::string Outcome::Line() const
 {
     char line[400];
-    std::snprintf(line, sizeof line, kFormat, mStatus, int{mAllSound}, mStartSpread, mStartInputs, mStartTaps,
-                  mEndSpread, mEndInputs, mEndTaps, mMoved, mStep, mSilent, mMostSilent, mBroken, mSteps);
+    std::snprintf(line, sizeof line, kFormat, mStatus, int{mAllSound}, mStartSpread, mStartByStamps, mStartInputs,
+                  mStartTaps, mEndSpread, mEndInputs, mEndTaps, mMoved, mStep, mSilent, mMostSilent, mBroken, mSteps);
     return line;
 }
 
@@ -107,11 +116,11 @@ Outcome PlaySeed(const SweepSetting& setting)
     for (unsigned i = 0; i < kSources; ++i) {
         const std::string number = std::to_string(i);
         if (i % 2 == 0) {
-            auto& output = dice.Set(s.output("output " + number), setting.mLateStamps);
+            auto& output = dice.Set(s.output("output " + number), setting);
             s.application("application " + number, static_cast<pid_t>(200 + i)).plays(TheTone(), output);
             rig.AddTap(output);
         } else {
-            rig.AddInput(dice.Set(s.input("input " + number), setting.mLateStamps).plays(TheTone()));
+            rig.AddInput(dice.Set(s.input("input " + number), setting).plays(TheTone()));
         }
     }
     s.machine().GetAudioServer().SetLongestCycle(static_cast<uint64_t>(4096 * 1e9 / 44'100));
@@ -122,7 +131,12 @@ Outcome PlaySeed(const SweepSetting& setting)
     Outcome outcome;
     outcome.mStatus = rig.Start();
     if (outcome.mStatus) return outcome;
-    Judge(rig, s.now() + setting.mLength, outcome);
+    const nanoseconds end = s.now() + setting.mLength;
+    for (nanoseconds hour = s.now() + 1h; setting.mEachHour && hour < end; hour += 1h) {
+        Judge(rig, hour, outcome);
+        setting.mEachHour(outcome);
+    }
+    Judge(rig, end, outcome);
     if (const int status = rig.Stop()) outcome.mStatus = status;
     const double cycles = (dice.mLongestSeconds + Seconds(kLateWakeups)) / rig.CycleSeconds();
     outcome.mMostSilent = kSources * static_cast<uint64_t>(std::ceil(cycles));
@@ -134,11 +148,11 @@ Outcome PlaySeedForked(const SweepSetting& setting)
     const support::Forked forked = support::RunForked([&] { std::puts(PlaySeed(setting).Line().c_str()); });
     Outcome outcome;
     int sounding = 0;
-    const int read = std::sscanf(forked.mOutput.c_str(), kFormat, &outcome.mStatus, &sounding, &outcome.mStartSpread,
-                                 &outcome.mStartInputs, &outcome.mStartTaps, &outcome.mEndSpread, &outcome.mEndInputs,
-                                 &outcome.mEndTaps, &outcome.mMoved, &outcome.mStep, &outcome.mSilent,
-                                 &outcome.mMostSilent, &outcome.mBroken, &outcome.mSteps);
-    if (read != 14) std::fputs(forked.mOutput.c_str(), stderr), outcome.mStatus = -1;
+    const int read = std::sscanf(
+        forked.mOutput.c_str(), kFormat, &outcome.mStatus, &sounding, &outcome.mStartSpread, &outcome.mStartByStamps,
+        &outcome.mStartInputs, &outcome.mStartTaps, &outcome.mEndSpread, &outcome.mEndInputs, &outcome.mEndTaps,
+        &outcome.mMoved, &outcome.mStep, &outcome.mSilent, &outcome.mMostSilent, &outcome.mBroken, &outcome.mSteps);
+    if (read != 15) std::fputs(forked.mOutput.c_str(), stderr), outcome.mStatus = -1;
     outcome.mAllSound = sounding;
     return outcome;
 }

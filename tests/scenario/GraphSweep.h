@@ -4,14 +4,17 @@
 
 #include "scenario/GraphRig.h"
 
+#include <functional>
+
 namespace graph {
 
 /// Frames are of the output.
 struct Outcome {
     int mStatus = 0;
-    bool mAllSound = false;   // all sources were heard at the end
-    double mStartSpread = 0;  // how far apart the inputs were in the first cycles in which they sounded
-    double mStartInputs = 0;  // how far inputs and taps were off what the graph states of its frames, then
+    bool mAllSound = false;     // all sources were heard at the end
+    double mStartSpread = 0;    // how far apart the inputs were in the first cycles in which they sounded
+    double mStartByStamps = 0;  // the same by the stamps that they gave
+    double mStartInputs = 0;    // how far inputs and taps were off what the graph states of its frames, then
     double mStartTaps = 0;
     double mEndSpread = 0;  // the same at the end
     double mEndInputs = 0;
@@ -32,7 +35,9 @@ struct Outcome {
 struct SweepSetting {
     uint64_t mSeed = 1;
     nanoseconds mLength = 3s;
-    nanoseconds mLateStamps = 1ms;  // of devices
+    nanoseconds mLateStamps = 1ms;                  // of devices
+    double mCrystalPPM = 0;                         // how far all are off, to either side; 0: by chance, up to 300
+    std::function<void(const Outcome&)> mEachHour;  // told how it stands
 };
 
 /// Plays a scenario, so that it has to have a process of its own.

@@ -26,12 +26,13 @@ constexpr nanoseconds kShort = 12s, kLong = 4min;
 /// A tap is stamped on arrival, which comes two to three of its blocks after a frame.
 constexpr double kHalfBlock = 64;
 
-/// A head is put on a whole frame, and a crystal at 300 ppm runs two frames away while its first buffers, as long as
-/// they come here, lie in the ring: nobody can know it by then.
+/// A head is put on a whole frame of its source: half a frame of 44,100 Hz off at the most. What the graph pulls later
+/// or earlier than a stamp says, at a rate that is not known yet, adds a little.
 void ExpectAligned(const Outcome& outcome)
 {
-    EXPECT_LE(outcome.mEndInputs, 3);
-    EXPECT_LE(outcome.mEndSpread, 4);
+    EXPECT_LE(outcome.mStartByStamps, 1.1);
+    EXPECT_LE(outcome.mEndInputs, 1);
+    EXPECT_LE(outcome.mEndSpread, 1.5);
 }
 
 /// What befalls one of three sources, the microphone, from 2 s on, and what comes of it.
@@ -108,10 +109,7 @@ const Fault kFaults[] = {
      .mMicrophoneWhole = false,
      .mOthersWhole = false},
     {.mName = "JumpsBack", .mScript = [](Scenario& s, Input& mic) { s.at(2s).jump(mic, -1000); }},
-    {.mName = "BringsACycleTwice",
-     .mScript = [](Scenario& s, Input& mic) { s.at(2s).repeatCycle(mic); },
-     .mMicrophoneOff = 480,
-     .mMicrophoneWhole = false},
+    {.mName = "BringsACycleTwice", .mScript = [](Scenario& s, Input& mic) { s.at(2s).repeatCycle(mic); }},
     {.mName = "BringsACycleUnderTheStampOfTheNext",
      .mScript = [](Scenario& s, Input& mic) { s.at(2s).delayCycle(mic); }},
     {.mName = "HasNoHostTimeForASecond",

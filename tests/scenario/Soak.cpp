@@ -1,6 +1,7 @@
 // corvane-soak: plays random graphs for as long as it is given, and prints the worst that was heard.
 //
 //     corvane-soak <minutes> [<seconds of a scenario>] [<first seed>]
+//     corvane-soak hours <simulated hours> [<seed>]    one graph, with crystals 300 ppm off to either side
 //
 // Ends with 1 where a graph had a frame lost or doubled, a cycle silent beyond what its buffers account for, or a
 // source that was not heard.
@@ -9,11 +10,31 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 using namespace graph;
 
+namespace {
+
+int PlayHours(long hours, uint64_t seed)
+{
+    const auto tell = [hour = 0](const Outcome& outcome) mutable {
+        std::printf("hour %d: %s", ++hour, outcome.Line().c_str());
+        std::fflush(stdout);
+    };
+    SweepSetting setting{.mSeed = seed, .mLength = std::chrono::hours(hours), .mCrystalPPM = 300};
+    setting.mEachHour = tell;
+    const Outcome outcome = PlaySeed(setting);
+    std::printf("end: %s", outcome.Line().c_str());
+    return outcome.IsWhole() ? 0 : 1;
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
+    if (argc > 2 && std::strcmp(argv[1], "hours") == 0)
+        return PlayHours(std::atol(argv[2]), argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1);
     const double minutes = argc > 1 ? std::atof(argv[1]) : 10;
     const nanoseconds length = std::chrono::seconds(argc > 2 ? std::atol(argv[2]) : 300);
     uint64_t seed = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1;

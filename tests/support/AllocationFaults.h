@@ -1,5 +1,5 @@
 // AllocationFaults: allocations of this program and its libraries as calls that a test makes fail. For one source of a
-// program: it replaces operator new.
+// program: it replaces operator new, and what buffer lists are allocated by.
 #pragma once
 
 #include "support/Faults.h"
@@ -8,7 +8,8 @@
 #include <new>
 
 namespace support {
-inline Faults* sAllocationFaults = nullptr;  // null: none fails
+// A thread's own: the system's libraries allocate on others, and do not bear that it fails. Null: none fails.
+inline thread_local Faults* sAllocationFaults = nullptr;
 
 inline bool AllocationFailsNow()
 {
@@ -25,6 +26,11 @@ inline bool AllocationFailsNow()
 {
     if (void* const memory = operator new(bytes, std::nothrow)) return memory;
     throw std::bad_alloc();
+}
+[[gnu::noinline]] void* aligned_alloc(size_t alignment, size_t bytes) noexcept
+{
+    void* memory = nullptr;
+    return support::AllocationFailsNow() || posix_memalign(&memory, alignment, bytes) != 0 ? nullptr : memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept
 {

@@ -17,11 +17,16 @@ namespace {
 
 constexpr int kPatienceMillis = 10'000;
 
-[[noreturn]] void Become(const std::vector<std::string>& arguments, pid_t parent, int output, int inherited)
+}  // namespace
+
+pid_t StartProcess(const std::vector<std::string>& arguments, int output, int errors, int inherited)
 {
+    const pid_t parent = getpid(), child = fork();
+    if (child != 0) return child;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(127);  // it died before we asked to follow it
     dup2(output, STDOUT_FILENO);
+    if (errors >= 0) dup2(errors, STDERR_FILENO);
     if (inherited >= 0) fcntl(inherited, F_SETFD, 0);
     std::vector<char*> pointers;
     for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
@@ -29,8 +34,6 @@ constexpr int kPatienceMillis = 10'000;
     execvp(pointers[0], pointers.data());
     _exit(127);
 }
-
-}  // namespace
 
 std::string CompanionFolder()
 {
@@ -54,9 +57,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments, int inheri
     if (found.front().starts_with("./")) found.front() = CompanionFolder() + found.front().substr(1);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    const pid_t parent = getpid();
-    mID = fork();
-    if (mID == 0) Become(found, parent, ends[1], inherited);
+    mID = StartProcess(found, ends[1], -1, inherited);
     close(ends[1]);
     mOutput = ends[0];
     if (mID < 0) throw std::runtime_error("no process");

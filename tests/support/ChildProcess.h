@@ -31,6 +31,11 @@ private:
     int mOutput = -1;
 };
 
+/// Starts a program that is killed when the caller's process ends. @return its number, or below 0
+/// @param errors     its standard error; -1: ours
+/// @param inherited  another descriptor that it keeps, or -1
+pid_t StartProcess(const std::vector<std::string>& arguments, int output, int errors = -1, int inherited = -1);
+
 /// The next line of `descriptor`, without its end; throws where none comes within ten seconds.
 std::string ReadLine(int descriptor);
 

@@ -1,14 +1,11 @@
 #include "support/CommandRun.h"
 
 #include "support/ChildProcess.h"
-#include "support/SignalAnalysis.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sndfile.h>
 #include <sys/inotify.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,20 +18,6 @@ namespace support {
 namespace {
 
 constexpr int kPatienceMillis = 20'000;
-
-[[noreturn]] void Become(const std::vector<std::string>& arguments, const std::string& before, int output, int errors)
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    dup2(output, STDOUT_FILENO);
-    dup2(errors, STDERR_FILENO);
-    const std::string program = CompanionFolder() + "/../corvane";
-    const std::string script = before.empty() ? "exec \"$@\"" : before + "; exec \"$@\"";
-    std::vector<const char*> words = {"sh", "-c", script.c_str(), "sh", program.c_str()};
-    for (const std::string& argument : arguments) words.push_back(argument.c_str());
-    words.push_back(nullptr);
-    execvp("sh", const_cast<char* const*>(words.data()));
-    _exit(127);
-}
 
 // False at the end of the stream.
 bool Append(int from, std::string& to)
@@ -51,8 +34,10 @@ CommandRun::CommandRun(const std::vector<std::string>& arguments, const std::str
 {
     int output[2], errors[2];
     if (pipe2(output, O_CLOEXEC) != 0 || pipe2(errors, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    mID = fork();
-    if (mID == 0) Become(arguments, before, output[1], errors[1]);
+    const std::string script = before.empty() ? "exec \"$@\"" : before + "; exec \"$@\"";
+    std::vector<std::string> words = {"sh", "-c", script, "sh", CompanionFolder() + "/../corvane"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    mID = StartProcess(words, output[1], errors[1]);
     close(output[1]);
     close(errors[1]);
     mOutputEnd = output[0];
@@ -112,23 +97,6 @@ void WaitForSize(const std::filesystem::path& file, uintmax_t bytes)
         }
     }
     close(watch);
-}
-
-std::vector<float> Recording::Channel(unsigned which) const
-{
-    return support::Channel(mSamples, unsigned(mChannels), which);
-}
-
-Recording ReadRecording(const std::filesystem::path& file)
-{
-    SF_INFO info = {};
-    SNDFILE* reader = sf_open(file.c_str(), SFM_READ, &info);
-    if (!reader) throw std::runtime_error(file.string() + ": " + sf_strerror(nullptr));
-    Recording recording{info.samplerate, info.channels,
-                        std::vector<float>(size_t(info.frames) * size_t(info.channels))};
-    sf_readf_float(reader, recording.mSamples.data(), info.frames);
-    sf_close(reader);
-    return recording;
 }
 
 }  // namespace support

@@ -1,6 +1,8 @@
 // CommandRun: one run of the command, with what it printed and how it ended.
 #pragma once
 
+#include "support/Recording.h"
+
 #include <sys/types.h>
 #include <cstdint>
 #include <filesystem>
@@ -42,16 +44,5 @@ private:
 
 /// Returns when the file holds `bytes` or more; throws after twenty seconds.
 void WaitForSize(const std::filesystem::path& file, uintmax_t bytes);
-
-/// A WAV file as an independent reader sees it.
-struct Recording {
-    int mRateHz = 0;
-    int mChannels = 0;
-    std::vector<float> mSamples;  // interleaved
-
-    size_t Frames() const { return mChannels ? mSamples.size() / size_t(mChannels) : 0; }
-    std::vector<float> Channel(unsigned which) const;
-};
-Recording ReadRecording(const std::filesystem::path& file);
 
 }  // namespace support

@@ -84,6 +84,11 @@ public:
     {
         return std::make_unique<Input>(*this, uid, client);
     }
+    std::unique_ptr<platform::machine::OutputNode> OpenOutput(const std::string&, const std::string&,
+                                                              platform::machine::PlaybackClient&) override
+    {
+        return std::make_unique<platform::machine::OutputNode>();  // which asks for nothing
+    }
     uint64_t LongestCycleNanos() override { return 42'666'666; }
 
 private:

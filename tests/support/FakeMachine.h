@@ -103,6 +103,14 @@ class FakeThreads final : public platform::machine::LinuxThreads {
 public:
     bool mGrants = true;
 
+    /// A handle that an earlier thread had starts without its wishes, as a thread of the system's does.
+    int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override
+    {
+        const std::lock_guard lock(mMutex);  // the thread may ask for itself at once
+        const int error = LinuxThreads::Create(thread, detached, name, entry, argument);
+        if (const auto old = mWishes.find(*thread); error == 0 && old != mWishes.end()) old->second = {};
+        return error;
+    }
     int Schedule(pthread_t thread, const platform::machine::SchedulingWish& wish) override
     {
         if (!mGrants && wish.mKind == platform::machine::SchedulingWish::Kind::Fixed) return EPERM;

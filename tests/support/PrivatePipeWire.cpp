@@ -164,9 +164,8 @@ ChildProcess PrivatePipeWire::Play(std::vector<std::string> options)
 
 ChildProcess PrivatePipeWire::PlugMicrophone(std::vector<std::string> options)
 {
-    options.insert(options.begin(), "./corvane-test-microphone");
-    ChildProcess microphone(options);
-    microphone.ReadLine();
+    options.push_back("--device");
+    ChildProcess microphone = Play(options);
     const std::string name = *std::next(std::ranges::find(options, "--name"));
     mControl->WaitUntil("input " + name, [&](Registry& registry) { return HasPorts(registry, name); });
     return microphone;

@@ -49,7 +49,8 @@ public:
     /// Starts corvane-test-app with these options; returns when it plays.
     ChildProcess Play(std::vector<std::string> options);
 
-    /// Starts corvane-test-microphone with these options, --name among them; returns when the input device is there.
+    /// Starts corvane-test-app as a device with these options, --name among them; returns when the input device is
+    /// there.
     ChildProcess PlugMicrophone(std::vector<std::string> options);
 
     /// Starts the go-between for programs that speak to a PulseAudio server; returns when it listens.

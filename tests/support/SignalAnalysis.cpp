@@ -1,75 +1,33 @@
 #include "support/SignalAnalysis.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 
 namespace support {
 
-namespace {
-
-using Matrix = std::array<std::array<double, 4>, 3>;
-
-// Gauss with pivots; the last column is the right side.
-std::array<double, 3> Solve(Matrix m)
-{
-    for (int column = 0; column < 3; ++column) {
-        int pivot = column;
-        for (int row = column + 1; row < 3; ++row)
-            if (std::fabs(m[row][column]) > std::fabs(m[pivot][column])) pivot = row;
-        std::swap(m[column], m[pivot]);
-        for (int row = 0; row < 3; ++row) {
-            if (row == column) continue;
-            const double factor = m[row][column] / m[column][column];
-            for (int k = column; k < 4; ++k) m[row][k] -= factor * m[column][k];
-        }
-    }
-    return {m[0][3] / m[0][0], m[1][3] / m[1][1], m[2][3] / m[2][2]};
-}
-
-}  // namespace
-
 SineFit FitSine(std::span<const float> samples, double frequencyHz, double rateHz)
 {
     const double step = 2 * std::numbers::pi * frequencyHz / rateHz;
-    const auto basis = [step](size_t n) { return std::array<double, 3>{std::sin(step * n), std::cos(step * n), 1.0}; };
-    Matrix normal{};
+    double ss = 0, cc = 0, sc = 0, sx = 0, cx = 0;
     for (size_t n = 0; n < samples.size(); ++n) {
-        const auto b = basis(n);
-        for (int i = 0; i < 3; ++i) {
-            for (int j = 0; j < 3; ++j) normal[i][j] += b[i] * b[j];
-            normal[i][3] += b[i] * double(samples[n]);
-        }
+        const double s = std::sin(step * double(n)), c = std::cos(step * double(n)), x = samples[n];
+        ss += s * s, cc += c * c, sc += s * c, sx += s * x, cx += c * x;
     }
-    const auto x = Solve(normal);
-    double residual = 0;
+    const double determinant = ss * cc - sc * sc;
+    const double in = (sx * cc - cx * sc) / determinant, quadrature = (cx * ss - sx * sc) / determinant;
+    double rest = 0, power = 0;
     for (size_t n = 0; n < samples.size(); ++n) {
-        const auto b = basis(n);
-        const double error = double(samples[n]) - x[0] * b[0] - x[1] * b[1] - x[2] * b[2];
-        residual += error * error;
+        const double sine = in * std::sin(step * double(n)) + quadrature * std::cos(step * double(n));
+        rest += std::pow(samples[n] - sine, 2);
+        power += sine * sine;
     }
-    const double amplitude = std::hypot(x[0], x[1]);
-    const double rms = std::sqrt(residual / double(samples.size()));
-    return {amplitude, 20 * std::log10(rms / (amplitude / std::numbers::sqrt2))};
+    return {std::hypot(in, quadrature), std::atan2(quadrature, in), 10 * std::log10(rest / power + 1e-30)};
 }
 
-double LevelDB(std::span<const float> samples, double frequencyHz, double rateHz)
+CounterReport CheckCounter(std::span<const float> samples, int sign)
 {
-    const double step = 2 * std::numbers::pi * frequencyHz / rateHz;
-    double real = 0, imaginary = 0, window = 0;
-    for (size_t n = 0; n < samples.size(); ++n) {
-        const double hann = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * double(n) / double(samples.size()));
-        real += hann * double(samples[n]) * std::cos(step * double(n));
-        imaginary += hann * double(samples[n]) * std::sin(step * double(n));
-        window += hann;
-    }
-    return 20 * std::log10(2 * std::hypot(real, imaginary) / window + 1e-12);
-}
-
-CounterReport CheckCounter(std::span<const float> samples)
-{
-    const auto valueAt = [&](size_t n) { return double(samples[n]) * kCounterModulus; };
+    const auto valueAt = [&](size_t n) { return double(samples[n]) * sign * kCounterModulus; };
     CounterReport report;
     while (report.mLeadingSilence < samples.size() && samples[report.mLeadingSilence] == 0) ++report.mLeadingSilence;
     report.mFrames = samples.size() - report.mLeadingSilence;

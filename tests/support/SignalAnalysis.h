@@ -1,5 +1,5 @@
 // SignalAnalysis: what a recording holds, by properties one could hear or count.
-// Start at FitSine for purity, LevelDB for presence and absence, CheckCounter for loss.
+// Start at FitSine for purity, CheckCounter for loss.
 #pragma once
 
 #include <cstddef>
@@ -9,17 +9,15 @@
 
 namespace support {
 
-/// A sine of known frequency, fitted by least squares together with a constant.
+/// A sine of known frequency, fitted by least squares.
 struct SineFit {
     double mAmplitude = 0;
-    double mResidualDB = 0;  // RMS of all that is not the sine, below the sine's RMS
+    double mPhase = 0;       // of the first sample, in radians
+    double mResidualDB = 0;  // all that is not the sine, below the sine
 };
 SineFit FitSine(std::span<const float> samples, double frequencyHz, double rateHz);
 
-/// Level of one frequency below full scale, in dB, through a Hann window.
-double LevelDB(std::span<const float> samples, double frequencyHz, double rateHz);
-
-/// A counter signal has value = frame / 2^20 modulo 1, exact in a float.
+/// A counter signal has value = frame / 2^20 modulo 1, exact in a float; `sign` is -1 where it is negated.
 constexpr uint32_t kCounterModulus = 1u << 20;
 struct CounterReport {
     size_t mLeadingSilence = 0;  // frames before the counter begins
@@ -31,7 +29,7 @@ struct CounterReport {
     size_t mSkipped = 0;  // counts that are missing, silence or not
     size_t mForeign = 0;  // frames that are neither silent nor a later count
 };
-CounterReport CheckCounter(std::span<const float> samples);
+CounterReport CheckCounter(std::span<const float> samples, int sign = 1);
 
 /// Frames at which a click is heard: the greatest sample of each stretch above half of full scale.
 std::vector<size_t> Clicks(std::span<const float> samples);

@@ -3,6 +3,7 @@
 // Start at Play.
 #pragma once
 
+#include "support/SignalAnalysis.h"
 #include "tap/Lane.h"
 
 #include <cmath>
@@ -100,47 +101,21 @@ private:
     }
 };
 
-/// Where a sine of known frequency stands, against the tap's own clock, piece by piece.
-class PhaseMeter {
-public:
-    static constexpr size_t kWindow = 512;
-
-    struct Piece {
-        double mLateSeconds;  // the sine lags the moment that its frame stands for; wraps at half a period
-        double mNoiseDB;      // what is not the sine, against it
-    };
-
-    /// Least squares over kWindow frames.
-    static Piece Measure(const float* samples, uint64_t firstFrame, double frequencyHz, double tapHz)
-    {
-        double ss = 0, cc = 0, sc = 0, sx = 0, cx = 0, energy = 0;
-        for (size_t i = 0; i < kWindow; ++i) {
-            const double angle = Angle(firstFrame + i, frequencyHz, tapHz);
-            const double s = std::sin(angle), c = std::cos(angle), x = samples[i];
-            ss += s * s, cc += c * c, sc += s * c, sx += s * x, cx += c * x, energy += x * x;
-        }
-        const double determinant = ss * cc - sc * sc;
-        const double in = (sx * cc - cx * sc) / determinant, quadrature = (cx * ss - sx * sc) / determinant;
-        const double rest = std::max(0.0, energy - in * sx - quadrature * cx);
-        return {-std::atan2(quadrature, in) / (2 * std::numbers::pi * frequencyHz),
-                10 * std::log10(rest / energy + 1e-30)};
+/// A sine from `startSeconds` on, by rotation: an hour of it is to take no longer than it must.
+inline void FillSine(double startSeconds, double stepSeconds, double frequencyHz, std::span<float> samples)
+{
+    std::complex<double> now = std::polar(0.5, 2 * std::numbers::pi * std::fmod(startSeconds * frequencyHz, 1));
+    const auto step = std::polar(1.0, 2 * std::numbers::pi * stepSeconds * frequencyHz);
+    for (float& sample : samples) {
+        sample = float(now.imag());
+        now *= step;
     }
+}
 
-    /// A sine from `startSeconds` on, by rotation: an hour of it is to take no longer than it must.
-    static void Fill(double startSeconds, double stepSeconds, double frequencyHz, std::span<float> samples)
-    {
-        std::complex<double> now = std::polar(0.5, 2 * std::numbers::pi * std::fmod(startSeconds * frequencyHz, 1));
-        const auto step = std::polar(1.0, 2 * std::numbers::pi * stepSeconds * frequencyHz);
-        for (float& sample : samples) {
-            sample = float(now.imag());
-            now *= step;
-        }
-    }
-
-private:
-    static double Angle(uint64_t frame, double frequencyHz, double tapHz)
-    {
-        const double heard = double(frame) / tapHz - double(LaneRig::kLatency) * 1e-9;
-        return 2 * std::numbers::pi * std::fmod(heard * frequencyHz, 1);
-    }
-};
+/// By how many seconds such a sine, fitted from the tap's frame `frame` on, lags the moment that the frame stands for;
+/// wraps at half a period.
+inline double LateSeconds(const support::SineFit& fit, uint64_t frame, double frequencyHz, double tapHz)
+{
+    const double heard = double(frame) / tapHz - double(LaneRig::kLatency) * 1e-9;
+    return -std::remainder(fit.mPhase / (2 * std::numbers::pi) - std::fmod(heard * frequencyHz, 1), 1) / frequencyHz;
+}

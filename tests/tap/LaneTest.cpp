@@ -1,8 +1,8 @@
 #include "LaneRig.h"
-#include "support/SignalAnalysis.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 namespace {
@@ -13,6 +13,7 @@ constexpr double kHourSeconds = 90;  // the sanitizers' hour, at their speed
 constexpr double kHourSeconds = 3600;
 #endif
 constexpr double kToneHz = 375;  // half a period is 64 frames of 48 kHz: more than any error looked for
+constexpr size_t kWindow = 512;  // of a fit
 
 /// Counts from 1, so that no frame of it is silent.
 void Counter(double, double, uint64_t frame, std::span<float> samples)
@@ -21,7 +22,7 @@ void Counter(double, double, uint64_t frame, std::span<float> samples)
 }
 void Tone(double start, double step, uint64_t, std::span<float> samples)
 {
-    PhaseMeter::Fill(start, step, kToneHz, samples);
+    FillSine(start, step, kToneHz, samples);
 }
 
 /// Largest errors of phase and noise over the windows of `output` from `fromSeconds` on.
@@ -31,29 +32,23 @@ struct Worst {
     double mNoiseDB = -1000;
     double mLastFrames = NAN;
 
-    void Take(const PhaseMeter::Piece& piece, double tapHz)
+    void Take(std::span<const float> window, uint64_t frame, double tapHz)
     {
-        const double late = piece.mLateSeconds * tapHz;
+        const auto fit = support::FitSine(window, kToneHz, tapHz);
+        const double late = LateSeconds(fit, frame, kToneHz, tapHz) * tapHz;
         mLateFrames = std::max(mLateFrames, std::abs(late));
         if (!std::isnan(mLastFrames))
             mStepFrames = std::max(mStepFrames, std::abs(std::remainder(late - mLastFrames, tapHz / kToneHz)));
-        mNoiseDB = std::max(mNoiseDB, piece.mNoiseDB);
+        mNoiseDB = std::max(mNoiseDB, fit.mResidualDB);
         mLastFrames = late;
     }
 };
 Worst Judge(const std::vector<float>& output, double tapHz, double fromSeconds)
 {
     Worst worst;
-    for (size_t i = size_t(fromSeconds * tapHz); i + PhaseMeter::kWindow <= output.size(); i += PhaseMeter::kWindow)
-        worst.Take(PhaseMeter::Measure(&output[i], i, kToneHz, tapHz), tapHz);
+    for (size_t i = size_t(fromSeconds * tapHz); i + kWindow <= output.size(); i += kWindow)
+        worst.Take({&output[i], kWindow}, i, tapHz);
     return worst;
-}
-
-/// The first frame of the tap that is not silent, and where a sound of that moment belongs.
-size_t FirstSound(const std::vector<float>& output, size_t from = 0)
-{
-    while (from < output.size() && output[from] == 0) ++from;
-    return from;
 }
 
 }  // namespace
@@ -72,10 +67,9 @@ TEST(Lane, EqualClocksPassBitExactAndFramesComeOutAtTheirStampPlusLatency)
             rig.mSignal = Counter;
             rig.Play(90);
 
-            const size_t start = FirstSound(rig.mOutput);
+            const auto report = support::CheckCounter(rig.mOutput);
             const double wanted = double(rig.mSchedule.FramesBy(first + LaneRig::kLatency));
-            EXPECT_NEAR(double(start), wanted, 1.0) << rate << " " << quantum;
-            const auto report = support::CheckCounter(std::span(rig.mOutput).subspan(start));
+            EXPECT_NEAR(double(report.mLeadingSilence), wanted, 1.0) << rate << " " << quantum;
             EXPECT_EQ(report.mBreaks, 0u) << rate << " " << quantum << " at " << report.mFirstBreak;
             EXPECT_EQ(rig.mLane.DroppedFrames() + rig.mLane.StarvedFrames(), 0u);
         }
@@ -89,8 +83,7 @@ TEST(Lane, QuantumChangesCostNoFrame)
         rig.mDevice.mQuantum = quantum;
         rig.Play(2);
     }
-    const size_t start = FirstSound(rig.mOutput);
-    EXPECT_EQ(support::CheckCounter(std::span(rig.mOutput).subspan(start)).mBreaks, 0u);
+    EXPECT_EQ(support::CheckCounter(rig.mOutput).mBreaks, 0u);
 }
 
 // A simulated hour of a crystal that is off, whose driver wakes late at random. Until the rate is known nothing
@@ -107,12 +100,9 @@ TEST(Lane, SoundStaysAtItsMomentForAnHourWhateverTheCrystal)
         Worst worst;
         std::vector<float> window;
         rig.mOnBlock = [&](uint64_t frame, const std::vector<float>& block) {
-            if (frame < 60 * rig.mTapHz || frame / PhaseMeter::kWindow % 20 != 0) return window.clear();
+            if (frame < 60 * rig.mTapHz || frame / kWindow % 20 != 0) return window.clear();
             window.insert(window.end(), block.begin(), block.end());
-            if (window.size() == PhaseMeter::kWindow)
-                worst.Take(
-                    PhaseMeter::Measure(window.data(), frame + block.size() - window.size(), kToneHz, rig.mTapHz),
-                    rig.mTapHz);
+            if (window.size() == kWindow) worst.Take(window, frame + block.size() - kWindow, rig.mTapHz);
         };
         rig.Play(kHourSeconds);
         EXPECT_LT(worst.mLateFrames, 1) << ppm;
@@ -141,13 +131,13 @@ TEST(Lane, AGapInPositionsIsThatMuchSilenceAndNothingElse)
     rig.Miss(300);
     rig.Play(5);
     EXPECT_EQ(rig.mLane.MissedFrames(), 300u);
-    const size_t start = FirstSound(rig.mOutput);
-    const auto silence = std::search_n(rig.mOutput.begin() + long(start), rig.mOutput.end(), 300, 0.0f);
+    const auto start = std::ranges::find_if(rig.mOutput, [](float sample) { return sample != 0; });
+    const auto silence = std::search_n(start, rig.mOutput.end(), 300, 0.0f);
     ASSERT_NE(silence, rig.mOutput.end());
     EXPECT_NE(silence[300], 0);
     EXPECT_NE(silence[-1], 0);
     rig.mOutput.erase(silence, silence + 300);
-    EXPECT_EQ(support::CheckCounter(std::span(rig.mOutput).subspan(start)).mBreaks, 0u);
+    EXPECT_EQ(support::CheckCounter(rig.mOutput).mBreaks, 0u);
 }
 
 TEST(Lane, ACycleThatALateServerDeliversUnderTheNextStampIsPutBack)
@@ -157,8 +147,7 @@ TEST(Lane, ACycleThatALateServerDeliversUnderTheNextStampIsPutBack)
     rig.Play(0.5);
     rig.DeliverUnderTheNextStamp();
     rig.Play(5);
-    const size_t start = FirstSound(rig.mOutput);
-    EXPECT_EQ(support::CheckCounter(std::span(rig.mOutput).subspan(start)).mBreaks, 0u);
+    EXPECT_EQ(support::CheckCounter(rig.mOutput).mBreaks, 0u);
     EXPECT_EQ(rig.mLane.MissedFrames(), 0u);
 }
 
@@ -189,7 +178,7 @@ TEST(Lane, AnotherDriverLosesNoFrameAndItsPhaseIsPaidBackInaudibly)
     rig.mStampOf = [](double nanos) { return uint64_t(nanos - 3e6); };
     rig.Play(20);
     const Worst during = Judge(rig.mOutput, 48000, 1);
-    EXPECT_LT(during.mStepFrames, 500e-6 * PhaseMeter::kWindow * 1.05);
+    EXPECT_LT(during.mStepFrames, 500e-6 * kWindow * 1.05);
     EXPECT_LT(during.mNoiseDB, -45);  // a rate that bends by 500 ppm within a window is no noise, but no sine either
 
     // In the end a sound comes 3 ms earlier, as its stamp says: 144 frames.
@@ -239,8 +228,8 @@ TEST(Lane, ALateServerCostsSilenceButNoFrame)
     rig.Play(0.5);
     rig.mLateNanos = 0;
     rig.Play(0.1);
-    const size_t start = FirstSound(rig.mOutput);
-    const auto silence = std::search_n(rig.mOutput.begin() + long(start), rig.mOutput.end(), 200, 0.0f);
+    const auto start = std::ranges::find_if(rig.mOutput, [](float sample) { return sample != 0; });
+    const auto silence = std::search_n(start, rig.mOutput.end(), 200, 0.0f);
     ASSERT_NE(silence, rig.mOutput.end());
     const auto sound = std::find_if(silence, rig.mOutput.end(), [](float sample) { return sample != 0; });
     // Off the edges, where a moving ratio makes the filter ring: the frame after the last one comes next.

@@ -47,11 +47,3 @@ TEST(Schedule, FramesByIsTheExactInverseAtEveryEdge)
         EXPECT_EQ(schedule.FramesBy(0), 0u);
     }
 }
-
-TEST(Schedule, DerivedPeriodsAreEachRoundedFromTheRate)
-{
-    const tap::FixedRate rate = 44100ull << 32;
-    EXPECT_EQ(tap::Schedule::NanosOf(1, rate), 22676u);           // 22675.74
-    EXPECT_EQ(tap::Schedule::NanosOf(128, rate), 2902494u);       // 2902494.33, not 128 x 22676
-    EXPECT_EQ(tap::Schedule::NanosOf(65536, rate), 1486077098u);  // 1486077097.51
-}

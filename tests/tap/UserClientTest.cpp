@@ -128,56 +128,45 @@ TEST(UserClient, EveryHostileConfigurationIsRefusedAndTheNextOneTaken)
     Connection connection;
     const Value text = Text("48000");
     const auto many = [](CFIndex count) { return Repeated(count, [](int64_t i) { return Number(i + 1); }); };
-    const std::vector<std::function<void(Properties&)>> spoils = {
-        [&](Properties& p) { p.mRate = {}; },
-        [&](Properties& p) { p.mRate = text; },
-        [&](Properties& p) { p.mRate = List({Number(48000)}); },
-        [&](Properties& p) {
-            p.mRate = List({Number(48000), text});
-        },
-        [&](Properties& p) {
-            p.mRate = List({Number(999), Number(0xFFFFFFFF)});
-        },
-        [&](Properties& p) {
-            p.mRate = List({Number(768000), Number(1)});
-        },
-        [&](Properties& p) {
-            p.mRate = List({Number(-1), Number(0)});
-        },
-        [&](Properties& p) {
-            p.mRate = List({Number(1ll << 40), Number(0)});
-        },
-        [&](Properties& p) { p.mRate = Number(48000); },  // 16.16: under one frame a second
-        [&](Properties& p) { p.mChannels = {}; },
-        [&](Properties& p) { p.mChannels = Number(0); },
-        [&](Properties& p) { p.mChannels = Number(3); },
-        [&](Properties& p) { p.mChannels = Number((1ll << 32) + 2); },
-        [&](Properties& p) { p.mDevices = {}; },
-        [&](Properties& p) { p.mDevices = List({}); },
-        [&](Properties& p) { p.mDevices = List({Text("")}); },
-        [&](Properties& p) { p.mDevices = List({Number(1)}); },
-        [&](Properties& p) { p.mDevices = List({List({})}); },
-        [&](Properties& p) {
-            p.mDevices = List({List({Text("speakers"), Number(0)})});
-        },
-        [&](Properties& p) {
-            p.mDevices = List({List({Text("speakers"), Number(0), Number(-2)})});
-        },
-        [&](Properties& p) {
-            p.mDevices = List({List({List({Text("speakers")}), Number(0), Number(1)})});
-        },
-        [&](Properties& p) { p.mDevices = Repeated(65, [](int64_t) { return Text("speakers"); }); },
-        [&](Properties& p) { p.mProcesses = Number(7); },
-        [&](Properties& p) { p.mProcesses = List({Number(0)}); },
-        [&](Properties& p) { p.mProcesses = List({Text("7")}); },
-        [&](Properties& p) { p.mProcesses = List({Number(-(1ll << 31))}); },
-        [&](Properties& p) { p.mProcesses = List({Number(1ll << 31)}); },
-        [&](Properties& p) { p.mProcesses = many(4097); },
+    const auto rate = [](int64_t whole, int64_t fraction) { return List({Number(whole), Number(fraction)}); };
+    const auto pair = [](const Value& uid, int64_t right) { return List({List({uid, Number(0), Number(right)})}); };
+    using P = Properties;
+    const std::pair<Value P::*, Value> spoils[] = {
+        {&P::mRate, {}},
+        {&P::mRate, text},
+        {&P::mRate, List({Number(48000)})},
+        {&P::mRate, List({Number(48000), text})},
+        {&P::mRate, rate(999, 0xFFFFFFFF)},
+        {&P::mRate, rate(768000, 1)},
+        {&P::mRate, rate(-1, 0)},
+        {&P::mRate, rate(48000, -(1ll << 31) - 1)},
+        {&P::mRate, rate(1ll << 40, 0)},
+        {&P::mRate, Number(48000)},  // 16.16: under one frame a second
+        {&P::mChannels, {}},
+        {&P::mChannels, Number(0)},
+        {&P::mChannels, Number(3)},
+        {&P::mChannels, Number((1ll << 32) + 2)},
+        {&P::mDevices, {}},
+        {&P::mDevices, List({})},
+        {&P::mDevices, List({Text("")})},
+        {&P::mDevices, List({Number(1)})},
+        {&P::mDevices, List({List({})})},
+        {&P::mDevices, List({List({Text("speakers"), Number(0)})})},
+        {&P::mDevices, pair(Text("speakers"), -2)},
+        {&P::mDevices, pair(List({Text("speakers")}), 1)},
+        {&P::mDevices, Repeated(65, [](int64_t) { return Text("speakers"); })},
+        {&P::mProcesses, Number(7)},
+        {&P::mProcesses, List({Number(0)})},
+        {&P::mProcesses, List({Text("7")})},
+        {&P::mProcesses, List({Number(-(1ll << 31))})},
+        {&P::mProcesses, List({Number(1ll << 31)})},
+        {&P::mProcesses, many(4097)},
     };
-    for (size_t i = 0; i < spoils.size(); ++i) {
+    for (const auto& [property, value] : spoils) {
         Properties properties;
-        spoils[i](properties);
-        EXPECT_EQ(connection.Set(properties), kIOReturnBadArgument) << i;
+        properties.*property = value;
+        EXPECT_EQ(connection.Set(properties), kIOReturnBadArgument)
+            << testing::PrintToString(value ? value.Get()->Describe() : "none");
     }
     EXPECT_EQ(IOConnectSetCFProperties(connection.mConnect, text.Get()), kIOReturnBadArgument);
 

@@ -1,30 +1,17 @@
 // Mutex, guard, thread and host time, on the running system's machine.
-#include "platform/kernel/Threads.h"
 #include "utility/CAException.h"
 #include "utility/CAGuard.h"
 #include "utility/CAHostTimeBase.h"
 #include "utility/CAPThread.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
+#include <thread>
 
 namespace {
-
-namespace kernel = platform::kernel;
-
-// Runs `work` on another thread, and waits for it.
-void OnAnotherThread(std::function<void()> work)
-{
-    pthread_t thread;
-    const auto entry = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(kernel::pthread_create(&thread, nullptr, entry, &work), 0);
-    ASSERT_EQ(kernel::pthread_join(thread, nullptr), 0);
-}
 
 TEST(CAMutex, TheOutermostLockAloneTakesAndUnlocks)
 {
@@ -52,59 +39,29 @@ TEST(CAMutex, AnotherThreadNeitherTakesNorFreesIt)
 {
     CAMutex mutex("test");
     mutex.Lock();
-    OnAnotherThread([&mutex] {
+    std::thread([&mutex] {
         bool needsUnlock = true;
         EXPECT_FALSE(mutex.Try(needsUnlock));
         EXPECT_FALSE(needsUnlock);
         EXPECT_FALSE(mutex.IsOwnedByCurrentThread());
         mutex.Unlock();
-    });
+    }).join();
     EXPECT_TRUE(mutex.IsOwnedByCurrentThread());
     mutex.Unlock();
-    OnAnotherThread([&mutex] {
+    std::thread([&mutex] {
         bool needsUnlock = false;
         EXPECT_TRUE(mutex.Try(needsUnlock));
         EXPECT_TRUE(needsUnlock);
         mutex.Unlock();
-    });
+    }).join();
 }
 
 TEST(CAGuard, WaitingWithoutOwningItThrowsOne)
 {
     CAGuard guard("test");
-    const auto errorOf = [](auto wait) {
-        try {
-            wait();
-        } catch (const CAException& exception) {
-            return exception.GetError();
-        }
-        return OSStatus(0);
-    };
-    EXPECT_EQ(errorOf([&guard] { guard.Wait(); }), 1);
-    EXPECT_EQ(errorOf([&guard] { guard.WaitFor(5); }), 1);
-}
-
-TEST(CAGuard, NotifyHandsTheGuardToAWaiterAndBack)
-{
-    struct Shared {
-        CAGuard mGuard{"test"};
-        int mTurn = 0;
-    } shared;
-    const auto takeTurn = [](void* argument) -> void* {
-        auto& [guard, turn] = *static_cast<Shared*>(argument);
-        const CAMutex::Scope scope(guard);
-        turn = 1;
-        guard.NotifyAll();
-        return nullptr;
-    };
-    CAPThread other(takeTurn, &shared, 31, false, false);
-    {
-        const CAMutex::Scope scope(shared.mGuard);
-        other.Start();
-        while (shared.mTurn == 0) shared.mGuard.Wait();
-        EXPECT_TRUE(shared.mGuard.IsOwnedByCurrentThread());
-    }
-    while (other.IsRunning()) sched_yield();
+    const auto isOne = testing::Property(&CAException::GetError, 1);
+    EXPECT_THAT([&guard] { guard.Wait(); }, testing::Throws<CAException>(isOne));
+    EXPECT_THAT([&guard] { guard.WaitFor(5); }, testing::Throws<CAException>(isOne));
 }
 
 struct Counted {
@@ -129,6 +86,19 @@ void* CountARun(void* counted)
     auto* const self = static_cast<Counted*>(counted);
     self->Tell(self->mRuns);
     return nullptr;
+}
+
+TEST(CAGuard, NotifyHandsTheGuardToAWaiterAndBack)
+{
+    Counted counted;
+    CAPThread other(CountARun, &counted, 31, false, false);
+    {
+        const CAMutex::Scope scope(counted.mGuard);
+        other.Start();
+        while (counted.mRuns == 0) counted.mGuard.Wait();
+        EXPECT_TRUE(counted.mGuard.IsOwnedByCurrentThread());
+    }
+    while (other.IsRunning()) sched_yield();
 }
 
 class Tracked final : public CAPThread {

@@ -30,10 +30,31 @@ bool AI_HasOutputStream(AudioDeviceID device);
 OSStatus AI_GetListOfOutputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
 OSStatus AI_GetListOfInputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* count);
 
+/// Whether the device is there: 1.
+OSStatus AI_IsDeviceAlive(AudioDeviceID device, UInt32* alive);
+/// @param name  the caller releases it
+OSStatus AI_GetDeviceName(AudioDeviceID device, CFStringRef* name);
+
 /// BestRate and ClosestRate of what the input side names. @return also -1 when out of memory
 OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz);
 /// @param rateHz  the wanted rate on entry
 OSStatus AI_GetClosestSampleRate(AudioDeviceID device, double* rateHz);
+
+// ---- Formats. Those of a device are its input side's
+
+/// Prints every field of a description on standard error, or that there is none.
+void AI_PrintStreamDesc(const AudioStreamBasicDescription* desc);
+/// Channels of the format that the device has by itself.
+OSStatus AI_GetNumChannels(AudioDeviceID device, UInt32* channels);
+/// Whether the pair of channels that stereo goes through may be chosen.
+bool AI_SupportsStereo(AudioDeviceID device);
+/// Gives a device whose format may be set the one closest to `desc`.
+///
+/// @param desc  set to what the device has then, in any case
+/// @return      0, or the first failing step's status
+OSStatus AI_SetDeviceToClosestFormatMatch(AudioDeviceID device, AudioStreamBasicDescription* desc);
+/// Gives an input bus of a unit the format of its output 0. @param desc  set to that format
+OSStatus AI_MatchAUFormats(AudioUnit* unit, AudioStreamBasicDescription* desc, UInt32 bus);
 
 namespace capture {
 

@@ -121,6 +121,16 @@ OSStatus AI_GetListOfInputDevices(CFArrayRef* names, CFArrayRef* uids, UInt32* c
     return ListDevices(true, names, uids, count);
 }
 
+OSStatus AI_IsDeviceAlive(AudioDeviceID device, UInt32* alive)
+{
+    return GetDeviceProperty(device, false, kAudioDevicePropertyDeviceIsAlive, alive);
+}
+
+OSStatus AI_GetDeviceName(AudioDeviceID device, CFStringRef* name)
+{
+    return GetDeviceProperty(device, false, kAudioDevicePropertyDeviceNameCFString, name);
+}
+
 OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz)
 {
     std::vector<AudioValueRange> ranges;

@@ -11,7 +11,7 @@
 namespace {
 
 // Touched here, so that no real-time thread meets a fresh page.
-void* AllocateSilence(UInt32 bytes)
+void* AllocateSilence(size_t bytes)
 {
     const size_t page = platform::kernel::vm_page_size();
     const size_t pages = std::max<size_t>(1, (bytes + page - 1) / page);
@@ -22,6 +22,8 @@ void* AllocateSilence(UInt32 bytes)
 
 }  // namespace
 
+const AudioBufferList CAAudioBufferList::sEmptyBufferList{};
+
 UInt32 CAAudioBufferList::CalculateByteSize(UInt32 buffers) noexcept
 {
     return static_cast<UInt32>(offsetof(AudioBufferList, mBuffers) + buffers * sizeof(AudioBuffer));
@@ -29,7 +31,7 @@ UInt32 CAAudioBufferList::CalculateByteSize(UInt32 buffers) noexcept
 
 AudioBufferList* CAAudioBufferList::Create(UInt32 buffers)
 {
-    void* const memory = std::calloc(1, offsetof(AudioBufferList, mBuffers) + size_t{buffers} * sizeof(AudioBuffer));
+    void* const memory = AllocateSilence(offsetof(AudioBufferList, mBuffers) + size_t{buffers} * sizeof(AudioBuffer));
     auto* const list = static_cast<AudioBufferList*>(memory);
     if (list) list->mNumberBuffers = buffers;
     return list;

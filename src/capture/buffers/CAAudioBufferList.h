@@ -7,6 +7,9 @@
 
 class CAAudioBufferList {
 public:
+    /// A list without buffers: what a procedure is handed that has no input.
+    static const AudioBufferList sEmptyBufferList;
+
     // ---- Making
 
     /// Bytes of a list of that many buffers, without their data.

@@ -42,7 +42,7 @@ OSStatus AudioDeviceTranslateTime(AudioDeviceID device, const AudioTimeStamp* in
     const auto reading = ReadDeviceClock(device);
     if (!reading) return kAudioHardwareNotRunningError;
     if (out->mFlags & kAudioTimeStampSampleTimeValid)
-        out->mSampleTime = hasHost ? SampleTimeAt(*reading, in->mHostTime) : in->mSampleTime;
+        out->mSampleTime = hasHost ? std::round(SampleTimeAt(*reading, in->mHostTime)) : in->mSampleTime;
     if (out->mFlags & kAudioTimeStampHostTimeValid)
         out->mHostTime = hasHost ? in->mHostTime : HostTimeAt(*reading, in->mSampleTime);
     if (out->mFlags & kAudioTimeStampRateScalarValid) out->mRateScalar = reading->mRateScalar;

@@ -38,7 +38,9 @@ constexpr uint32_t kAudioDevicePropertyLatency = FourCC("ltnc");                
 constexpr uint32_t kAudioDevicePropertySafetyOffset = FourCC("saft");                 // UInt32, frames
 constexpr uint32_t kAudioDevicePropertyStreams = FourCC("stm#");                      // AudioStreamID each
 constexpr uint32_t kAudioDevicePropertyStreamFormat = FourCC("sfmt");  // AudioStreamBasicDescription; of a stream too
-constexpr uint32_t kAudioDevicePropertyDataSource = FourCC("ssrc");    // UInt32; no native device has any
+constexpr uint32_t kAudioDevicePropertyStreamFormatMatch = FourCC("sfmm");  // the same, the closest to the one given
+constexpr uint32_t kAudioDevicePropertyDeviceIsAlive = FourCC("livn");      // UInt32, 1: it is there
+constexpr uint32_t kAudioDevicePropertyDataSource = FourCC("ssrc");         // UInt32; no native device has any
 constexpr uint32_t kAudioDevicePropertyPreferredChannelsForStereo = FourCC("dch2");  // two UInt32, counted from 1
 constexpr uint32_t kAudioDevicePropertyStreamConfiguration = FourCC("slay");         // AudioBufferList, null data
 

@@ -4,6 +4,7 @@
 //
 //     type  subtype  what it is
 //     auou  ahal     input unit on a device: calls back when a buffer has arrived, which AudioUnitRender then gives
+//     auou  def   output unit: the default output device, or the one it is given, pulls its input once a cycle
 //     auou  genr     generic output: pulls its input and hands it out, the end of a chain
 //     aufc  conv     converter: rate, and interleaved to one buffer a channel
 //     aufc  vari     varispeed: plays at parameter 0 times the speed, a 32-bit float around 1
@@ -16,9 +17,14 @@
 //   - In sum a unit asks its source for exactly ratio x frames, never for look-ahead.
 //   - A converter delays by kConverterDelaySeconds whatever its rates, also where they are equal; a varispeed by the
 //     frames of its resampler, whatever its speed. Chains at one output rate therefore delay alike.
-//   - Units allocate in AudioUnitInitialize and in property calls, never in AudioUnitRender.
+//   - Units allocate in AudioUnitInitialize and in property calls, never in AudioUnitRender; an output unit also on the
+//     server's control thread, when its device comes to run at another rate.
 //   - A unit that is uninitialized keeps its properties. A mixer's volumes last as long as it is initialized.
-//   - Samples are 32-bit floats, a buffer a channel; converters take, and input units give, interleaved ones as well.
+//   - An output unit whose source refuses plays silence meanwhile. What it pulls is stamped with the host time at which
+//     it is heard, its converter's delay and the way to the hardware included.
+//   - Samples are 32-bit floats, a buffer a channel; converters and output units take, and input units give,
+//   interleaved
+//     ones as well.
 #pragma once
 
 #include "platform/audio/AudioHardware.h"
@@ -76,6 +82,7 @@ constexpr UInt32 kAudioUnitProperty_MaximumFramesPerSlice = 14;     // UInt32
 constexpr UInt32 kAudioUnitProperty_SetRenderCallback = 23;         // AURenderCallbackStruct
 constexpr UInt32 kAudioUnitProperty_RenderQuality = 26;             // UInt32, 0 .. 127; below 64 the low stage
 constexpr UInt32 kAudioOutputUnitProperty_CurrentDevice = 2000;     // AudioDeviceID
+constexpr UInt32 kAudioOutputUnitProperty_IsRunning = 2001;         // UInt32
 constexpr UInt32 kAudioOutputUnitProperty_ChannelMap = 2002;        // SInt32 a client channel: a device channel, or -1
 constexpr UInt32 kAudioOutputUnitProperty_EnableIO = 2003;          // UInt32
 constexpr UInt32 kAudioOutputUnitProperty_SetInputCallback = 2005;  // AURenderCallbackStruct
@@ -119,7 +126,7 @@ OSStatus AudioUnitGetParameter(AudioUnit unit, UInt32 parameter, UInt32 scope, U
 OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
                          UInt32 frames, AudioBufferList* data);
 
-/// Starts and stops an input unit. After Stop no callback runs and none will. @thread control
+/// Starts and stops an input or output unit. After Stop no callback runs and none will. @thread control
 OSStatus AudioOutputUnitStart(AudioUnit unit);
 OSStatus AudioOutputUnitStop(AudioUnit unit);
 

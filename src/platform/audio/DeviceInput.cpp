@@ -44,8 +44,17 @@ void DeviceInput::Render(const machine::CaptureCycle& cycle) CORVANE_REALTIME
 {
     const kernel::RealtimeScope scope;
     if (mHeld->IsHolding()) Deliver(mHeld->Release(cycle));
+    if (IsRepeated(cycle)) return;
     if (ComesAfterAGap(cycle) && mHeld->Hold(cycle, cycle.mSampleTime - mNext->mDriverTime)) return;
     Deliver(cycle);
+}
+
+/// The same frames once more. Of two under one stamp, the earlier of which was not where it was expected, nobody knows.
+bool DeviceInput::IsRepeated(const machine::CaptureCycle& cycle) const noexcept
+{
+    return mNext && mNext->mBeforeHostNanos != 0 && cycle.mHostNanos == mNext->mBeforeHostNanos &&
+           cycle.mSampleTime == mNext->mBeforeDriverTime && cycle.mClockID == mNext->mClockID &&
+           cycle.mRateHz == mNext->mRateHz;
 }
 
 bool DeviceInput::ComesAfterAGap(const machine::CaptureCycle& cycle) const noexcept
@@ -63,7 +72,14 @@ void DeviceInput::Deliver(const machine::CaptureCycle& cycle) noexcept
     }
     PlaceChannels(cycle);
     mClient.TakeBuffer(mTimeline->StampOf(sampleTime), cycle.mFrames, mSamples);
-    mNext = {cycle.mClockID, cycle.mRateHz, cycle.mSampleTime + cycle.mFrames, sampleTime + cycle.mFrames};
+    const bool followed = mNext && cycle.mClockID == mNext->mClockID && cycle.mRateHz == mNext->mRateHz &&
+                          cycle.mSampleTime == mNext->mDriverTime;
+    mNext = {cycle.mClockID,
+             cycle.mRateHz,
+             cycle.mSampleTime + cycle.mFrames,
+             sampleTime + cycle.mFrames,
+             cycle.mSampleTime,
+             followed ? cycle.mHostNanos : 0};
 }
 
 void DeviceInput::PlaceChannels(const machine::CaptureCycle& cycle) noexcept

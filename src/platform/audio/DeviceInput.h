@@ -49,6 +49,7 @@ public:
 
 private:
     void Render(const machine::CaptureCycle& cycle) CORVANE_REALTIME override;
+    bool IsRepeated(const machine::CaptureCycle& cycle) const noexcept;
     bool ComesAfterAGap(const machine::CaptureCycle& cycle) const noexcept;
     void Deliver(const machine::CaptureCycle& cycle) noexcept;
     void PlaceChannels(const machine::CaptureCycle& cycle) noexcept;
@@ -59,6 +60,9 @@ private:
         uint32_t mRateHz;
         int64_t mDriverTime;
         int64_t mSampleTime;
+        // The cycle before, where its place is sure: it followed on another; else a host time of 0.
+        int64_t mBeforeDriverTime;
+        uint64_t mBeforeHostNanos;
     };
 
     DeviceInputClient& mClient;

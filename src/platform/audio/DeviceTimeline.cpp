@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 
 namespace platform::audio {
 
@@ -37,6 +38,7 @@ DeviceTimeline& DeviceTimeline::Open(AudioDeviceID device, bool isDefault)
     if (timeline->mUsers.fetch_add(1, std::memory_order_relaxed) == 0) {
         timeline->mLatencyNanos = latencyNanos;
         timeline->mRunning = timeline->mTimed = false;
+        timeline->mTakenCount = 0;
     }
     return *timeline;
 }
@@ -60,19 +62,24 @@ bool DeviceTimeline::IsOfSameClock(const machine::CaptureCycle& cycle) const noe
     return mRunning && cycle.mClockID == mClockID && cycle.mRateHz == mRateHz;
 }
 
-/// Whether another of our clients has brought the cycle already. A second further back it is a count that started anew.
-bool DeviceTimeline::IsKnown(const machine::CaptureCycle& cycle) const noexcept
+/// The sample time of a cycle that another of our clients has brought already. Another host time makes it another
+/// cycle: then the driver's count has gone back.
+std::optional<int64_t> DeviceTimeline::TimeOfKnown(const machine::CaptureCycle& cycle) const noexcept
 {
-    const int64_t back = mNextDriverTime - cycle.mSampleTime;
-    return IsOfSameClock(cycle) && back > 0 && back <= int64_t(mRateHz);
+    if (!IsOfSameClock(cycle)) return std::nullopt;
+    for (const Taken& taken : std::span(mTaken).first(std::min(mTakenCount, kTaken)))
+        if (taken.mDriverTime == cycle.mSampleTime && taken.mHostNanos == cycle.mHostNanos) return taken.mSampleTime;
+    return std::nullopt;
 }
 
 int64_t DeviceTimeline::Take(const machine::CaptureCycle& cycle) CORVANE_REALTIME
 {
-    if (IsKnown(cycle)) return cycle.mSampleTime - mNextDriverTime + mNextSampleTime;
+    if (const std::optional<int64_t> known = TimeOfKnown(cycle)) return *known;
     const int64_t missed = mRunning ? FramesMissedBefore(cycle) : 0;
     const int64_t sampleTime = mRunning ? mNextSampleTime + missed : cycle.mSampleTime;
     Follow(cycle, sampleTime, IsOfSameClock(cycle) && missed == 0);
+    if (!IsOfSameClock(cycle)) mTakenCount = 0;
+    mTaken[mTakenCount++ % kTaken] = {cycle.mSampleTime, cycle.mHostNanos, sampleTime};
     mRunning = true;
     mClockID = cycle.mClockID;
     mRateHz = cycle.mRateHz;
@@ -120,7 +127,7 @@ void DeviceTimeline::Follow(const machine::CaptureCycle& cycle, int64_t sampleTi
     }
     mHostNanos = cycle.mHostNanos;
     const bool starts = !mTimed || IsAnother(cycle, sampleTime);
-    if (starts) mFollower.Start(cycle.mRateHz, double(sampleTime), cycle.mHostNanos);
+    if (starts) mFollower.Start(cycle.mRateHz, double(sampleTime), cycle.mHostNanos, mLatencyNanos);
     mTimed = true;
     if (starts || continues || (IsOfSameClock(cycle) && Agrees(cycle, sampleTime)))
         mFollower.AddStamp(sampleTime, cycle.mHostNanos);
@@ -148,8 +155,8 @@ AudioTimeStamp DeviceTimeline::StampOf(int64_t sampleTime) const CORVANE_REALTIM
 
 uint64_t DeviceTimeline::HostNanosOf(int64_t sampleTime) const noexcept
 {
-    const double framesLater = double(sampleTime) - mFollower.MeasuredPositionAt(mHostNanos);
-    return mHostNanos + uint64_t(std::llround(framesLater / mFollower.MeasuredScalar() / mRateHz * 1e9));
+    const double framesLater = double(sampleTime) - mFollower.PositionAt(mHostNanos);
+    return mHostNanos + uint64_t(std::llround(framesLater / mFollower.RateScalar() / mRateHz * 1e9));
 }
 
 /// The place that was handed out and not the measured one: whoever places its read head by it is right once the clock
@@ -158,7 +165,7 @@ void DeviceTimeline::Publish() noexcept
 {
     if (!mTimed) return mPublished.Withdraw();
     mPublished.Publish({mFollower.PositionAt(mHostNanos), mHostNanos + mLatencyNanos,
-                        mFollower.MeasuredScalar() * mRateHz * 1e-9, 1 / mFollower.RateScalar()});
+                        mFollower.RateScalar() * mRateHz * 1e-9, 1 / mFollower.RateScalar()});
 }
 
 }  // namespace platform::audio

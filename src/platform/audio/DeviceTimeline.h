@@ -9,8 +9,10 @@
 #include "platform/machine/AudioServer.h"
 #include "platform/vector/ClockFollower.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 namespace platform::audio {
 
@@ -43,7 +45,7 @@ private:
     explicit DeviceTimeline(AudioDeviceID device) : mDevice(device) {}
 
     bool IsOfSameClock(const machine::CaptureCycle& cycle) const noexcept;
-    bool IsKnown(const machine::CaptureCycle& cycle) const noexcept;
+    std::optional<int64_t> TimeOfKnown(const machine::CaptureCycle& cycle) const noexcept;
     int64_t FramesMissedBefore(const machine::CaptureCycle& cycle) const noexcept;
     int64_t FramesPassedBefore(const machine::CaptureCycle& cycle) const noexcept;
     bool Agrees(const machine::CaptureCycle& cycle, int64_t sampleTime) const noexcept;
@@ -51,6 +53,14 @@ private:
     void Follow(const machine::CaptureCycle& cycle, int64_t sampleTime, bool continues) noexcept;
     uint64_t HostNanosOf(int64_t sampleTime) const noexcept;
     void Publish() noexcept;
+
+    /// A cycle that was taken. One of our clients may bring it later than another, by a cycle that it held.
+    struct Taken {
+        int64_t mDriverTime = 0;
+        uint64_t mHostNanos = 0;
+        int64_t mSampleTime = 0;
+    };
+    static constexpr size_t kTaken = 4;
 
     const AudioDeviceID mDevice;
     DeviceTimeline* mNext = nullptr;  // in the list of all; set before the list shows this one
@@ -64,9 +74,11 @@ private:
     vector::ClockFollower mFollower;
     uint32_t mClockID = 0;
     uint32_t mRateHz = 0;
-    uint64_t mHostNanos = 0;      // of the last cycle that had a time
-    int64_t mNextDriverTime = 0;  // where the driver's count goes on if nothing happens,
-    int64_t mNextSampleTime = 0;  // and ours then
+    uint64_t mHostNanos = 0;           // of the last cycle that had a time
+    int64_t mNextDriverTime = 0;       // where the driver's count goes on if nothing happens,
+    int64_t mNextSampleTime = 0;       // and ours then
+    std::array<Taken, kTaken> mTaken;  // the latest ones of this clock, in a round
+    size_t mTakenCount = 0;
 };
 
 }  // namespace platform::audio

@@ -32,10 +32,12 @@ std::optional<UInt32> DevicePropertyBytes(const NativeDevice& device, UInt32 cha
             return UInt32(sizeof(AudioValueRange));
         case kAudioDevicePropertyLatency:
         case kAudioDevicePropertySafetyOffset:
+        case kAudioDevicePropertyDeviceIsAlive:
             return UInt32(sizeof(UInt32));
         case kAudioDevicePropertyStreams:
             return UInt32(hasStream ? sizeof(AudioStreamID) : 0);
         case kAudioDevicePropertyStreamFormat:
+        case kAudioDevicePropertyStreamFormatMatch:
             return ofStream(sizeof(AudioStreamBasicDescription));
         case kAudioDevicePropertyPreferredChannelsForStereo:
             return ofStream(2 * sizeof(UInt32));
@@ -146,9 +148,12 @@ OSStatus NativeDeviceData(const NativeDevice& device, UInt32 channel, bool isInp
         case kAudioDevicePropertyLatency:
         case kAudioDevicePropertySafetyOffset:
             return Give(UInt32(0), data);  // the server's stamps are those of the sound
+        case kAudioDevicePropertyDeviceIsAlive:
+            return Give(UInt32(1), data);  // one that went is not found above
         case kAudioDevicePropertyStreams:
             return *bytes == 0 ? kAudioHardwareNoError : Give(kFirstStream + device.mID, data);
         case kAudioDevicePropertyStreamFormat:
+        case kAudioDevicePropertyStreamFormatMatch:  // whatever is wanted: it has one
             return Give(FormatOf(described), data);
         case kAudioDevicePropertyPreferredChannelsForStereo:
             return GiveStereoChannels(described.mChannels, static_cast<UInt32*>(data));

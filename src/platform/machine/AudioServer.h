@@ -5,6 +5,7 @@
 // Three kinds of call, by thread:
 //   - control calls (Snapshot, Open*, SetStreams, ...): any thread that may block, never the server's own;
 //   - Render: the server's data thread, one call at a time for one server connection;
+//   - SetPlaybackFormat: the server's control thread;
 //   - OnServerChanged: the server's control thread, one at a time, in order. It may take a Snapshot and
 //     nothing else of the server; what follows from the change is done on a thread of the listener's.
 // Start at Snapshot, then CaptureNode.
@@ -148,6 +149,40 @@ public:
     virtual ~InputNode() = default;
 };
 
+/// What one cycle of an output device asks for.
+struct PlaybackCycle {
+    uint64_t mHostNanos;  // when the first frame will be heard, as far as the server knows
+    int64_t mSampleTime;  // of the first frame, on the driver's own timeline, in frames of the format's rate
+    uint32_t mFrames;
+    std::span<float* const> mChannels;  // to be filled, mFrames samples each, in the format's order; null: not wanted
+};
+
+class PlaybackClient {
+public:
+    /// What cycles have from now on: before the first one, and where the device is another or runs at another rate.
+    ///
+    /// @param channels  of the device, in its order, all different
+    /// @thread the server's control thread, never beside a Render; may allocate, but neither wait nor call the server
+    virtual void SetPlaybackFormat(uint32_t rateHz, std::span<const ChannelPosition> channels) noexcept = 0;
+
+    /// Fills one cycle, all that is wanted of it.
+    ///
+    /// @thread the server's data thread
+    /// @realtime yes: must not block, allocate or log
+    virtual void Render(const PlaybackCycle& cycle) noexcept = 0;
+
+protected:
+    ~PlaybackClient() = default;
+};
+
+/// A player on an output device, which is asked for its sound while this lives. It is none of the snapshot's streams.
+///
+/// After the destructor no call of the client runs and none will.
+class OutputNode {
+public:
+    virtual ~OutputNode() = default;
+};
+
 class AudioServer {
 public:
     virtual ~AudioServer() = default;
@@ -174,6 +209,12 @@ public:
     /// both up when they are back. `name` is shown on the server.
     virtual std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
                                                  CaptureClient& client) = 0;
+
+    /// Plays on the output device `uid`, or where that is empty on whichever is the default. Works while the device or
+    /// the server is away, and takes both up when they are back: meanwhile it is not asked. `name` is shown on the
+    /// server.
+    virtual std::unique_ptr<OutputNode> OpenOutput(const std::string& uid, const std::string& name,
+                                                   PlaybackClient& client) = 0;
 
     /// The longest cycle that the server's settings allow, in nanoseconds: no capture brings more at once.
     virtual uint64_t LongestCycleNanos() = 0;

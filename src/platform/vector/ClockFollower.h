@@ -17,7 +17,9 @@ public:
     ///
     /// @param position  frame that the integral starts from
     /// @param hostNanos host time of that frame
-    void Start(double nominalHz, double position, uint64_t hostNanos) noexcept;
+    /// @param usedAfterNanos  how long after its stamp a frame is used, where that is always the same; a new rate then
+    ///                  holds for the frames that are not used yet. 0: a frame is used when its position is asked for
+    void Start(double nominalHz, double position, uint64_t hostNanos, uint64_t usedAfterNanos = 0) noexcept;
 
     /// Another measurement of the same integral: another driver or nominal rate. What PositionAt hands out
     /// goes on without a step, and is paid back against the new measurement.
@@ -46,14 +48,14 @@ public:
 
     /// The integral of what was handed out: the frame at host time `hostNanos`, which may lie ahead of the
     /// last stamp. Continuous over all calls, save Start: a new rate holds from the latest time asked for on,
-    /// where that lies within a second of the last stamp.
+    /// where that lies within a second of the last stamp; or else from the last frame on that is used already.
     double PositionAt(uint64_t hostNanos) const noexcept;
 
     /// The measured line itself, without the paying back: for judging a phase, not for resampling.
     double MeasuredPositionAt(uint64_t hostNanos) const noexcept;
 
 private:
-    static constexpr unsigned kPeriods = 32;
+    static constexpr unsigned kPeriods = 64;
 
     struct Stamp {
         int64_t mPosition = 0;
@@ -75,8 +77,10 @@ private:
     void Fit() noexcept;
     void HandOut(uint64_t hostNanos) noexcept;
     double PayBack(uint64_t hostNanos) const noexcept;
+    void Hold(uint64_t hostNanos) noexcept;
 
     double mNominalHz = 0;
+    uint64_t mUsedAfterNanos = 0;
     Stamp mLast;
     bool mStamped = false;  // whether mLast is one
 

@@ -33,15 +33,22 @@ constexpr uint64_t kOneFrame = uint64_t{1} << kPositionBits;
 constexpr uint64_t kRounding = uint64_t{1} << (kPhaseShift - 1);
 
 __extension__ using Wide = unsigned __int128;
+__extension__ using SignedWide = __int128;
 
 uint64_t RatioUnits(double ratio) noexcept
 {
     return static_cast<uint64_t>(std::ldexp(ratio, kRatioBits));
 }
 
+/// The modified function of order 0, by its series: many times faster than the library's, which does any order.
 double Bessel(double x)
 {
-    return std::cyl_bessel_i(0.0, x);
+    double sum = 1, term = 1;
+    for (double k = 1; term > sum * 1e-17; ++k) {
+        const double factor = x / (2 * k);
+        sum += term *= factor * factor;
+    }
+    return sum;
 }
 
 /// A Kaiser window: 1 in the middle, 0 from 1 on to either side.
@@ -136,9 +143,9 @@ struct Resampler::State {
           mDelayFrames(delayFrames),
           mWholeDelay(static_cast<unsigned>(std::ceil(delayFrames))),
           mTaps(TapsOf(shape)),
-          mPoints(maxOutputFrames),
+          mPoints(maxOutputFrames + kLanes),
           mOldFrames(shape.mTaps + mWholeDelay - shape.mDelay),
-          mHistoryFrames(mOldFrames + MostFor(maxOutputFrames)),
+          mHistoryFrames(mOldFrames + MostFor(maxOutputFrames) + kLanes),
           mHistory(size_t{mHistoryFrames} * channels)
     {
         Reset();
@@ -189,24 +196,28 @@ struct Resampler::State {
     const std::shared_ptr<const Taps> mTaps;
     std::vector<loops::Point> mPoints;
     const unsigned mOldFrames;
-    const unsigned mHistoryFrames;  // a channel, old and new
+    const unsigned mHistoryFrames;  // a channel, old and new, and what the loops read beyond
     std::vector<float> mHistory;
 
     uint64_t mPosition = 0;    // of the next output frame, below one frame, in 2^-60 frames
     uint64_t mRatioUnits = 0;  // where the last block left the ratio, in 2^-59
 };
 
-/// Where each frame of the block lies. In double precision, from the block's beginning: 2^-36 frames at worst,
-/// and nothing of it is left at the block's end, where the exact position takes over.
+/// Where each frame of the block lies: at position + frame x first + frame^2 x bend, by differences, in 2^-96 frames,
+/// so that half of a number is what a Point holds. Rounded is the bend alone, to 2^-64 frames at a block's end.
 void Resampler::State::Locate(unsigned frames, uint64_t units) noexcept
 {
-    const double start = static_cast<double>(mPosition >> kPhaseShift);  // in 2^-32 frames
-    const double first = std::ldexp(static_cast<double>(mRatioUnits), 32 - static_cast<int>(kRatioBits));
-    const double last = std::ldexp(static_cast<double>(units), 32 - static_cast<int>(kRatioBits));
-    const double bend = (last - first) / (2.0 * frames);
+    constexpr unsigned kMoreBits = 96 - kPositionBits;
+    const Wide one = Wide{1} << kMoreBits;
+    const auto moved = static_cast<SignedWide>(units) - static_cast<SignedWide>(mRatioUnits);
+    const auto bend = static_cast<Wide>(moved * static_cast<SignedWide>(one) / static_cast<SignedWide>(frames));
+    Wide place = one * mPosition;
+    Wide step = one * mRatioUnits * 2 + bend;
     for (unsigned frame = 0; frame < frames; ++frame) {
-        const auto place = static_cast<uint64_t>(static_cast<int64_t>(start + frame * (first + frame * bend)));
-        mPoints[frame] = {static_cast<uint32_t>(place >> 32), static_cast<uint32_t>(place)};
+        const auto here = static_cast<uint64_t>(place >> 64);
+        mPoints[frame] = {static_cast<uint32_t>(here >> 32), static_cast<uint32_t>(here)};
+        place += step;
+        step += 2 * bend;
     }
 }
 
@@ -272,7 +283,7 @@ unsigned Resampler::MaxInputFramesFor(unsigned outputFrames) const noexcept
 void Resampler::Process(const float* const* input, float* const* output, unsigned outputFrames, double ratio) noexcept
 {
     State& state = *mState;
-    assert(outputFrames <= state.mPoints.size());
+    assert(outputFrames + kLanes <= state.mPoints.size());
     if (outputFrames == 0) return;
 
     const uint64_t units = state.UnitsOf(ratio);

@@ -44,8 +44,8 @@ public:
     void Reset() noexcept;
 
     /// Delay in input frames: output frame k of a Configured stream lies at input position k * ratio - Delay.
-    /// What Configure was asked for, to 2^-33 frames, or LeastDelayFrames. A whole one begins at phase 0, so that unity is
-    /// bit exact; a fraction is where the phase begins.
+    /// What Configure was asked for, to 2^-33 frames, or LeastDelayFrames. A whole one begins at phase 0, so that unity
+    /// is bit exact; a fraction is where the phase begins.
     double DelayFrames() const noexcept;
 
     /// Input frames that Process will consume for this block: exactly the whole part of the position's

@@ -174,8 +174,8 @@ TEST_F(DeviceInputTest, StampsShowTheCrystalAndNotTheWakeUps)
     Device device(mServer, 200);
     DeviceInput input(mMicrophone, mClient);
     unsigned seed = 1;
-    device.Deliver(3000, [&] { return (seed = seed * 1664525 + 1013904223) >> 12; });  // up to a millisecond
-    for (size_t i = 2000; i < mClient.mTimes.size(); ++i) {
+    device.Deliver(6000, [&] { return (seed = seed * 1664525 + 1013904223) >> 12; });  // up to a millisecond
+    for (size_t i = 5000; i < mClient.mTimes.size(); ++i) {
         const AudioTimeStamp& time = mClient.mTimes[i];
         const uint64_t moment = device.HostNanosOf(int64_t(time.mSampleTime)) + StampLatencyNanos();
         ASSERT_NEAR(double(int64_t(time.mHostTime - moment)), 0, 20'000) << i;

@@ -1,13 +1,11 @@
 #include "platform/foundation/CFBundle.h"
 #include "platform/kernel/IOKit.h"
-#include "platform/machine/Files.h"
-#include "platform/machine/Machine.h"
-#include "platform/machine/linux/LinuxMachine.h"
+#include "support/FakeMachine.h"
+#include "support/FolderTree.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -15,52 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The real machine, with a folder of bundles that a test fills.
-class MachineWithBundles final : public platform::machine::Machine, platform::machine::Files {
-public:
-    explicit MachineWithBundles(const fs::path& folder) : mFolder(folder.string()) {}
-
-    platform::machine::Clock& GetClock() override { return mReal->GetClock(); }
-    platform::machine::Threads& GetThreads() override { return mReal->GetThreads(); }
-    platform::machine::Memory& GetMemory() override { return mReal->GetMemory(); }
-    platform::machine::Processes& GetProcesses() override { return mReal->GetProcesses(); }
-    platform::machine::Identity& GetIdentity() override { return mReal->GetIdentity(); }
-    platform::machine::Messenger& GetMessenger() override { return mReal->GetMessenger(); }
-    platform::machine::AudioServer& GetAudioServer() override { return mReal->GetAudioServer(); }
-    platform::machine::Files& GetFiles() override { return *this; }
-
-private:
-    std::string Resolve(const std::string& path) override { return path; }
-    std::string BundleFolder() override { return mFolder; }
-    std::string PreferencesFolder() override { return {}; }
-
-    const std::unique_ptr<Machine> mReal = platform::machine::MakeLinuxMachine();
-    const std::string mFolder;
-};
-
-/// Installs the machine before any case of this program asks for one, around a folder of its own.
-class BundleFolder final : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        std::string folder = (fs::temp_directory_path() / "corvane-bundles-XXXXXX").string();
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        mPath = folder;
-        platform::machine::Machine::Install(std::make_unique<MachineWithBundles>(mPath));
-    }
-    void TearDown() override { fs::remove_all(mPath); }
-    const fs::path& Path() const { return mPath; }
-
-private:
-    fs::path mPath;
-};
-
-auto* const sFolder = static_cast<BundleFolder*>(testing::AddGlobalTestEnvironment(new BundleFolder));
+// Before any case of this program asks for a machine.
+support::FakeMachine& sMachine = support::FakeMachine::Installed();
 
 class Bundles : public testing::Test {
 protected:
-    void SetUp() override { fs::create_directories(mFolder); }
-    void TearDown() override { fs::remove_all(mFolder); }
+    Bundles()
+    {
+        sMachine.mFiles.mRoot = mTree.Root();
+        fs::create_directory(mFolder);
+    }
 
     /// Makes a bundle whose Info.plist has these keys and strings.
     fs::path Make(const std::string& name, const std::vector<std::pair<std::string, std::string>>& info)
@@ -73,7 +35,8 @@ protected:
         return mFolder / name;
     }
 
-    const fs::path mFolder = sFolder->Path();
+    const support::FolderTree mTree;
+    const fs::path mFolder = mTree.Root() + "/bundles";
 };
 
 cf::Ref<cf::Bundle> Open(const fs::path& folder)

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 using namespace platform;
 
@@ -15,69 +16,50 @@ namespace {
 
 std::unique_ptr<int> sPlanted;  // outlives the cycle, so that no compiler takes the allocation out
 
-}  // namespace
-
-TEST(RealtimeDeathTest, ACycleThatAllocatesOrFreesEndsTheProcessWithTheCallsName)
+void Allocate()
 {
-    EXPECT_DEATH(
-        {
-            const kernel::RealtimeScope cycle;
-            sPlanted = std::make_unique<int>(1);
-        },
-        "A cycle must not call malloc\\.");
     sPlanted = std::make_unique<int>(1);
-    EXPECT_DEATH(
-        {
-            const kernel::RealtimeScope cycle;
-            sPlanted.reset();
-        },
-        "A cycle must not call free\\.");
 }
 
-TEST(RealtimeDeathTest, ACycleThatMayWaitEndsTheProcessWithTheCallsName)
+template <class Body>
+void ExpectTrapped(const std::string& call, Body body)
 {
+    EXPECT_DEATH(
+        {
+            const kernel::RealtimeScope cycle;
+            body();
+        },
+        "A cycle must not call " + call + "\\.");
+}
+
+}  // namespace
+
+TEST(RealtimeDeathTest, ACycleThatAllocatesFreesOrMayWaitEndsTheProcessWithTheCallsName)
+{
+    ExpectTrapped("malloc", Allocate);
+    Allocate();
+    ExpectTrapped("free", [] { sPlanted.reset(); });
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    EXPECT_DEATH(
-        {
-            const kernel::RealtimeScope cycle;
-            kernel::pthread_mutex_lock(&mutex);
-        },
-        "A cycle must not call pthread_mutex_lock\\.");
-    EXPECT_DEATH(
-        {
-            const kernel::RealtimeScope cycle;
-            kernel::usleep(1);
-        },
-        "A cycle must not call usleep\\.");
-    EXPECT_DEATH(
-        {
-            const kernel::RealtimeScope cycle;
-            vm_address_t pages;
-            vm_allocate(mach_task_self(), &pages, 1, VM_FLAGS_ANYWHERE);
-        },
-        "A cycle must not call vm_allocate\\.");
+    ExpectTrapped("pthread_mutex_lock", [&mutex] { kernel::pthread_mutex_lock(&mutex); });
+    ExpectTrapped("usleep", [] { kernel::usleep(1); });
+    vm_address_t pages;
+    ExpectTrapped("vm_allocate", [&pages] { vm_allocate(mach_task_self(), &pages, 1, VM_FLAGS_ANYWHERE); });
 }
 
 TEST(RealtimeDeathTest, TheOuterCycleGoesOnAfterAnInnerOneAndAfterAnExemption)
 {
-    EXPECT_DEATH(
+    ExpectTrapped("malloc", [] {
         {
-            const kernel::RealtimeScope cycle;
-            {
-                const kernel::RealtimeScope inner;
-            }
-            sPlanted = std::make_unique<int>(1);
-        },
-        "A cycle must not call malloc\\.");
-    EXPECT_DEATH(
+            const kernel::RealtimeScope inner;
+        }
+        Allocate();
+    });
+    ExpectTrapped("malloc", [] {
         {
-            const kernel::RealtimeScope cycle;
-            {
-                const kernel::RealtimeExemption exemption("a test");
-            }
-            sPlanted = std::make_unique<int>(1);
-        },
-        "A cycle must not call malloc\\.");
+            const kernel::RealtimeExemption exemption("a test");
+        }
+        Allocate();
+    });
 }
 
 #endif

@@ -1,13 +1,8 @@
 #include "platform/vector/Resampler.h"
 
-#include <samplerate.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <numbers>
 #include <random>
 #include <tuple>
@@ -15,26 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/vector/ResamplerLoops.h"
-
-namespace {
-std::atomic<long> sAllocations{0};
-}
-
-// Not inlined: the compiler would judge the pairs by halves.
-[[gnu::noinline]] void* operator new(size_t bytes)
-{
-    ++sAllocations;
-    if (void* memory = std::malloc(bytes)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept
-{
-    std::free(memory);
-}
+#include "support/AllocationFaults.h"
 
 namespace platform::vector {
 namespace {
@@ -126,20 +102,6 @@ TEST(Resampler, UnityIsBitExactAndDelaysByAWholeNumberOfFramesAtEveryBlockSize)
                     ASSERT_EQ(stream.mOutput[channel][i], i < delay ? 0 : Noise(channel, i - delay))
                         << frames << ' ' << i;
         }
-    }
-}
-
-TEST(Resampler, AtPhaseZeroTheKernelItselfIsTheIdentity)
-{
-    for (const ResamplerStage stage : kStages) {
-        Stream shortcut(2, 1.0, 512, Noise, stage);
-        Stream kernel(2, 1.0, 512, Noise, stage);
-        for (int block = 0; block < 10; ++block) {
-            shortcut.Pull(512, 1.0);
-            kernel.Pull(512, std::nextafter(1.0, 2.0));  // not 1, and yet never a step of the phase away from it
-        }
-        EXPECT_EQ(kernel.mResampler.Phase(), 0);
-        EXPECT_EQ(shortcut.mOutput, kernel.mOutput);
     }
 }
 
@@ -258,32 +220,6 @@ TEST(Resampler, AMovingRatioMakesNoProducts)
     }
 }
 
-TEST(Resampler, AgreesWithTheReference)
-{
-    constexpr unsigned kFrames = 20000;
-    constexpr double kRatio = 1.0003;
-    const auto chord = [](unsigned, int64_t frame) {
-        double sum = 0;
-        for (const double hz : {110.0, 997.0, 4711.0, 12345.0, 17000.0})
-            sum += Sine(hz, static_cast<double>(frame)) / 5;
-        return static_cast<float>(sum);
-    };
-    Stream stream(1, kRatio, 500, chord);
-    for (unsigned done = 0; done < kFrames; done += 500) stream.Pull(500, kRatio);
-
-    std::vector<float> input(32 + stream.mConsumed);  // the reference has no delay; ours is 32 frames
-    for (int64_t i = 0; i < stream.mConsumed; ++i) input[32 + i] = chord(0, i);
-    std::vector<float> reference(kFrames);
-    SRC_DATA data{input.data(), reference.data(), static_cast<long>(input.size()), kFrames, 0, 0, 0, 1 / kRatio};
-    ASSERT_EQ(src_simple(&data, SRC_SINC_BEST_QUALITY, 1), 0);
-    double error = 0, power = 0;
-    for (unsigned i = 1000; i < kFrames - 1000; ++i) {
-        error += std::pow(stream.mOutput[0][i] - reference[i], 2);
-        power += std::pow(reference[i], 2);
-    }
-    EXPECT_LT(10 * std::log10(error / power), -125);
-}
-
 TEST(Resampler, ResetMakesItNewAndNothingIsAllocatedAfterConfigure)
 {
     Resampler resampler;
@@ -297,21 +233,26 @@ TEST(Resampler, ResetMakesItNewAndNothingIsAllocatedAfterConfigure)
         resampler.Process(from, to, 512, 0.91);
     };
 
-    const long before = sAllocations;
+    support::Faults counted;
+    support::sAllocationFaults = &counted;
     pull(first);
     pull(second);
-    EXPECT_NE(first, second);
+    const bool goesOn = first != second;
     resampler.Reset();
     pull(second);
-    EXPECT_EQ(sAllocations, before);
+    support::sAllocationFaults = nullptr;
+    EXPECT_EQ(counted.mCalls, 0);
+    EXPECT_TRUE(goesOn);
     EXPECT_EQ(first, second);
     EXPECT_EQ(first[0], first[4]) << "one channel alone differs from one of a pair";
 }
 
-TEST(Resampler, BothInstructionSetsAgreeWithinRounding)
+TEST(Resampler, AllInstructionSetsAgreeWithinRounding)
 {
-    if (&loops::Best() == &loops::kBaseline) return;  // there is only one here
-    std::vector<loops::TapGroup> taps(16 << loops::kPhaseBits);
+    std::vector<const loops::Loops*> sets{&loops::kBaseline};
+    if (&loops::Best() != &loops::kBaseline) sets.push_back(&loops::kWide);
+    if (&loops::Best() == &loops::kWidest) sets.push_back(&loops::kWidest);
+    std::vector<loops::TapGroup> taps(8 << loops::kPhaseBits);
     std::vector<float> left(300), right(300);
     int64_t seed = 0;
     for (auto& group : taps)
@@ -319,36 +260,41 @@ TEST(Resampler, BothInstructionSetsAgreeWithinRounding)
             group.mValue[lane] = Noise(1, ++seed), group.mSlope[lane] = Noise(2, seed),
             group.mBend[lane] = Noise(3, seed);
     for (auto* side : {&left, &right}) std::ranges::generate(*side, [&] { return Noise(4, ++seed); });
-    std::vector<loops::Point> points(100);
-    for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * 2654435761u};
+    std::vector<loops::Point> points(100 + loops::kLanes);
 
     const float* from[] = {left.data(), right.data()};
-    for (const unsigned groups : {3u, 8u, 12u, 16u}) {
-        std::vector<float> outputs[2][3];
-        for (const bool wide : {false, true}) {
-            for (auto& output : outputs[wide]) output.resize(100);
-            float* pair[] = {outputs[wide][0].data(), outputs[wide][1].data()};
-            float* alone[] = {outputs[wide][2].data()};
-            const loops::Loops& set = wide ? loops::kWide : loops::kBaseline;
-            set.mStereo({taps.data(), groups}, points.data(), 100, from, pair);
-            set.mMono({taps.data(), groups}, points.data(), 100, from, alone);
+    const auto compare = [&](unsigned groups) {
+        std::vector<std::array<std::vector<float>, 3>> outputs(sets.size());
+        for (size_t set = 0; set < sets.size(); ++set) {
+            auto& [one, other, single] = outputs[set];
+            for (auto* output : {&one, &other, &single}) output->resize(100);
+            float* pair[] = {one.data(), other.data()};
+            float* alone[] = {single.data()};
+            sets[set]->mStereo({taps.data(), groups}, points.data(), 100, from, pair);
+            sets[set]->mMono({taps.data(), groups}, points.data(), 100, from, alone);
+            for (unsigned which = 0; which < 3; ++which)
+                for (unsigned i = 0; i < 100; ++i)
+                    ASSERT_NEAR(outputs[0][which][i], outputs[set][which][i], groups * 8e-6) << groups << ' ' << i;
+            EXPECT_EQ(one, single);
         }
-        for (unsigned which = 0; which < 3; ++which)
-            for (unsigned i = 0; i < 100; ++i)
-                ASSERT_NEAR(outputs[0][which][i], outputs[1][which][i], groups * 4e-6) << groups << ' ' << i;
-        EXPECT_EQ(outputs[1][0], outputs[1][2]);
+    };
+    for (const uint32_t advance : {2654435761u, 1000000u}) {  // a phase of its own for each frame; for many the same
+        for (uint32_t i = 0; i < 100; ++i) points[i] = {i, i * advance};
+        for (const unsigned groups : {3u, 4u, 6u, 8u}) compare(groups);
     }
 }
 
 TEST(Resampler, RefusesWhatItCannotDo)
 {
     Resampler resampler;
-    EXPECT_FALSE(resampler.Configure(0, 1, 512, ResamplerStage::Low));
-    EXPECT_FALSE(resampler.Configure(65, 1, 512, ResamplerStage::Low));
-    EXPECT_FALSE(resampler.Configure(2, 17, 512, ResamplerStage::Low));
-    EXPECT_FALSE(resampler.Configure(2, std::nan(""), 512, ResamplerStage::Low));
-    EXPECT_FALSE(resampler.Configure(2, 1, 0, ResamplerStage::Low));
-    EXPECT_FALSE(resampler.Configure(2, 1, 512, ResamplerStage::Low, std::nan("")));
+    const struct {
+        unsigned channels;
+        double nominal;
+        unsigned most;
+        double delay;
+    } cases[] = {{0, 1, 512, 0}, {65, 1, 512, 0}, {2, 17, 512, 0}, {2, NAN, 512, 0}, {2, 1, 0, 0}, {2, 1, 512, NAN}};
+    for (const auto& [channels, nominal, most, delay] : cases)
+        EXPECT_FALSE(resampler.Configure(channels, nominal, most, ResamplerStage::Low, delay));
     ASSERT_TRUE(resampler.Configure(2, 1, 512, ResamplerStage::Low));
     EXPECT_EQ(resampler.InputFramesFor(512, std::nan("")), resampler.InputFramesFor(512, 0.95));
     EXPECT_EQ(resampler.InputFramesFor(512, 7), resampler.InputFramesFor(512, 1.05));

@@ -11,6 +11,9 @@ namespace platform::audio::units {
 class Buffers {
 public:
     Buffers() = default;
+    /// Moved, and never copied: the lists point into the samples.
+    Buffers(Buffers&&) = default;
+    Buffers& operator=(Buffers&&) = default;
 
     /// Silence in a format that IsFloat. Throws std::bad_alloc.
     Buffers(const AudioStreamBasicDescription& format, UInt32 frames);

@@ -4,6 +4,7 @@
 #include "platform/audio/units/GenericOutput.h"
 #include "platform/audio/units/InputUnit.h"
 #include "platform/audio/units/MatrixMixer.h"
+#include "platform/audio/units/OutputUnit.h"
 #include "platform/audio/units/Varispeed.h"
 
 #include <algorithm>
@@ -23,6 +24,7 @@ std::unique_ptr<Unit> Open()
 constexpr OSType kManufacturer = FourCC("appl");
 constexpr OpaqueComponent kComponents[] = {
     {{FourCC("auou"), FourCC("ahal"), kManufacturer, 0, 0}, Open<InputUnit>},
+    {{FourCC("auou"), FourCC("def "), kManufacturer, 0, 0}, Open<OutputUnit>},
     {{FourCC("auou"), FourCC("genr"), kManufacturer, 0, 0}, Open<GenericOutput>},
     {{FourCC("aufc"), FourCC("conv"), kManufacturer, 0, 0}, Open<Converter>},
     {{FourCC("aufc"), FourCC("vari"), kManufacturer, 0, 0}, Open<Varispeed>},

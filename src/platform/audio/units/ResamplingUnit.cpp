@@ -3,6 +3,7 @@
 #include "platform/vector/VectorKernels.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace platform::audio::units {
 
@@ -21,6 +22,11 @@ OSStatus ResamplingUnit::PrepareResampler(vector::ResamplerStage stage, double d
     if (IsInterleaved(InputFormat())) mChannels = Buffers(OutputFormat(), mostPulled);
     mOutputData.resize(channels);
     return 0;
+}
+
+double ResamplingUnit::PullDelaySeconds() const noexcept
+{
+    return (std::ceil(mResampler.DelayFrames()) - mResampler.Phase()) / InputFormat().mSampleRate;
 }
 
 const float* const* ResamplingUnit::PulledChannels(UInt32 frames) noexcept

@@ -9,6 +9,11 @@
 namespace platform::audio::units {
 
 class ResamplingUnit : public Unit {
+public:
+    /// How much later than the next frame that it makes the next one that it pulls will come out, in seconds: the
+    /// delay, less the part of a frame that is left over. Initialized only. @realtime yes
+    double PullDelaySeconds() const noexcept;
+
 protected:
     ResamplingUnit() : Unit(1, 1) {}
 

@@ -1,4 +1,4 @@
-// CycleClient: the client of a capture or an input, as the data thread meets it.
+// CycleClient: the client of a capture, an input or an output, as the data thread meets it.
 // Why: the order that a server gives to its client's threads is these two stores and loads and nothing else, so that
 // the race detector finds what a client takes for granted.
 #pragma once
@@ -11,9 +11,11 @@
 
 namespace platform::machine::simulated {
 
+/// @tparam Client  a CaptureClient or a PlaybackClient
+template <class Client>
 class CycleClient {
 public:
-    CycleClient(Gate& gate, CaptureClient& client) : mGate(gate), mClient(client) { Controlled(); }
+    CycleClient(Gate& gate, Client& client) : mGate(gate), mClient(client) { Controlled(); }
 
     /// A control call was made: the renders after it see what was done before.
     void Controlled() { mControlled.store(1, std::memory_order_release); }
@@ -21,7 +23,8 @@ public:
     void Ended() { static_cast<void>(mRendered.load(std::memory_order_acquire)); }
 
     /// @thread data, inside one Unseen
-    void Render(const CaptureCycle& cycle)
+    template <class Cycle>
+    void Render(const Cycle& cycle)
     {
         const Seen seen;
         static_cast<void>(mControlled.load(std::memory_order_acquire));
@@ -31,9 +34,23 @@ public:
         mRendered.store(1, std::memory_order_release);
     }
 
+    /// Announces a format to a PlaybackClient: no render runs, and those after it see what it did.
+    ///
+    /// @thread control, inside one Unseen
+    void Announce(uint32_t rateHz, std::span<const ChannelPosition> channels)
+    {
+        const Seen seen;
+        static_cast<void>(mControlled.load(std::memory_order_acquire));
+        static_cast<void>(mRendered.load(std::memory_order_acquire));
+        mGate.ForbidBlocking(true);
+        mClient.SetPlaybackFormat(rateHz, channels);
+        mGate.ForbidBlocking(false);
+        mControlled.store(1, std::memory_order_release);
+    }
+
 private:
     Gate& mGate;
-    CaptureClient& mClient;
+    Client& mClient;
     std::atomic<uint32_t> mControlled{0};  // stored by control calls (release), read before a render (acquire)
     std::atomic<uint32_t> mRendered{0};    // stored after a render (release), read by the destructor (acquire)
 };

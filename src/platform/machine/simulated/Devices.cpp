@@ -2,6 +2,8 @@
 
 #include "platform/machine/simulated/World.h"
 
+#include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace platform::machine::simulated {
@@ -38,6 +40,38 @@ void ScriptedDevice::Restart()
 Output::Output(World& world, std::string uid)
     : DeviceVerbs(world, std::move(uid), [&world](Driver& driver) { world.mOnCycle(driver); })
 {
+}
+
+Output& Output::heardBy(Listener listener)
+{
+    mListener = std::move(listener);
+    return *this;
+}
+
+std::vector<std::vector<float>>& Output::Heard()
+{
+    if (mHeard.empty())
+        mHeard.assign(mDevice.mChannels.size(), std::vector<float>(mDriver.Now().mSettings.mQuantumFrames));
+    return mHeard;
+}
+
+void Output::Hear(std::span<const ChannelPosition> channels, std::span<const std::vector<float>> samples)
+{
+    if (!mListener) return;
+    for (size_t i = 0; i < channels.size(); ++i) {
+        const auto place = std::ranges::find(mDevice.mChannels, channels[i]);
+        if (place == mDevice.mChannels.end()) continue;
+        std::vector<float>& heard = Heard()[static_cast<size_t>(place - mDevice.mChannels.begin())];
+        std::ranges::transform(heard, samples[i], heard.begin(), std::plus());
+    }
+}
+
+void Output::EndCycle()
+{
+    if (!mListener) return;
+    const Driver::Cycle& now = mDriver.Now();
+    mListener({*this, now.mHostNanos, static_cast<uint64_t>(now.mSampleTime), Heard()});
+    mHeard.clear();
 }
 
 Input::Input(World& world, std::string uid)

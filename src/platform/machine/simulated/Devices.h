@@ -15,6 +15,15 @@
 namespace platform::machine::simulated {
 
 class World;
+class Output;
+
+/// What reached an output's speakers in one cycle, of one stream or of all that plays there.
+struct HeardCycle {
+    const Output& mOutput;
+    uint64_t mHostNanos;
+    uint64_t mFirstFrame;  // counted by the stream, or of all by the output
+    std::span<const std::vector<float>> mChannels;
+};
 
 /// What outputs and inputs have in common. Plugged in from its making.
 class ScriptedDevice {
@@ -107,7 +116,25 @@ private:
 /// A device that streams play on.
 class Output final : public DeviceVerbs<Output> {
 public:
+    using Listener = std::function<void(const HeardCycle&)>;
+
     Output(World& world, std::string uid);
+
+    /// Calls `listener` on the data thread with all that is heard in each cycle: every stream and every player of the
+    /// program's, mixed. A channel that the output does not have is not heard.
+    Output& heardBy(Listener listener);
+
+private:
+    friend class SimulatedServer;
+    friend class SimulatedOutput;
+
+    void Hear(std::span<const ChannelPosition> channels, std::span<const std::vector<float>> samples);
+    /// Every player has been heard in the cycle that runs.
+    void EndCycle();
+    std::vector<std::vector<float>>& Heard();
+
+    Listener mListener;
+    std::vector<std::vector<float>> mHeard;  // of the cycle that runs, a channel each; empty before its first player
 };
 
 /// A device that hears a signal of its own, whether it is open or not.

@@ -1,10 +1,8 @@
 #include "platform/machine/simulated/Gate.h"
 
-#include <linux/futex.h>
 #include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace platform::machine::simulated {
@@ -12,19 +10,6 @@ namespace platform::machine::simulated {
 namespace {
 
 thread_local GateThread* sSelf = nullptr;
-
-void AwaitTurn(GateThread& self) noexcept
-{
-    while (__atomic_load_n(&self.mTurn, __ATOMIC_ACQUIRE) == 0)
-        syscall(SYS_futex, &self.mTurn, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
-    __atomic_store_n(&self.mTurn, 0, __ATOMIC_RELAXED);
-}
-
-void HandTo(GateThread& next) noexcept
-{
-    __atomic_store_n(&next.mTurn, 1, __ATOMIC_RELEASE);
-    syscall(SYS_futex, &next.mTurn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
 
 void StayOnOneProcessor() noexcept
 {
@@ -75,6 +60,7 @@ Gate::Gate()
     main.mHandle = pthread_self();
     main.mSystemID = gettid();
     main.mUsed = main.mPunctual = true;
+    main.mTurn.Begin();
     sSelf = &main;
 }
 
@@ -113,8 +99,9 @@ void Gate::ForbidBlocking(bool forbidden) noexcept
 void Gate::Enter(GateThread* thread)
 {
     sSelf = thread;
-    AwaitTurn(*thread);
-    thread->mSystemID = gettid();
+    const int systemID = gettid();  // before the turn, with which another thread of the kernel may go on
+    thread->mTurn.Arrive();
+    thread->mSystemID = systemID;
 }
 
 void Gate::Leave(GateThread* thread)
@@ -123,7 +110,7 @@ void Gate::Leave(GateThread* thread)
     WakeAll(thread);
     if (thread->mDetached) thread->mUsed = false;
     sSelf = nullptr;
-    HandTo(*Next());
+    thread->mTurn.LeaveTo(Next()->mTurn);
 }
 
 GateThread* Gate::Find(pthread_t handle) noexcept
@@ -154,10 +141,7 @@ bool Gate::Block(WaitFor what, const void* object, uint64_t deadlineNanos)
     if (self.mMayNotBlock) GiveUp("A cycle of the audio server would block");
 
     GateThread* next = Next();
-    if (next != &self) {
-        HandTo(*next);
-        AwaitTurn(self);
-    }
+    if (next != &self) self.mTurn.HandTo(next->mTurn);
     return self.mWoken;
 }
 

@@ -4,11 +4,12 @@
 // when there is none either, everybody's wait is printed and the process ends.
 //
 // The race detector must not see the gate: it would take every hand-over for an order that the program made.
-// So the gate uses bare futexes and builtins, its source is compiled without that detector, and nothing here is
-// a standard container, whose code could be merged with an instrumented copy. All state is touched by the
-// thread that has the turn and by no other, so that it needs no lock.
-// Start at Block.
+// So the gate and its turns use bare futexes and builtins, their sources are compiled without that detector, and
+// nothing here is a standard container, whose code could be merged with an instrumented copy. All state is touched by
+// the thread that has the turn and by no other, so that it needs no lock. Start at Block.
 #pragma once
+
+#include "platform/machine/simulated/Turn.h"
 
 #include <pthread.h>
 
@@ -47,7 +48,7 @@ struct GateThread {
     bool mWoken;  // by another thread, not by its deadline
 
     GateThread* mNext;  // in the one queue that it stands in
-    uint32_t mTurn;     // the futex: stored 1 (release) by whoever hands on, awaited (acquire) by its owner
+    Turn mTurn;
 };
 
 class Gate {

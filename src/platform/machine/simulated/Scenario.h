@@ -4,6 +4,7 @@
 //     auto& speakers = s.output("speakers").rate(48'000).quantum(1024).crystal(+300);
 //     auto& mic = s.input("mic").rate(44'100).quantum(512).crystal(-200).startsLate(137ms).plays(HostTone(1000));
 //     auto& music = s.application("game", 200).plays(Counter(), speakers);
+//     speakers.heardBy([](const HeardCycle& cycle) { ... all that plays there, mixed ... });
 //     s.at(2s).unplug(speakers);
 //     s.at(3s).plug(speakers);
 //     s.at(4s).stall("tap pacer", 50ms);

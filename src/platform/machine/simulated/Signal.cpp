@@ -11,6 +11,34 @@ namespace {
 
 constexpr double kTurn = 2 * std::numbers::pi;
 
+/// Vectors that turn together, each by eight samples at a time: one alone would wait for itself at every sample.
+class Turning {
+public:
+    static constexpr size_t kTogether = 8;
+
+    Turning(std::complex<double> vector, std::complex<double> turn)
+    {
+        for (size_t i = 0; i < kTogether; ++i, vector *= turn) mReal[i] = vector.real(), mImaginary[i] = vector.imag();
+        for (size_t once = 1; once < kTogether; once *= 2) turn *= turn;
+        mCosine = turn.real(), mSine = turn.imag();
+    }
+
+    /// Their real parts, one after the other, and on.
+    void Next(float* samples)
+    {
+        for (size_t i = 0; i < kTogether; ++i) {
+            samples[i] = static_cast<float>(mReal[i]);
+            const double turned = mReal[i] * mCosine - mImaginary[i] * mSine;
+            mImaginary[i] = mReal[i] * mSine + mImaginary[i] * mCosine;
+            mReal[i] = turned;
+        }
+    }
+
+private:
+    double mReal[kTogether], mImaginary[kTogether];
+    double mCosine, mSine;
+};
+
 }  // namespace
 
 void Fill(std::vector<std::vector<float>>& samples, const Signal& signal, const Stretch& stretch, size_t channels,
@@ -38,12 +66,14 @@ Signal HostTone(double frequencyHz, double amplitude)
 {
     return [=](const Stretch& stretch, unsigned channel, std::span<float> samples) {
         const double quarters = channel % 2 == 0 ? 0 : -0.25;
-        auto vector = std::polar(amplitude, kTurn * std::fmod(frequencyHz * stretch.mSeconds + quarters, 1.0));
-        const auto turn = std::polar(1.0, kTurn * frequencyHz * stretch.mFrameSeconds);
-        for (float& sample : samples) {
-            sample = static_cast<float>(vector.real());
-            vector *= turn;
-        }
+        const double cycles = std::fmod(frequencyHz * stretch.mSeconds + quarters, 1.0);
+        Turning vectors(std::polar(amplitude, kTurn * cycles),
+                        std::polar(1.0, kTurn * frequencyHz * stretch.mFrameSeconds));
+        const size_t whole = samples.size() - samples.size() % Turning::kTogether;
+        for (size_t i = 0; i < whole; i += Turning::kTogether) vectors.Next(&samples[i]);
+        float last[Turning::kTogether];
+        vectors.Next(last);
+        std::copy_n(last, samples.size() - whole, samples.begin() + static_cast<std::ptrdiff_t>(whole));
     };
 }
 

@@ -42,7 +42,7 @@ private:
 
     SimulatedServer& mServer;
     const std::string mUID;
-    CycleClient mClient;
+    CycleClient<CaptureClient> mClient;
     std::vector<uint32_t> mStreams;
     bool mSilenced = false;
     Driver mHole;

@@ -14,12 +14,12 @@ public:
     ~SimulatedInput() override;
 
     const std::string& UID() const { return mUID; }
-    CycleClient& Client() { return mClient; }
+    CycleClient<CaptureClient>& Client() { return mClient; }
 
 private:
     SimulatedServer& mServer;
     const std::string mUID;
-    CycleClient mClient;
+    CycleClient<CaptureClient> mClient;
 };
 
 }  // namespace platform::machine::simulated

@@ -3,10 +3,12 @@
 #include "platform/machine/simulated/Gate.h"
 #include "platform/machine/simulated/SimulatedCapture.h"
 #include "platform/machine/simulated/SimulatedInput.h"
+#include "platform/machine/simulated/SimulatedOutput.h"
 #include "platform/machine/simulated/SimulatedThreads.h"
 #include "platform/machine/simulated/World.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace platform::machine::simulated {
 
@@ -102,21 +104,24 @@ void SimulatedServer::RemoveListener(ServerListener* listener)
 void* SimulatedServer::RunControl(void* self)
 {
     auto& server = *static_cast<SimulatedServer*>(self);
-    while (server.WaitForChange()) server.Tell();
+    while (server.WaitForWork()) {
+        server.Announce();
+        server.Tell();
+    }
     return nullptr;
 }
 
 /// @return false when it is time to end
-bool SimulatedServer::WaitForChange()
+bool SimulatedServer::WaitForWork()
 {
     const Unseen unseen;
-    while (!mStop && mToldGeneration == mGeneration) mGate.Block(WaitFor::Work, &mControl);
-    mToldGeneration = mGeneration;
+    while (!mStop && !mAnnouncing && mToldGeneration == mGeneration) mGate.Block(WaitFor::Work, &mControl);
     return !mStop;
 }
 
 void SimulatedServer::Tell()
 {
+    if (!HasChanged()) return;
     for (const auto& listening : CopyListeners()) {
         {
             const Unseen unseen;
@@ -130,6 +135,13 @@ void SimulatedServer::Tell()
         mTelling = nullptr;
         mGate.WakeAll(&mTelling);
     }
+}
+
+/// Whether the listeners are to be told; they are then.
+bool SimulatedServer::HasChanged()
+{
+    const Unseen unseen;
+    return std::exchange(mToldGeneration, mGeneration) != mGeneration;
 }
 
 std::vector<std::shared_ptr<SimulatedServer::Listening>> SimulatedServer::CopyListeners()
@@ -150,6 +162,44 @@ void SimulatedServer::Shift(uint64_t nanos)
 {
     mWorld.Shift(nanos);
     for (SimulatedCapture* capture : mCaptures) capture->Hole().Shift(nanos);
+}
+
+// ---- Outputs
+
+std::unique_ptr<OutputNode> SimulatedServer::OpenOutput(const std::string& uid, const std::string&,
+                                                        PlaybackClient& client)
+{
+    return std::make_unique<SimulatedOutput>(*this, mGate, uid, client);
+}
+
+void SimulatedServer::WantAnnouncement()
+{
+    mAnnouncing = true;
+    mGate.WakeAll(&mControl);
+}
+
+void SimulatedServer::Announce()
+{
+    const Unseen unseen;
+    mAnnouncing = false;
+    // Announcing never blocks, so that no output comes or goes meanwhile.
+    for (SimulatedOutput* output : mOutputs) output->Announce();
+}
+
+Output* SimulatedServer::PlaceOf(const SimulatedOutput& output) const
+{
+    return output.UID().empty() ? mWorld.Outputs().Default() : mWorld.Outputs().Find(output.UID());
+}
+
+/// What all play on the output of that driver goes out together.
+void SimulatedServer::PlayOutputs(const Driver& driver)
+{
+    const auto all = mWorld.Outputs().All();
+    const auto device = std::ranges::find_if(all, [&](const auto& each) { return &each->mDriver == &driver; });
+    if (device == all.end()) return;
+    for (SimulatedOutput* output : mOutputs)
+        if (PlaceOf(*output) == device->get()) output->Play(**device);
+    (*device)->EndCycle();
 }
 
 // ---- Captures
@@ -232,6 +282,7 @@ Driver* SimulatedServer::DriverOf(const SimulatedCapture& capture) const
 void SimulatedServer::OnCycle(Driver& driver)
 {
     PlayStreams(driver);
+    PlayOutputs(driver);
     // Rendering never blocks, so that no capture comes or goes meanwhile.
     for (SimulatedCapture* capture : mCaptures)
         if (DriverOf(*capture) == &driver) capture->Render(driver, mWorld.Streams());
@@ -251,6 +302,7 @@ void SimulatedServer::LetHear(Stream& stream, const Driver& driver)
 {
     if (&driver != &stream.mHome->mDriver) return;
     stream.mHeardFrames += driver.Now().mSettings.mQuantumFrames;
+    stream.mHome->Hear(stream.mStream.mChannels, stream.mSamples);
     if (stream.mListener) stream.mListener({*stream.mHome, driver.Now().mHostNanos, stream.mFrame, stream.mSamples});
 }
 

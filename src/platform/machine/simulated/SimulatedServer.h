@@ -24,6 +24,7 @@ class Input;
 class Output;
 class SimulatedCapture;
 class SimulatedInput;
+class SimulatedOutput;
 class SimulatedThreads;
 class Stream;
 class World;
@@ -47,6 +48,8 @@ public:
                                              CaptureClient& client) override;
     std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
                                          CaptureClient& client) override;
+    std::unique_ptr<OutputNode> OpenOutput(const std::string& uid, const std::string& name,
+                                           PlaybackClient& client) override;
     uint64_t LongestCycleNanos() override { return mLongestCycleNanos; }
 
     /// What LongestCycleNanos answers; 2,048 frames at 48 kHz unless set.
@@ -55,13 +58,17 @@ public:
     /// All clocks stood still for so long.
     void Shift(uint64_t nanos);
 
-    // ---- For the captures
+    // ---- For the nodes
 
     World& GetWorld() { return mWorld; }
     void Add(SimulatedCapture* capture);
     void Remove(SimulatedCapture* capture);
     void Add(SimulatedInput* input) { mInputs.push_back(input); }
     void Remove(SimulatedInput* input) { std::erase(mInputs, input); }
+    void Add(SimulatedOutput* output) { mOutputs.push_back(output); }
+    void Remove(SimulatedOutput* output) { std::erase(mOutputs, output); }
+    /// An output has a format to announce. @thread data
+    void WantAnnouncement();
     /// Brings streams, holes and their clocks in line with what the captures want.
     void Settle();
     /// @thread data
@@ -77,8 +84,10 @@ private:
     };
 
     static void* RunControl(void* self);
-    bool WaitForChange();
+    bool WaitForWork();
+    bool HasChanged();
     void Tell();
+    void Announce();
     std::vector<std::shared_ptr<Listening>> CopyListeners();
     void OnWorldChanged();
     template <class D>
@@ -87,6 +96,8 @@ private:
     void RunHoles();
     Driver* DriverOf(const SimulatedCapture& capture) const;
     void PlayStreams(Driver& driver);
+    void PlayOutputs(const Driver& driver);
+    Output* PlaceOf(const SimulatedOutput& output) const;
     void LetHear(Stream& stream, const Driver& driver);
 
     Gate& mGate;
@@ -94,12 +105,14 @@ private:
     World& mWorld;
     std::vector<SimulatedCapture*> mCaptures;
     std::vector<SimulatedInput*> mInputs;
+    std::vector<SimulatedOutput*> mOutputs;
     std::vector<std::shared_ptr<Listening>> mListeners;
     const Listening* mTelling = nullptr;
     uint64_t mGeneration = 1;
     uint64_t mToldGeneration = 1;
     uint64_t mLongestCycleNanos = 2048 * 1'000'000'000ull / 48'000;
     pthread_t mControl{};
+    bool mAnnouncing = false;  // an output has a format to announce
     bool mStarted = false;
     bool mStop = false;
 };

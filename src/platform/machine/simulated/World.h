@@ -16,14 +16,6 @@ namespace platform::machine::simulated {
 class SimulatedProcesses;
 class World;
 
-/// What reached the speakers of one stream in one cycle.
-struct HeardCycle {
-    const Output& mOutput;
-    uint64_t mHostNanos;
-    uint64_t mFirstFrame;  // of the stream
-    std::span<const std::vector<float>> mChannels;
-};
-
 /// One stream of an application. Its frames are consumed one after another, whoever's clock asks for them.
 class Stream {
 public:

@@ -6,11 +6,21 @@ using namespace support;
 
 namespace {
 
-/// Builds a chain and a mixer up to the first failure, and gives all of it back.
+/// Opens a unit, which may fail.
+OSStatus TryOpen(const char (&subtype)[5], OwnedUnit& unit)
+{
+    ComponentDescription description = Description(subtype);
+    AudioUnit opened = nullptr;
+    const OSStatus status = OpenAComponent(FindNextComponent(nullptr, &description), &opened);
+    unit.reset(opened);
+    return status;
+}
+
+/// Builds a chain, a mixer and an output up to the first failure, and gives all of it back.
 OSStatus BuildAll()
 {
     AUGraph graph = nullptr;
-    OwnedUnit mixer;
+    OwnedUnit mixer, output;
     const auto build = [&]() -> OSStatus {
         if (const OSStatus error = NewAUGraph(&graph)) return error;
         for (const auto& description : {Description("genr"), Description("vari"), Description("conv")}) {
@@ -19,12 +29,12 @@ OSStatus BuildAll()
         }
         if (const OSStatus error = AUGraphOpen(graph)) return error;
         if (const OSStatus error = AUGraphInitialize(graph)) return error;
-        ComponentDescription description = Description("mxmx");
-        AudioUnit unit = nullptr;
-        if (const OSStatus error = OpenAComponent(FindNextComponent(nullptr, &description), &unit)) return error;
-        mixer.reset(unit);
-        if (const OSStatus error = Set(unit, kAudioUnitProperty_ElementCount, kInput, 0, UInt32{3})) return error;
-        return AudioUnitInitialize(unit);
+        if (const OSStatus error = TryOpen("mxmx", mixer)) return error;
+        if (const OSStatus error = Set(mixer.get(), kAudioUnitProperty_ElementCount, kInput, 0, UInt32{3}))
+            return error;
+        if (const OSStatus error = AudioUnitInitialize(mixer.get())) return error;
+        if (const OSStatus error = TryOpen("def ", output)) return error;
+        return AudioUnitInitialize(output.get());
     };
     const OSStatus status = build();
     if (graph) DisposeAUGraph(graph);
@@ -60,6 +70,9 @@ TEST(Units, RefuseFormatsThatAreNoFloatsOrDoNotGoTogether)
     EXPECT_EQ(initialize(converter, FloatFormat(192000, 2), FloatFormat(8000, 2)), kAudioUnitErr_FormatNotSupported);
     EXPECT_EQ(initialize(converter, FloatFormat(48000, 65), FloatFormat(48000, 65)), kAudioUnitErr_FormatNotSupported);
     EXPECT_EQ(initialize(varispeed, FloatFormat(48000, 2), FloatFormat(44100, 2)), kAudioUnitErr_FormatNotSupported);
+    const OwnedUnit output = Open("def ");
+    EXPECT_EQ(SetFormat(output.get(), kInput, 0, FloatFormat(48000, 65)), 0);
+    EXPECT_EQ(AudioUnitInitialize(output.get()), kAudioUnitErr_FormatNotSupported);
 }
 
 TEST(Units, SayWhichPartOfAnAddressIsWrongAndKeepTheirPropertiesOnceInitialized)

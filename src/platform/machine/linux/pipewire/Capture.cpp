@@ -7,7 +7,7 @@
 namespace platform::machine::pipewire {
 
 Capture::Capture(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client)
-    : OpenNode(surroundings, std::move(uid), std::move(name), client)
+    : OpenNode(surroundings, std::move(uid), std::move(name), kCaptureFilter, mCycles), mCycles(client)
 {
     const Loop::Guard guard(mAround.mLoop);
     Open();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/machine/AudioServer.h"
+#include "platform/machine/linux/pipewire/CaptureCycles.h"
 #include "platform/machine/linux/pipewire/OpenNode.h"
 #include "platform/machine/linux/pipewire/Silencer.h"
 
@@ -25,6 +26,7 @@ private:
     std::vector<ChannelPosition> LikelyChannels() const;
     std::vector<LinkedPort> WantedPorts() const;
 
+    CaptureCycles mCycles;
     std::vector<uint32_t> mStreams;
     bool mWantsSilence = false;
     std::optional<Silencer> mSilencer;

@@ -7,7 +7,7 @@
 namespace platform::machine::pipewire {
 
 Input::Input(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client)
-    : OpenNode(surroundings, std::move(uid), std::move(name), client)
+    : OpenNode(surroundings, std::move(uid), std::move(name), kCaptureFilter, mCycles), mCycles(client)
 {
     const Loop::Guard guard(mAround.mLoop);
     Open();
@@ -24,10 +24,8 @@ void Input::Update()
 {
     const Node* device = mAround.mRegistry.FindSource(mUID);
     if (device == nullptr) return Detach();
-    const std::vector<LinkedPort> ports = SourcePortsOf(mAround.mRegistry, *device);
-    std::vector<ChannelPosition> positions;
-    for (const LinkedPort& port : ports) positions.push_back(port.mPosition);
-    Feed(positions, ports);
+    const std::vector<LinkedPort> ports = DevicePortsOf(mAround.mRegistry, *device, true);
+    Feed(PositionsOf(ports), ports);
 }
 
 }  // namespace platform::machine::pipewire

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/machine/AudioServer.h"
+#include "platform/machine/linux/pipewire/CaptureCycles.h"
 #include "platform/machine/linux/pipewire/OpenNode.h"
 
 #include <string>
@@ -15,6 +16,8 @@ public:
 
 private:
     void Update() override;
+
+    CaptureCycles mCycles;
 };
 
 }  // namespace platform::machine::pipewire

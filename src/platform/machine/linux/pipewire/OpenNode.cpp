@@ -4,15 +4,21 @@
 
 namespace platform::machine::pipewire {
 
-OpenNode::OpenNode(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client)
-    : mAround(surroundings), mUID(std::move(uid)), mName(std::move(name)), mClient(client)
+OpenNode::OpenNode(const Surroundings& surroundings, std::string uid, std::string name, const FilterKind& kind,
+                   FilterClient& client)
+    : mAround(surroundings), mUID(std::move(uid)), mName(std::move(name)), mKind(kind), mClient(client)
 {
 }
 
 void OpenNode::Open()
 {
     mAround.mNodes.Add(this);
-    if (mAround.mNodes.IsConnected()) Update();
+    try {
+        if (mAround.mNodes.IsConnected()) Update();
+    } catch (...) {
+        Close();  // or the next change would be told to what never was
+        throw;
+    }
 }
 
 void OpenNode::Close()
@@ -26,7 +32,7 @@ void OpenNode::Feed(std::span<const ChannelPosition> likely, std::span<const Lin
 {
     if (!mFilter || mFilter->IsOver()) {
         mLinks.reset();
-        mFilter.emplace(mAround.mContext, mName, likely, mClient, [this] { mAround.mChanged.Signal(); });
+        mFilter.emplace(mAround.mContext, mKind, mName, likely, mClient, [this] { mAround.mChanged.Signal(); });
         mLinks.emplace(mAround.mRegistry, *mFilter);
     }
     mLinks->Update(ports);

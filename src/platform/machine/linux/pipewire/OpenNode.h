@@ -1,10 +1,9 @@
-// OpenNode: what a capture of streams and an open input have in common: a node of ours with links into it, which
-// outlives the server's connections and is made anew on each of them.
-// Start at Feed.
+// OpenNode: what a capture of streams, an open input and an open output have in common: a node of ours with links,
+// which outlives the server's connections and is made anew on each of them. Start at Feed.
 #pragma once
 
-#include "platform/machine/linux/pipewire/CaptureFilter.h"
-#include "platform/machine/linux/pipewire/CaptureLinks.h"
+#include "platform/machine/linux/pipewire/Filter.h"
+#include "platform/machine/linux/pipewire/FilterLinks.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <optional>
@@ -35,14 +34,15 @@ public:
     virtual void Detach();
 
 protected:
-    OpenNode(const Surroundings& surroundings, std::string uid, std::string name, CaptureClient& client);
+    OpenNode(const Surroundings& surroundings, std::string uid, std::string name, const FilterKind& kind,
+             FilterClient& client);
     ~OpenNode() = default;
 
     /// From Open on, until Close, this is told of changes.
     void Open();
     void Close();
 
-    /// Puts the node on the server where it is not, and links exactly these ports to it.
+    /// Puts the node on the server where it is not, and links exactly these ports with it.
     ///
     /// @param likely  positions that a new node has ports for from the start: a port that is there already lets the
     ///                first frame be caught
@@ -53,10 +53,11 @@ protected:
 
 private:
     const std::string mName;
-    CaptureClient& mClient;
-    // In the order of making: links end before the node that they lead to.
-    std::optional<CaptureFilter> mFilter;
-    std::optional<CaptureLinks> mLinks;
+    const FilterKind& mKind;
+    FilterClient& mClient;
+    // In the order of making: links end before the node that they belong to.
+    std::optional<Filter> mFilter;
+    std::optional<FilterLinks> mLinks;
 };
 
 /// The open nodes of one server object.

@@ -4,6 +4,7 @@
 #include "platform/machine/linux/pipewire/Connection.h"
 #include "platform/machine/linux/pipewire/Input.h"
 #include "platform/machine/linux/pipewire/OpenNode.h"
+#include "platform/machine/linux/pipewire/Output.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 #include "platform/machine/linux/pipewire/Silencer.h"
 #include "platform/machine/linux/pipewire/Snapshot.h"
@@ -59,6 +60,8 @@ public:
                                              CaptureClient& client) override;
     std::unique_ptr<InputNode> OpenInput(const std::string& uid, const std::string& name,
                                          CaptureClient& client) override;
+    std::unique_ptr<OutputNode> OpenOutput(const std::string& uid, const std::string& name,
+                                           PlaybackClient& client) override;
     uint64_t LongestCycleNanos() override;
 
 private:
@@ -135,6 +138,12 @@ std::unique_ptr<InputNode> PipeWireServer::OpenInput(const std::string& uid, con
                                                      CaptureClient& client)
 {
     return std::make_unique<Input>(Around(), uid, name, client);
+}
+
+std::unique_ptr<OutputNode> PipeWireServer::OpenOutput(const std::string& uid, const std::string& name,
+                                                       PlaybackClient& client)
+{
+    return std::make_unique<Output>(Around(), uid, name, client);
 }
 
 uint64_t PipeWireServer::LongestCycleNanos()

@@ -2,14 +2,15 @@
 // Why: everything Corvane asks of an audio server goes through one connection, which comes back by itself.
 //
 // One loop thread per server object runs all control; its lock is the one lock of this folder, taken by every
-// control call. PipeWire's data thread runs CaptureFilter::Process and nothing else of ours.
+// control call. PipeWire's data thread runs Filter::Process and nothing else of ours.
 //
 //   Connection  reaches the socket, notices the end, tries again
 //   Registry    mirrors nodes, clients, ports, links and metadata as the server announces them
 //   Snapshot    turns the mirror into what the port promises
-//   OpenNode    a CaptureFilter and its CaptureLinks, made anew whenever they were lost
+//   OpenNode    a Filter and its FilterLinks, made anew whenever they were lost
 //   Capture     one of them for streams and, where it silences, its Silencer
 //   Input       one of them for an input device
+//   Output      one of them for an output device, or for whichever is the default
 #pragma once
 
 #include "platform/machine/AudioServer.h"

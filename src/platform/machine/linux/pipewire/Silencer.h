@@ -4,7 +4,7 @@
 // output devices instead; those are put back on release, but not when this process dies.
 #pragma once
 
-#include "platform/machine/linux/pipewire/CaptureLinks.h"
+#include "platform/machine/linux/pipewire/FilterLinks.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <map>

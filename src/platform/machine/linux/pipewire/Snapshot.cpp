@@ -15,18 +15,29 @@ constexpr uint32_t kUsualRateHz = 48000;
 constexpr uint64_t kUsualLongestQuantum = 8192;
 constexpr uint64_t kUsualLowestRateHz = 44100;
 
-uint64_t Setting(const Registry& registry, const char* key, uint64_t otherwise)
+// Any client may write the settings and call its node's rate what it likes. Buffers are made by these numbers.
+struct Plausible {
+    uint64_t mLeast, mMost;
+    uint64_t Or(uint64_t otherwise, uint64_t number) const
+    {
+        return number >= mLeast && number <= mMost ? number : otherwise;
+    }
+};
+constexpr Plausible kRatesHz{1000, 1'000'000};
+constexpr Plausible kQuanta{1, 65536};
+
+uint64_t Setting(const Registry& registry, const char* key, const Plausible& numbers, uint64_t otherwise)
 {
-    return registry.Settings() == nullptr ? otherwise : ParseNumber(registry.Settings()->Text(key), otherwise);
+    if (registry.Settings() == nullptr) return otherwise;
+    return numbers.Or(otherwise, ParseNumber(registry.Settings()->Text(key), otherwise));
 }
 
 // What an input delivers comes at the graph's rate, whatever its hardware runs at.
 double RateOf(const Registry& registry, const Node& node)
 {
-    const uint64_t usual = Setting(registry, "clock.rate", kUsualRateHz);
-    const uint64_t forced = Setting(registry, "clock.force-rate", 0);
-    if (node.IsInputDevice()) return static_cast<double>(forced != 0 ? forced : usual);
-    return static_cast<double>(node.mProperties.Number(PW_KEY_AUDIO_RATE, usual));
+    const uint64_t usual = Setting(registry, "clock.rate", kRatesHz, kUsualRateHz);
+    if (node.IsInputDevice()) return static_cast<double>(Setting(registry, "clock.force-rate", kRatesHz, usual));
+    return static_cast<double>(kRatesHz.Or(usual, node.mProperties.Number(PW_KEY_AUDIO_RATE, usual)));
 }
 
 Device DescribeDevice(const Registry& registry, const Node& node, std::vector<ChannelPosition> channels)
@@ -48,6 +59,7 @@ std::vector<ChannelPosition> ExpectedChannelsOf(const Registry& registry, const 
     return channels.empty() ? PositionsOf(node.mProperties.Get("audio.position")) : channels;
 }
 
+// As many as there are positions for: of a wider device those beyond are left out.
 std::vector<ChannelPosition> WithoutDoubles(std::vector<ChannelPosition> channels)
 {
     for (auto channel = channels.begin(); channel != channels.end(); ++channel) {
@@ -56,6 +68,7 @@ std::vector<ChannelPosition> WithoutDoubles(std::vector<ChannelPosition> channel
         };
         for (unsigned i = 0; i < kAuxiliaryChannels && taken(*channel); ++i)
             *channel = static_cast<ChannelPosition>(static_cast<unsigned>(ChannelPosition::Auxiliary0) + i);
+        if (taken(*channel)) return {channels.begin(), channel};
     }
     return channels;
 }
@@ -139,11 +152,12 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
     return names;
 }
 
-std::vector<LinkedPort> SourcePortsOf(const Registry& registry, const Node& node)
+std::vector<LinkedPort> DevicePortsOf(const Registry& registry, const Node& node, bool output)
 {
-    const std::vector<ChannelPosition> positions = WithoutDoubles(ChannelsOf(registry, node, true));
+    const std::vector<ChannelPosition> positions = WithoutDoubles(ChannelsOf(registry, node, output));
     std::vector<LinkedPort> ports;
-    for (const auto& [id, port] : registry.PortsOf(node.mID, true)) ports.push_back({id, positions[ports.size()]});
+    for (const auto& [id, port] : registry.PortsOf(node.mID, output))
+        if (ports.size() < positions.size()) ports.push_back({id, positions[ports.size()]});
     return ports;
 }
 
@@ -201,19 +215,19 @@ ServerSnapshot TakeSnapshot(const Registry& registry)
 
 uint64_t LongestCycleNanos(const Registry& registry)
 {
-    const uint64_t quantum = std::max(Setting(registry, "clock.max-quantum", kUsualLongestQuantum),
-                                      Setting(registry, "clock.force-quantum", 0));
-    uint64_t rate = Setting(registry, "clock.rate", kUsualLowestRateHz);
-    if (const uint64_t forced = Setting(registry, "clock.force-rate", 0); forced != 0) rate = std::min(rate, forced);
+    const uint64_t quantum = std::max(Setting(registry, "clock.max-quantum", kQuanta, kUsualLongestQuantum),
+                                      Setting(registry, "clock.force-quantum", kQuanta, 0));
+    uint64_t rate = Setting(registry, "clock.rate", kRatesHz, kUsualLowestRateHz);
+    rate = std::min(rate, Setting(registry, "clock.force-rate", kRatesHz, rate));
     const std::string allowed =
         registry.Settings() == nullptr ? std::string() : registry.Settings()->Text("clock.allowed-rates");
     for (size_t at = allowed.find_first_of("0123456789"); at != allowed.npos;
          at = allowed.find_first_of("0123456789", at)) {
-        rate = std::min(rate, ParseNumber(std::string_view(allowed).substr(at), rate));
+        rate = std::min(rate, kRatesHz.Or(rate, ParseNumber(std::string_view(allowed).substr(at), rate)));
         at = allowed.find_first_not_of("0123456789", at);
         if (at == allowed.npos) break;
     }
-    return quantum * 1'000'000'000 / std::max<uint64_t>(rate, 1);
+    return quantum * 1'000'000'000 / rate;
 }
 
 }  // namespace platform::machine::pipewire

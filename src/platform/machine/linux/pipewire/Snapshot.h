@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/machine/AudioServer.h"
-#include "platform/machine/linux/pipewire/CaptureLinks.h"
+#include "platform/machine/linux/pipewire/FilterLinks.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <string>
@@ -22,9 +22,9 @@ std::vector<std::string> OutputNames(const Registry& registry, const Node& strea
 /// Channel positions of a node's ports of one direction.
 std::vector<ChannelPosition> ChannelsOf(const Registry& registry, const Node& node, bool output);
 
-/// The ports of an input device, each at a position of its own: what has none, or that of an earlier port, is
-/// counted among the unpositioned ones.
-std::vector<LinkedPort> SourcePortsOf(const Registry& registry, const Node& node);
+/// The ports of a device, of an input's sound (`output`) or for an output's, each at a position of its own: what has
+/// none, or that of an earlier port, is counted among the unpositioned ones.
+std::vector<LinkedPort> DevicePortsOf(const Registry& registry, const Node& node, bool output);
 
 /// The longest cycle that the settings allow; what a server allows by itself where they are not known.
 uint64_t LongestCycleNanos(const Registry& registry);

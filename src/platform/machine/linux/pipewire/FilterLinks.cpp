@@ -1,4 +1,6 @@
-#include "platform/machine/linux/pipewire/CaptureLinks.h"
+#include "platform/machine/linux/pipewire/FilterLinks.h"
+
+#include <set>
 
 namespace platform::machine::pipewire {
 
@@ -17,6 +19,13 @@ pw_proxy* MakeLink(pw_core* core, uint32_t outputPort, uint32_t inputPort, bool 
 
 }  // namespace
 
+std::vector<ChannelPosition> PositionsOf(std::span<const LinkedPort> ports)
+{
+    std::vector<ChannelPosition> positions;
+    for (const LinkedPort& port : ports) positions.push_back(port.mPosition);
+    return positions;
+}
+
 const pw_proxy_events OwnedLink::kEvents = {
     .version = PW_VERSION_PROXY_EVENTS,
     .removed = [](void* self) { static_cast<OwnedLink*>(self)->mGone = true; },
@@ -33,28 +42,25 @@ void MakeLastingLink(pw_core* core, uint32_t outputPort, uint32_t inputPort)
     if (pw_proxy* link = MakeLink(core, outputPort, inputPort, true)) pw_proxy_destroy(link);
 }
 
-void CaptureLinks::Update(std::span<const LinkedPort> ports)
+// What is not wanted any more goes first: for a moment two clocks would be linked through our node.
+void FilterLinks::Update(std::span<const LinkedPort> ports)
 {
-    std::map<Ends, std::unique_ptr<OwnedLink>> wanted;
-    for (const LinkedPort& port : ports) {
-        const std::optional<uint32_t> input = InputFor(port.mPosition);
-        if (!input) continue;
-        const Ends ends(port.mID, *input);
-        std::unique_ptr<OwnedLink> link = std::move(mLinks[ends]);
-        if (link == nullptr || link->IsGone()) link = std::make_unique<OwnedLink>(mRegistry.Core(), port.mID, *input);
-        wanted[ends] = std::move(link);
-    }
-    mLinks = std::move(wanted);
+    std::set<Ends> wanted;
+    for (const LinkedPort& port : ports)
+        if (const std::optional<Ends> ends = EndsOf(port)) wanted.insert(*ends);
+    std::erase_if(mLinks, [&](const auto& link) { return link.second.IsGone() || !wanted.contains(link.first); });
+    for (const Ends& ends : wanted) mLinks.try_emplace(ends, mRegistry.Core(), ends.first, ends.second);
 }
 
-std::optional<uint32_t> CaptureLinks::InputFor(ChannelPosition position)
+std::optional<FilterLinks::Ends> FilterLinks::EndsOf(const LinkedPort& port)
 {
-    mFilter.EnsurePort(position);
+    mFilter.EnsurePort(port.mPosition);
     const std::optional<uint32_t> node = mFilter.NodeID();
     if (!node) return std::nullopt;
-    const std::string channel = NameOf(position);
-    for (const auto& [id, port] : mRegistry.PortsOf(*node, false))
-        if (port->mChannel == channel) return id;
+    const bool plays = mFilter.Direction() == PW_DIRECTION_OUTPUT;
+    const std::string channel = NameOf(port.mPosition);
+    for (const auto& [id, ours] : mRegistry.PortsOf(*node, plays))
+        if (ours->mChannel == channel) return plays ? Ends(id, port.mID) : Ends(port.mID, id);
     return std::nullopt;
 }
 

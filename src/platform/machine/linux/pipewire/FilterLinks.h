@@ -1,21 +1,26 @@
-// CaptureLinks: the links from captured streams, or an input device, to a node of ours, kept as wanted.
+// FilterLinks: the links from captured streams, or an input device, to a node of ours, or from it to an output device,
+// kept as wanted.
 #pragma once
 
-#include "platform/machine/linux/pipewire/CaptureFilter.h"
+#include "platform/machine/linux/pipewire/Filter.h"
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <map>
-#include <memory>
+#include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace platform::machine::pipewire {
 
-/// An output port on the server, and the position that its sound is for.
+/// A port on the server that is not ours, and the position that its sound has with us.
 struct LinkedPort {
     uint32_t mID;
     ChannelPosition mPosition;
 };
+
+/// Where each of them belongs.
+std::vector<ChannelPosition> PositionsOf(std::span<const LinkedPort> ports);
 
 /// A link that we had the server make, and that goes with us.
 class OwnedLink {
@@ -32,9 +37,9 @@ private:
     Proxy mProxy;
 };
 
-class CaptureLinks {
+class FilterLinks {
 public:
-    CaptureLinks(Registry& registry, CaptureFilter& filter) : mRegistry(registry), mFilter(filter) {}
+    FilterLinks(Registry& registry, Filter& filter) : mRegistry(registry), mFilter(filter) {}
 
     /// Links these ports as far as both ends are there; takes other links away.
     void Update(std::span<const LinkedPort> ports);
@@ -42,11 +47,11 @@ public:
 private:
     using Ends = std::pair<uint32_t, uint32_t>;  // the numbers of the output port and the input port
 
-    std::optional<uint32_t> InputFor(ChannelPosition position);
+    std::optional<Ends> EndsOf(const LinkedPort& port);
 
     Registry& mRegistry;
-    CaptureFilter& mFilter;
-    std::map<Ends, std::unique_ptr<OwnedLink>> mLinks;
+    Filter& mFilter;
+    std::map<Ends, OwnedLink> mLinks;
 };
 
 /// Makes a link that stays when we go.
