@@ -1,0 +1,217 @@
+#include "platform/foundation/CFDictionary.h"
+#include "platform/foundation/CFNotificationCenter.h"
+#include "plugin/PlugInRig.h"
+#include "plugin/settings/SharedPreferences.h"
+#include "support/Forked.h"
+#include "support/LoopThread.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace support;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const Entry kOne{"One", 1}, kTwo{"Two", 2, 1, 44100};
+
+constexpr AudioObjectPropertyAddress kDevices{kAudioHardwarePropertyDevices, kAudioObjectPropertyScopeGlobal,
+                                              kAudioObjectPropertyElementMaster};
+
+/// Notes in the trace how many devices there are whenever the system says that they changed.
+OSStatus NoteCount(AudioObjectID, UInt32, const AudioObjectPropertyAddress*, void* rig)
+{
+    static_cast<PlugInRig*>(rig)->mScenario.trace().Add(std::to_string(PlugInRig::Numbers().size()) + " devices");
+    return 0;
+}
+
+}  // namespace
+
+TEST(PlugInDevices, AreThoseOfTheListWithTheirNamesRatesWidthsAndTheOutputOfTheHost)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.mScenario.output("speakers");
+        rig.Write(true, {kOne, {"", 7, 1, 0}, kTwo, {"One again", 1}, {"No width", 9, 0}},
+                  RouteOfHost("com.ostrel.corvane.default_output"));
+        const auto devices = PlugInRig::Devices();
+        ASSERT_EQ(devices.size(), 3u) << "the second of a number, and one without any channel, are not made";
+        const std::string uid = "com.ostrel.audio.corvane.halplugin.device.";
+        const auto number = [&](size_t i) { return devices[i].mNumber; };
+        EXPECT_EQ(devices[0], (SeenDevice{number(0), uid + "1", "Corvane: One", 48000, 2, 1}));
+        EXPECT_EQ(devices[1], (SeenDevice{number(1), uid + "7", "Corvane: ", 44100, 1, 1}));
+        EXPECT_EQ(devices[2], (SeenDevice{number(2), uid + "2", "Corvane: Two", 44100, 1, 1}));
+        EXPECT_EQ(PlugInRig::SystemWord(kAudioHardwarePropertyDefaultOutputDevice), PlugInRig::Numbers().front());
+    });
+}
+
+TEST(PlugInDevices, StayWhileNothingOfThemChangesAndAreReplacedWhereAnythingDoes)
+{
+    struct Row {
+        const char* mWhat;
+        std::vector<Entry> mEntries;
+        std::string mMore;
+        bool mStays;  // the first device; the second always does
+    };
+    const std::vector<Row> rows{
+        {"nothing", {kOne, kTwo}, "", true},
+        {"the order", {kTwo, kOne}, "", true},
+        {"a name", {{"Uno", 1}, kTwo}, "", false},
+        {"a rate", {{"One", 1, 2, 96000}, kTwo}, "", false},
+        {"an automatic rate", {{"One", 1, 2, 0}, kTwo}, "", false},
+        {"the channels", {{"One", 1, 1}, kTwo}, "", false},
+        {"a mute", {{"One", 1, 2, 48000, 1}, kTwo}, "", false},
+        {"a second entry of its number", {kOne, kTwo, {"Other", 1}}, "", false},
+    };
+    ExpectForked([&] {
+        PlugInRig rig;
+        for (const Row& row : rows) {
+            rig.Write(true, {kOne, kTwo});
+            rig.Tell();
+            const auto before = PlugInRig::Devices();
+            ASSERT_EQ(before.size(), 2u);
+            const auto first = before[0].mUID.ends_with("1") ? before[0] : before[1];
+            rig.Write(true, row.mEntries, row.mMore);
+            rig.Tell();
+            const auto after = PlugInRig::Devices();
+            ASSERT_EQ(after.size(), 2u) << row.mWhat;
+            const bool stays = std::ranges::find(after, first) != after.end();
+            EXPECT_EQ(stays, row.mStays) << row.mWhat;
+            EXPECT_TRUE(row.mStays || (after[1].mUID.ends_with("1") && after[1].mNumber > before[1].mNumber));
+        }
+    });
+}
+
+TEST(PlugInDevices, AllGoWithAnEmptyListOrTheSwitchAndNoneWithAListThatIsMissingOrDamaged)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.Write(true, {kOne, kTwo});
+        const auto all = rig.Numbers();
+        ASSERT_EQ(all.size(), 2u);
+        for (const char* keys : {"", "<key>Enabled</key><integer>1</integer>", "<damaged>",
+                                 "<key>DeviceSettings</key><dict><key>Devices</key><string>no list</string></dict>"}) {
+            rig.WriteText(keys);
+            rig.Tell();
+            EXPECT_EQ(rig.Numbers(), all) << keys;
+        }
+        rig.Write(false, {kOne, kTwo});
+        rig.Tell();
+        EXPECT_THAT(rig.Numbers(), IsEmpty());
+        rig.Write(true, {kTwo});
+        rig.Tell();
+        EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Two"));
+        rig.Write(true, {});
+        rig.Tell();
+        EXPECT_THAT(rig.Numbers(), IsEmpty());
+    });
+}
+
+TEST(PlugInDevices, OfAProcessThatStartedWhileTheyWereOffNeverCome)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.Write(false, {kOne});
+        EXPECT_THAT(rig.Numbers(), IsEmpty());
+        rig.Write(true, {kOne});
+        rig.Tell();
+        EXPECT_THAT(rig.Numbers(), IsEmpty());
+    });
+}
+
+TEST(PlugInDevices, ThatChangeGoAtOnceAndComeBackAMillisecondLaterChangesWithinItTogether)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.Write(true, {kOne, kTwo});
+        AudioObjectAddPropertyListener(kAudioObjectSystemObject, &kDevices, &NoteCount, &rig);
+        const auto post = [&](auto when) {
+            rig.mScenario.at(when).post(settings::kChangedNotification, settings::kChangedNotification);
+        };
+        rig.mScenario.runFor(10ms);
+        post(20ms);
+        rig.mScenario.at(20ms + 300us).call([&] { rig.Write(true, {{"Uno", 1}, {"Due", 2}}); });
+        post(20ms + 300us);
+        post(20ms + 600us);
+        rig.Write(true, {{"Uno", 1}, kTwo});
+        rig.mScenario.runUntil(1s);
+        AudioObjectRemovePropertyListener(kAudioObjectSystemObject, &kDevices, &NoteCount, &rig);
+        const std::string told = " data: com.ostrel.corvane.prefschanged is told\n";
+        EXPECT_EQ(rig.mScenario.trace().Text(), "0.020000000" + told + "0.020000000 corvane-system: 1 devices\n" +
+                                                    "0.020300000" + told + "0.020300000 corvane-system: 0 devices\n" +
+                                                    "0.020600000" + told + "0.021000000 corvane-system: 2 devices\n");
+        EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Uno", "Corvane: Due"));
+    });
+}
+
+TEST(PlugInDevices, FollowTheOutputThatIsAssignedToTheHost)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.mScenario.output("speakers");
+        rig.mScenario.output("desk");
+        AudioDeviceID last = 0;
+        const std::pair<std::string, size_t> routes[] = {{"", 0},     {"desk", 1},     {"desk", 1}, {"nowhere", 0},
+                                                         {"desk", 1}, {"speakers", 1}, {"", 0}};
+        std::string before = "none yet";
+        for (const auto& [uid, outputs] : routes) {
+            rig.Write(true, {kOne}, uid.empty() ? "" : RouteOfHost(uid));
+            if (last != 0) rig.Tell();
+            const auto devices = rig.Devices();
+            ASSERT_EQ(devices.size(), 1u) << uid;
+            EXPECT_EQ(devices[0].mOutputs, outputs) << uid;
+            EXPECT_EQ(devices[0].mNumber == last, uid == before) << uid;
+            last = devices[0].mNumber;
+            before = uid;
+        }
+    });
+}
+
+TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereThereIsALoopToWaitOn)
+{
+    ExpectForked([] {
+        PlugInRig rig;
+        rig.mScenario.machine().GetIdentity().mMainBundle = {"COM.ostrel.Corvane", "/opt/companion"};
+        rig.Write(true, {kOne});
+        EXPECT_THAT(rig.Names(), ElementsAre("Corvane: One"));
+        rig.Write(true, {kTwo});
+        rig.Tell();
+        EXPECT_THAT(rig.Names(), ElementsAre("Corvane: One"));
+        const auto post = [] {
+            CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetLocalCenter(),
+                                                            CFSTR(settings::kLocallyChangedNotification), nullptr,
+                                                            nullptr, kCFNotificationDeliverImmediately);
+        };
+        post();
+        rig.mScenario.runFor(5ms);
+        EXPECT_THAT(rig.Names(), IsEmpty());
+        LoopThread loop("loop");
+        cf::PerformAndWait(loop.Loop(), post);
+        rig.mScenario.runFor(5ms);
+        EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Two"));
+    });
+}
+
+TEST(PlugInDevices, EndWithTheSystemAndComeAnewWithOtherNumbersAlsoWhereNobodyEndsIt)
+{
+    const Forked forked = RunForked([] {
+        auto& rig = *new PlugInRig;  // the process ends under it
+        rig.Write(true, {kOne});
+        const auto first = rig.Numbers();
+        ASSERT_EQ(first.size(), 1u);
+        AudioHardwareUnload();
+        UInt32 size = sizeof(CFStringRef);
+        CFStringRef text = nullptr;
+        EXPECT_EQ(AudioDeviceGetProperty(first[0], 0, true, kAudioDevicePropertyDeviceUID, &size, &text),
+                  kAudioHardwareBadDeviceError);
+        const auto second = rig.Numbers();
+        ASSERT_EQ(second.size(), 1u);
+        EXPECT_GT(second[0], first[0]);
+        rig.Write(true, {kTwo});
+        rig.mScenario.at(rig.mScenario.now()).post(settings::kChangedNotification, settings::kChangedNotification);
+        rig.mScenario.runFor(500us);  // its timer is pending
+    });
+    EXPECT_TRUE(forked.mPassed) << forked.mSignal << forked.mOutput;
+}
