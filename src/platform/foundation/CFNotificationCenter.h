@@ -23,9 +23,8 @@ CFNotificationCenterRef CFNotificationCenterGetDistributedCenter();
 
 /// Calls `callback` for each notification of that name, and of that object where `object` is not null: objects are
 /// strings, and compared as such. The local center calls it on the thread that posts, before the post returns; the
-/// distributed one on the run loop that was current here, or on the system's where none was (cf::SystemRunLoop), or on
-/// the thread that brings it where there is none either. While 64 wait for an observer's loop, later ones pass him
-/// over.
+/// distributed one on the run loop that was current here, or on the thread that brings it where none was. While 64 wait
+/// for an observer's loop, later ones pass him over.
 ///
 /// @param name  not null
 /// @thread      any that may block, as the next ones

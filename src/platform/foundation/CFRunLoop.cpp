@@ -19,8 +19,6 @@ pthread_cond_t gRunLoopDidSomething = PTHREAD_COND_INITIALIZER;  // never waited
 
 namespace {
 
-std::atomic<CFRunLoopRef (*)()> sSystemRunLoop{nullptr};  // stored by SetSystemRunLoop (release), read by all (acquire)
-
 struct OwnLoop {
     ~OwnLoop()
     {
@@ -206,17 +204,6 @@ bool PerformAndWait(CFRunLoopRef loop, const std::function<void()>& work)
     if (loop != CFRunLoopGetCurrent()) return loop->PerformAndWait(work);
     work();
     return true;
-}
-
-void SetSystemRunLoop(CFRunLoopRef (*provider)())
-{
-    sSystemRunLoop.store(provider, std::memory_order_release);
-}
-
-CFRunLoopRef SystemRunLoop()
-{
-    const auto provider = sSystemRunLoop.load(std::memory_order_acquire);
-    return provider ? provider() : nullptr;
 }
 
 }  // namespace cf

@@ -86,12 +86,6 @@ void Perform(CFRunLoopRef loop, std::function<void()> work);
 /// @return whether it was done; false: the loop's thread ended first
 bool PerformAndWait(CFRunLoopRef loop, const std::function<void()>& work);
 
-/// Says where that runs which was asked for on a thread without a run loop: on the loop that `provider` gives, not
-/// retained, and makes at need. For the audio system, once.
-void SetSystemRunLoop(CFRunLoopRef (*provider)());
-/// That loop; null where nobody has said one.
-CFRunLoopRef SystemRunLoop();
-
 /// The class behind a CFRunLoopTimerRef.
 class RunLoopTimer final : public Object {
 public:

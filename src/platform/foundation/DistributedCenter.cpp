@@ -37,8 +37,7 @@ Ref<String> MakeString(std::string_view bytes)
 void DistributedCenter::Add(Observation observation)
 {
     Listen();
-    const CFRunLoopRef current = CFRunLoopGetCurrent();
-    AddOn(current ? current : SystemRunLoop(), std::move(observation));
+    AddOn(CFRunLoopGetCurrent(), std::move(observation));
 }
 
 void DistributedCenter::Post(const Notification& notification)
