@@ -209,7 +209,7 @@ int RunRecord(const RecordOptions& options)
     const std::vector<Device> outputs = CopyDevices(Side::Output);
     if (const int code = ResolveOutputs(options.mFrom, outputs, wish)) return code;
     if (const int code = ResolveTracks(sources, wish)) return code;
-    if (const std::string wrong = CountKeptChannels(wish); !wrong.empty()) return Complain(wrong), kExitUsage;
+    if (const std::string wrong = CountKeptChannels(wish); !wrong.empty()) return Complain(wrong, kExitUsage);
     if (wish.mRateHz == 0) wish.mRateHz = DefaultRate(outputs, wish);
     FixFrames(options, wish);
     return Record(wish, options);
