@@ -10,10 +10,17 @@ using platform::process::IdentifierSource;
 
 std::vector<Application> Desktop()
 {
-    return {
-        {100, "Firefox", "org.mozilla.firefox", IdentifierSource::DesktopEntry, "/usr/bin/firefox", true, {101, 102}},
-        {200, "mpv", "mpv", IdentifierSource::Executable, "/usr/bin/mpv", true, {}},
-        {201, "mpv", "mpv-second", IdentifierSource::Executable, "/opt/mpv", false, {}}};
+    return {{100,
+             0,
+             "Firefox",
+             "org.mozilla.firefox",
+             IdentifierSource::DesktopEntry,
+             "/usr/bin/firefox",
+             false,
+             true,
+             {101, 102}},
+            {200, 0, "mpv", "mpv", IdentifierSource::Executable, "/usr/bin/mpv", false, true, {}},
+            {201, 0, "mpv", "mpv-second", IdentifierSource::Executable, "/opt/mpv", false, false, {}}};
 }
 
 bool OnlyProcess7(pid_t pid)
