@@ -99,6 +99,10 @@ public:
     }
     ~Watch()
     {
+        {
+            const CAMutex::Scope scope(mMutex);
+            mEnding = true;  // what is seen stays as it is; a removal waits for calls, which wait for the mutex
+        }
         AudioObjectRemovePropertyListener(kAudioObjectSystemObject, &kDevices, &OnChange, this);
         for (const auto& [device, sight] : mSeen)
             AudioObjectRemovePropertyListener(device, &kAnything, &OnChange, this);
@@ -113,19 +117,27 @@ private:
         return 0;
     }
 
-    bool IsWanted(const Sight& sight) const { return mAll || sight.mUID.starts_with(CVNDevice::kPlugInIdentifier); }
+    bool IsWanted(const Sight& sight) const
+    {
+        const bool isThere = !sight.mUID.empty();  // not gone since the list was read
+        return isThere && (mAll || sight.mUID.starts_with(CVNDevice::kPlugInIdentifier));
+    }
 
     /// Tells what is otherwise than it was. Whoever changed it, all is looked at again: there are few devices.
     void Compare()
     {
         const CAMutex::Scope scope(mMutex);
+        if (mEnding) return;
         std::map<AudioDeviceID, Sight> now;
         for (const AudioDeviceID device : CopyDeviceNumbers()) {
             Sight sight = Look(device);
             if (IsWanted(sight)) now.emplace(device, std::move(sight));
         }
-        for (const auto& [device, sight] : mSeen)
-            if (!now.contains(device)) Tell("gone", sight);
+        for (const auto& [device, sight] : mSeen) {
+            if (now.contains(device)) continue;
+            AudioObjectRemovePropertyListener(device, &kAnything, &OnChange, this);
+            Tell("gone", sight);
+        }
         for (const auto& [device, sight] : now) {
             const auto before = mSeen.find(device);
             if (before == mSeen.end()) {
@@ -157,6 +169,7 @@ private:
     const bool mJSON, mAll;
     CAMutex mMutex{"Watch"};  // the first look is the main thread's, all others the system's
     std::map<AudioDeviceID, Sight> mSeen;
+    bool mEnding = false;
 };
 
 }  // namespace
