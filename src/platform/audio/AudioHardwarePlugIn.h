@@ -85,8 +85,8 @@ struct AudioHardwarePlugInInterface {
 /// @thread       any that may block, as the next ones
 OSStatus AudioObjectCreate(AudioHardwarePlugInRef plugIn, AudioObjectID owner, UInt32 classID, AudioObjectID* object);
 
-/// Says which objects of a plug-in can be found from now on, and which not any more; the dead are forgotten. Listeners
-/// of the owner hear of it once, also where both lists are empty for the system object's "dev#" only if it changed.
+/// Says which objects of a plug-in can be found from now on, and which not any more; the dead are forgotten with all
+/// they own. Where that changes the system's devices, listeners of "dev#" hear of it, once.
 OSStatus AudioObjectsPublishedAndDied(AudioHardwarePlugInRef plugIn, AudioObjectID owner, UInt32 publishedCount,
                                       const AudioObjectID* published, UInt32 diedCount, const AudioObjectID* died);
 

@@ -54,6 +54,7 @@ void AudioSystem::EnsureRunning()
         while (!Loop()) kernel::pthread_cond_wait(&mRuns, &mLoopMutex);
     }
     Server().AddListener(this);
+    OnServerChanged();  // what changed before it could be heard of
 }
 
 void* AudioSystem::RunEntry(void* system)

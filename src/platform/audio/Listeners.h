@@ -3,8 +3,7 @@
 #pragma once
 
 #include "platform/audio/AudioObject.h"
-
-#include <pthread.h>
+#include "platform/kernel/Threads.h"
 
 #include <cstdint>
 #include <list>
