@@ -54,7 +54,10 @@ Ref<cf::Dictionary> ReadPreferences(const char* fileName, std::string& problem)
 
     const auto text =
         Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8));
-    if (!text) return nothing;
+    if (!text) {
+        problem = "lies in a folder whose name is not UTF-8";
+        return nothing;
+    }
     const auto url = Ref<cf::URL>::Adopt(
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.Get(), kCFURLPOSIXPathStyle, false));
     const CFReadStreamRef stream = CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get());
