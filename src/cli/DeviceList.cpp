@@ -5,9 +5,8 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <charconv>
+#include <limits>
 #include <map>
-#include <set>
 
 namespace cli {
 
@@ -69,6 +68,21 @@ Ref<cf::Dictionary> ExtrasOf(CFDictionaryRef entry)
     return extras.empty() ? Ref<cf::Dictionary>() : Ref<cf::Dictionary>::Adopt(new cf::Dictionary(std::move(extras)));
 }
 
+/// Both; of equal keys the entry's own counts.
+Ref<cf::Dictionary> Merge(const Ref<cf::Dictionary>& own, const cf::Dictionary* remembered)
+{
+    cf::Dictionary::Entries extras = own ? own.Get()->Get() : cf::Dictionary::Entries();
+    extras.insert(remembered->Get().begin(), remembered->Get().end());
+    return Ref<cf::Dictionary>::Adopt(new cf::Dictionary(std::move(extras)));
+}
+
+constexpr int32_t kUsedUp = std::numeric_limits<int32_t>::max();
+
+int32_t Successor(int32_t uid)
+{
+    return uid == kUsedUp ? kUsedUp : uid + 1;
+}
+
 bool IsSame(const std::string& a, const std::string& b)
 {
     return strcasecmp(a.c_str(), b.c_str()) == 0;
@@ -102,7 +116,7 @@ void DeviceList::Read(CFArrayRef entries, bool enabled)
         ListedDevice device{CVNDevice(entry), enabled, false, {}};
         device.mMuted = device.mSettings.mSoftwareSourcesMuted != 0;
         device.mExtras = ExtrasOf(entry);
-        mNextUID = std::max(mNextUID, device.mSettings.mUID + 1);
+        mNextUID = std::max(mNextUID, Successor(device.mSettings.mUID));
         mDevices.push_back(std::move(device));
     }
 }
@@ -115,7 +129,7 @@ void DeviceList::ReadMemory(CFDictionaryRef memory)
     for (ListedDevice& device : mDevices) {
         device.mMuted |= std::ranges::find(muted, device.mSettings.mUID) != muted.end();
         const auto* remembered = ValueOf<cf::Dictionary>(extras, std::to_string(device.mSettings.mUID).c_str());
-        if (!device.mExtras && remembered) device.mExtras = Ref<cf::Dictionary>::Share(remembered);
+        if (remembered) device.mExtras = Merge(device.mExtras, remembered);
     }
     PutInOrder(ValueOf<cf::Array>(memory, kOrder));
 }
@@ -152,7 +166,7 @@ void DeviceList::Store(CFMutableDictionaryRef root) const
         const auto uid = MakeNumber(settings.mUID);
         append(device.mEnabled ? enabled : disabled, entry.Get());
         append(order, uid.Get());
-        if (device.mMuted) append(muted, uid.Get());
+        if (device.mMuted && !CFArrayContainsValue(muted.Get(), uid.Get())) append(muted, uid.Get());
         if (device.mExtras)
             CFDictionarySetValue(Inside(memory, kExtras), CFSTR(std::to_string(settings.mUID).c_str()),
                                  device.mExtras.Get());
@@ -165,6 +179,15 @@ void DeviceList::Store(CFMutableDictionaryRef root) const
     CFDictionarySetValue(memory, CFSTR(kOrder), order.Get());
     CFDictionarySetValue(memory, CFSTR(kDisabled), disabled.Get());
     CFDictionarySetValue(memory, CFSTR(kMuted), muted.Get());
+}
+
+int32_t DeviceList::TakeUID()
+{
+    if (mNextUID != kUsedUp) return mNextUID++;
+    int32_t uid = 0;
+    while (std::ranges::any_of(mDevices, [&](const ListedDevice& device) { return device.mSettings.mUID == uid; }))
+        ++uid;
+    return uid;
 }
 
 std::vector<size_t> DeviceList::Find(const std::string& words) const

@@ -31,8 +31,8 @@ public:
     std::vector<size_t> Find(const std::string& words) const;
 
     std::vector<std::string> Names() const;
-    /// A number that no device ever had.
-    int32_t TakeUID() { return mNextUID++; }
+    /// A number that no device ever had; the least that none has now, where a list has used them up.
+    int32_t TakeUID();
 
     bool mIsOn = false;  // the master switch
     std::vector<ListedDevice> mDevices;
@@ -43,7 +43,7 @@ private:
     void PutInOrder(CFArrayRef order);
 
     std::vector<cf::Ref<cf::Object>> mForeign;  // elements that are no entries
-    int32_t mNextUID = 0;
+    int32_t mNextUID = 0;  // INT32_MAX: they are used up
 };
 
 }  // namespace cli
