@@ -41,7 +41,7 @@ soak: dependencies
 	@scripts/soak $(or $(MINUTES),10)
 
 format:
-	@git ls-files 'src/*.h' 'src/*.cpp' 'tests/*.h' 'tests/*.cpp' 'bench/*.cpp' 'demo/*.cpp' | xargs clang-format -i
+	@git ls-files 'src/*.h' 'src/*.cpp' 'tests/*.h' 'tests/*.cpp' 'tests/*.c' 'bench/*.cpp' 'demo/*.cpp' | xargs clang-format -i
 
 install: all
 	@cmake --install build

@@ -48,7 +48,7 @@ inline AudioStreamBasicDescription Packets(Float64 rate = 48000)
     return {rate, kAudioFormatAC3, 0, 2048, 1536, 0, 2, 0, 0};
 }
 
-class TestStream final : public HP_Stream {
+class TestStream : public HP_Stream {
 public:
     using HP_Stream::HP_Stream;
     bool TellHardwareToSetPhysicalFormat(const AudioStreamBasicDescription& format) override
@@ -61,7 +61,7 @@ public:
     AudioStreamBasicDescription mTold{};
 };
 
-class TestDevice final : public HP_Device {
+class TestDevice : public HP_Device {
 public:
     using HP_Device::HP_Device;
     ~TestDevice() override
@@ -71,9 +71,10 @@ public:
             stream->Teardown();
         }
     }
+    template <class Stream = TestStream>
     TestStream& Add(AudioObjectID number, bool isInput, UInt32 channel, const AudioStreamBasicDescription& format)
     {
-        auto& stream = mStreams.emplace_back(std::make_unique<TestStream>(number, GetPlugIn(), this, isInput, channel));
+        auto& stream = mStreams.emplace_back(std::make_unique<Stream>(number, GetPlugIn(), this, isInput, channel));
         stream->Initialize();
         stream->GetFormatList().AddPhysicalFormat({format, {format.mSampleRate, format.mSampleRate}});
         stream->GetFormatList().SetCurrentPhysicalFormat(format, false);
