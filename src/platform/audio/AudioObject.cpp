@@ -2,6 +2,7 @@
 // through the older form, which has the same words in another order.
 #include "platform/audio/AudioObject.h"
 
+#include "platform/audio/AudioObjectProperties.h"
 #include "platform/audio/AudioSystem.h"
 #include "platform/audio/NativeProperties.h"
 #include "platform/audio/PropertyRoom.h"
@@ -9,8 +10,6 @@
 using namespace platform::audio;
 
 namespace {
-
-constexpr UInt32 kListenerAdded = FourCC("lisa"), kListenerRemoved = FourCC("lisr");
 
 /// The direction that an address of a native device speaks of; of the whole device, the side that has the stream.
 bool IsInput(const NativeDevice& device, AudioObjectPropertyScope scope)
@@ -124,7 +123,7 @@ OSStatus AudioObjectAddPropertyListener(AudioObjectID object, const AudioObjectP
         return kAudioHardwareBadObjectError;
     system.EnsureRunning();
     if (system.PropertyListeners().Add({object, *address, listener, clientData}))
-        TellPlugIn(object, kListenerAdded, *address);
+        TellPlugIn(object, kAudioObjectPropertyListenerAdded, *address);
     return kAudioHardwareNoError;
 }
 
@@ -133,7 +132,7 @@ OSStatus AudioObjectRemovePropertyListener(AudioObjectID object, const AudioObje
 {
     if (!address || !listener) return kAudioHardwareIllegalOperationError;
     if (AudioSystem::Get().PropertyListeners().Remove({object, *address, listener, clientData}))
-        TellPlugIn(object, kListenerRemoved, *address);
+        TellPlugIn(object, kAudioObjectPropertyListenerRemoved, *address);
     return kAudioHardwareNoError;
 }
 
