@@ -47,41 +47,54 @@ TEST(PlugInDevices, AreThoseOfTheListWithTheirNamesRatesWidthsAndTheOutputOfTheH
     });
 }
 
-TEST(PlugInDevices, StayWhileNothingOfThemChangesAndAreReplacedWhereAnythingDoes)
+TEST(PlugInDevices, AnswerByAddressAsByTheOlderCalls)
 {
-    struct Row {
-        const char* mWhat;
-        std::vector<Entry> mEntries;
-        std::string mMore;
-        bool mStays;  // the first device; the second always does
-    };
-    const std::vector<Row> rows{
-        {"nothing", {kOne, kTwo}, "", true},
-        {"the order", {kTwo, kOne}, "", true},
-        {"a name", {{"Uno", 1}, kTwo}, "", false},
-        {"a rate", {{"One", 1, 2, 96000}, kTwo}, "", false},
-        {"an automatic rate", {{"One", 1, 2, 0}, kTwo}, "", false},
-        {"the channels", {{"One", 1, 1}, kTwo}, "", false},
-        {"a mute", {{"One", 1, 2, 48000, 1}, kTwo}, "", false},
-        {"a second entry of its number", {kOne, kTwo, {"Other", 1}}, "", false},
-    };
-    ExpectForked([&] {
+    ExpectForked([] {
         PlugInRig rig;
-        for (const Row& row : rows) {
-            rig.Write(true, {kOne, kTwo});
-            rig.Tell();
-            const auto before = PlugInRig::Devices();
-            ASSERT_EQ(before.size(), 2u);
-            const auto first = before[0].mUID.ends_with("1") ? before[0] : before[1];
-            rig.Write(true, row.mEntries, row.mMore);
-            rig.Tell();
-            const auto after = PlugInRig::Devices();
-            ASSERT_EQ(after.size(), 2u) << row.mWhat;
-            const bool stays = std::ranges::find(after, first) != after.end();
-            EXPECT_EQ(stays, row.mStays) << row.mWhat;
-            EXPECT_TRUE(row.mStays || (after[1].mUID.ends_with("1") && after[1].mNumber > before[1].mNumber));
+        rig.Write(true, {kOne});
+        const AudioDeviceID device = rig.Numbers().at(0);
+        AudioStreamID stream = 0;
+        UInt32 size = sizeof stream, frames = 256;
+        ASSERT_EQ(AudioDeviceGetProperty(device, 0, true, kAudioDevicePropertyStreams, &size, &stream), 0);
+        for (const char* name : {"nsrt", "nsr#", "fsiz", "livn", "uid ", "pfta", "slay", "sdir", "lisa", "none"}) {
+            const UInt32 selector = __builtin_bswap32(*reinterpret_cast<const UInt32*>(name));
+            const AudioObjectPropertyAddress of{selector, kAudioObjectPropertyScopeInput, 0};
+            const AudioObjectPropertyAddress ofStream{selector, kAudioObjectPropertyScopeGlobal, 0};
+            UInt32 older = size = 0;
+            Boolean settable = 9, writable = 9;
+            const bool has = AudioObjectHasProperty(device, &of);
+            EXPECT_EQ(AudioObjectGetPropertyDataSize(device, &of, 0, nullptr, &size) == 0, has) << name;
+            EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, selector, &older, &writable) == 0, has) << name;
+            EXPECT_EQ(AudioObjectIsPropertySettable(device, &of, &settable) == 0, has) << name;
+            EXPECT_EQ(std::pair(size, settable), std::pair(older, writable)) << name;
+            EXPECT_EQ(AudioStreamGetPropertyInfo(stream, 0, selector, nullptr, nullptr) == 0,
+                      AudioObjectHasProperty(stream, &ofStream))
+                << name;
         }
+        const AudioObjectPropertyAddress frameSize{FourCC("fsiz"), kAudioObjectPropertyScopeGlobal, 0};
+        EXPECT_EQ(AudioObjectSetPropertyData(device, &frameSize, 0, nullptr, sizeof frames, &frames), 0);
+        size = sizeof(frames = 0);
+        EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, FourCC("fsiz"), &size, &frames), 0);
+        EXPECT_EQ(frames, 256u);
     });
+}
+
+TEST(PlugInDevices, AreReplacedAtEachNotificationWhereTheirEntryIsNotWhatTheySayOfThemselves)
+{
+    const std::vector<Entry> lists[] = {{{"One", 1, 2, 48000, 1}, kTwo}, {kOne, kTwo, {"Other", 1}}};
+    for (const auto& list : lists) {
+        ExpectForked([&] {
+            PlugInRig rig;
+            rig.Write(true, list);
+            const auto before = rig.Devices();
+            for (int i = 0; i < 2; ++i) rig.Tell();
+            const auto after = rig.Devices();
+            ASSERT_EQ(after.size(), 2u);
+            EXPECT_EQ(after[0], before[1]);
+            EXPECT_EQ(after[1].mUID, before[0].mUID);
+            EXPECT_GT(after[1].mNumber, before[1].mNumber + 3) << "replaced twice";
+        });
+    }
 }
 
 TEST(PlugInDevices, AllGoWithAnEmptyListOrTheSwitchAndNoneWithAListThatIsMissingOrDamaged)

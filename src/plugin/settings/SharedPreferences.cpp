@@ -35,10 +35,10 @@ std::string PreferencePath(const char* fileName, bool makeFolder)
 {
     FSRef folder;
     uint8_t room[kPathRoom];
-    if (FSFindFolder(kUserDomain, kPreferencesFolderType, makeFolder, &folder) != 0 ||
-        FSRefMakePath(&folder, room, kPathRoom) != 0)
-        return {};
-    std::string path = reinterpret_cast<const char*>(room);
+    std::string path;
+    if (FSFindFolder(kUserDomain, kPreferencesFolderType, makeFolder, &folder) != 0) return path;
+    if (FSRefMakePath(&folder, room, kPathRoom) != 0) return path;
+    path = reinterpret_cast<const char*>(room);
     if (!path.ends_with('/')) path += '/';
     return path + fileName;
 }
