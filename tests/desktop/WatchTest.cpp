@@ -1,0 +1,119 @@
+// Virtual devices between processes: commands edit the list, another process has the devices.
+#include "support/ChildProcess.h"
+#include "support/CommandRun.h"
+#include "support/FolderTree.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <signal.h>
+
+#include <set>
+
+namespace {
+
+using support::ChildProcess;
+using support::CommandRun;
+
+/// A user with nothing of his own: no preferences, no audio server.
+class VirtualDevices : public ::testing::Test {
+protected:
+    VirtualDevices()
+    {
+        setenv("XDG_CONFIG_HOME", mFolders.Path("config/").c_str(), 1);
+        setenv("XDG_RUNTIME_DIR", mFolders.Path("run/").c_str(), 1);
+    }
+
+    /// What it prints.
+    static std::string Corvane(const std::vector<std::string>& words)
+    {
+        CommandRun run(words);
+        EXPECT_EQ(run.Wait(), 0) << ::testing::PrintToString(words) << run.Errors();
+        return run.Output();
+    }
+
+    static std::set<std::string> ListedNames()
+    {
+        std::set<std::string> names;
+        const auto list = nlohmann::json::parse(Corvane({"list", "devices", "--json"}));
+        for (const auto& device : list["devices"]) names.insert(device["published_name"]);
+        return names;
+    }
+
+    support::FolderTree mFolders;
+};
+
+/// Another process that has the devices of the list as it was when it began, and hears of what changes.
+struct Watcher {
+    nlohmann::json Next() { return nlohmann::json::parse(mProcess.ReadLine()); }
+    /// "gone Chat", "appeared Chat 1 ch 48000 Hz".
+    std::string NextInShort()
+    {
+        const nlohmann::json event = Next();
+        const std::string name = event["name"];
+        std::string text = std::string(event["event"]) + name.substr(name.find(' '));
+        if (event["event"] == "gone") return text;
+        for (const auto& stream : event["streams"])
+            text += " " + stream["channels"].dump() + " ch " + std::to_string(int(stream["rate"])) + " Hz";
+        return text;
+    }
+    ChildProcess mProcess{{"./../corvane", "watch", "--json"}};
+};
+
+TEST_F(VirtualDevices, EachEditReachesAnotherProcessAsItsEventsInOrderAndNoneWhereNothingChanged)
+{
+    const struct {
+        std::vector<std::string> mEdit, mEvents;
+    } kSteps[] = {
+        {{"add", "Talk", "-r", "48000"}, {"appeared Talk 2 ch 48000 Hz"}},
+        {{"rename", "Talk", "Chat"}, {"gone Talk", "appeared Chat 2 ch 48000 Hz"}},
+        {{"set", "Chat", "-c", "1", "-r", "44100"}, {"gone Chat", "appeared Chat 1 ch 44100 Hz"}},
+        {{"set", "Chat", "-c", "1"}, {}},
+        {{"disable", "Chat"}, {"gone Chat"}},
+        {{"rename", "Chat", "Voices"}, {}},
+        {{"enable", "Voices"}, {"appeared Voices 1 ch 44100 Hz"}},
+        {{"enable", "Voices"}, {}},
+        {{"disable", "--all"}, {"gone First", "gone Voices"}},
+        {{"enable", "--all"}, {"appeared First 2 ch 48000 Hz", "appeared Voices 1 ch 44100 Hz"}},
+        {{"remove", "Voices"}, {"gone Voices"}},
+    };
+    Corvane({"add", "First", "-r", "48000"});
+    Watcher watcher;
+    EXPECT_EQ(watcher.NextInShort(), "appeared First 2 ch 48000 Hz");
+    for (const auto& [edit, events] : kSteps) {
+        SCOPED_TRACE(::testing::PrintToString(edit));
+        Corvane(edit);
+        for (const std::string& event : events) EXPECT_EQ(watcher.NextInShort(), event);
+    }
+    watcher.mProcess.End(SIGTERM);
+    EXPECT_THROW(watcher.Next(), std::runtime_error);  // it said no more than that
+}
+
+TEST_F(VirtualDevices, OfTwoWritersAtTheSameTimeNoneLosesAnEditAndAnotherProcessEndsWithTheSameDevices)
+{
+    const std::string corvane = support::CompanionFolder() + "/../corvane";
+    const auto start = [&](const std::string& count, const std::string& edits) {
+        return ChildProcess({"sh", "-c", "for n in $(seq " + count + "); do " + edits + "; done; echo done", corvane});
+    };
+    Corvane({"add", "First", "-r", "48000"});
+    Watcher watcher;
+    std::set<std::string> seen = {watcher.Next()["name"]};
+    ChildProcess adding = start("50", R"("$0" add "Made $n" -r 48000 >&2 || exit)");
+    ChildProcess renaming = start("25", R"("$0" add "A$n" -r 48000 >&2 && "$0" rename "A$n" "Named $n" || exit)");
+    EXPECT_EQ(renaming.ReadLine(), "done");
+    EXPECT_EQ(adding.ReadLine(), "done");
+
+    std::set<std::string> wanted = {"Corvane: First"};
+    for (int n = 1; n <= 50; ++n) wanted.insert("Corvane: Made " + std::to_string(n));
+    for (int n = 1; n <= 25; ++n) wanted.insert("Corvane: Named " + std::to_string(n));
+    EXPECT_EQ(ListedNames(), wanted);
+    while (seen != wanted) {  // or until nothing more is told
+        const nlohmann::json event = watcher.Next();
+        if (event["event"] == "gone")
+            seen.erase(event["name"]);
+        else
+            seen.insert(event["name"]);
+    }
+}
+
+}  // namespace
