@@ -56,25 +56,6 @@ CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArrayRef a
     return new cf::Array(array->Get());
 }
 
-void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value)
-{
-    if (index == CFArrayGetCount(array)) return CFArrayAppendValue(array, value);
-    assert(value && index >= 0 && index < CFArrayGetCount(array));
-    array->Change()[static_cast<size_t>(index)] = cf::Ref<cf::Object>::Share(value);
-}
-
-void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value)
-{
-    assert(value && index >= 0 && index <= CFArrayGetCount(array));
-    array->Change().insert(array->Change().begin() + index, cf::Ref<cf::Object>::Share(value));
-}
-
-void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex index)
-{
-    assert(index >= 0 && index < CFArrayGetCount(array));
-    array->Change().erase(array->Change().begin() + index);
-}
-
 CFIndex CFArrayGetCount(CFArrayRef array)
 {
     return static_cast<CFIndex>(array->Get().size());

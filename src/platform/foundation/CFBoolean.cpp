@@ -17,11 +17,6 @@ constinit Constant sFalse(false);
 const CFBooleanRef kCFBooleanTrue = &sTrue.mBoolean;
 const CFBooleanRef kCFBooleanFalse = &sFalse.mBoolean;
 
-CFTypeID CFBooleanGetTypeID()
-{
-    return cf::Boolean::kTypeID;
-}
-
 bool CFBooleanGetValue(CFBooleanRef boolean)
 {
     return boolean->Get();

@@ -16,13 +16,10 @@ constexpr CFOptionFlags kCFCompareCaseInsensitive = 1;
 enum CFComparisonResult : CFIndex { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
 /// By code points; where case is not to count, A to Z of ASCII are alike and no others.
 CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags options);
-/// The text with its NUL. False, and an empty text, where the room is too small.
-bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex room, uint32_t encoding);
 
 // ---- Truth values: two objects, equal to themselves alone and to no number.
 extern const CFBooleanRef kCFBooleanTrue;
 extern const CFBooleanRef kCFBooleanFalse;
-CFTypeID CFBooleanGetTypeID();
 bool CFBooleanGetValue(CFBooleanRef boolean);
 
 // ---- Numbers.
@@ -46,10 +43,6 @@ CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const CFTypeRef* values, CFIn
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
 void CFArrayAppendValue(CFMutableArrayRef array, CFTypeRef value);
 CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity, CFArrayRef array);
-/// Beyond the end our own bug: an assertion; an index equal to the count appends where a value is set or inserted.
-void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
-void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
-void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex index);
 CFIndex CFArrayGetCount(CFArrayRef array);
 /// Null beyond the ends.
 CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);

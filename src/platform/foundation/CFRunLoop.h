@@ -62,9 +62,8 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime 
                                        CFRunLoopTimerContext* context);
 /// Quietly nothing where the timer has a loop, or is not valid.
 ///
-/// @thread any, as the next two
+/// @thread any, as the next
 void CFRunLoopAddTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer, CFRunLoopMode mode);
-bool CFRunLoopTimerIsValid(CFRunLoopTimerRef timer);
 /// After this the timer does not fire; one that is firing on another thread ends first.
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 

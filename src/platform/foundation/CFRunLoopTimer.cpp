@@ -95,11 +95,6 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate, 
     return new cf::RunLoopTimer(fireDate, interval, callback, context ? *context : CFRunLoopTimerContext{});
 }
 
-bool CFRunLoopTimerIsValid(CFRunLoopTimerRef timer)
-{
-    return timer->IsValid();
-}
-
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer)
 {
     timer->Invalidate();

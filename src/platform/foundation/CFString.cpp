@@ -2,7 +2,6 @@
 
 #include "platform/kernel/MutexGuard.h"
 
-#include <cstring>
 #include <functional>
 #include <string_view>
 
@@ -94,15 +93,6 @@ CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags o
     const bool fold = options & kCFCompareCaseInsensitive;
     const int order = fold ? Folded(a->Text()).compare(Folded(b->Text())) : a->Text().compare(b->Text());
     return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
-}
-
-bool CFStringGetCString(CFStringRef string, char* buffer, CFIndex room, uint32_t encoding)
-{
-    const std::string& text = string->Text();
-    const bool fits = encoding == kCFStringEncodingUTF8 && static_cast<CFIndex>(text.size()) < room;
-    if (room > 0) *buffer = '\0';
-    if (fits) std::memcpy(buffer, text.c_str(), text.size() + 1);
-    return fits;
 }
 
 CFStringRef CFStringMakeConstant(const char* text)

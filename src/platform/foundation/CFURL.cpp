@@ -21,10 +21,5 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPa
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle)
 {
-    return CFURLCopyPath(url);
-}
-
-CFStringRef CFURLCopyPath(CFURLRef url)
-{
     return cf::Ref<cf::String>::Share(url->Path()).Detach();
 }

@@ -28,6 +28,5 @@ enum CFURLPathStyle : CFIndex { kCFURLPOSIXPathStyle = 0 };
 
 /// A URL of a path, which the caller releases.
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef path, CFURLPathStyle style, bool isFolder);
-/// The path of a URL, which the caller releases; both calls give the same.
+/// The path of a URL, which the caller releases.
 CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle style);
-CFStringRef CFURLCopyPath(CFURLRef url);

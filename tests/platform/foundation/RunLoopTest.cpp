@@ -78,14 +78,14 @@ TEST(RunLoop, ATimerThatIsLateFiresOnceAndThenAtItsOwnTimesAgain)
             EXPECT_EQ(CFRunLoopGetCurrent(), stage.Loop());
             stage.Note("once");
             stage.Timer(0ms, 0ns, stage.Noting("already due"));
-            EXPECT_TRUE(CFRunLoopTimerIsValid(timer));
+            EXPECT_TRUE(timer->IsValid());
         });
         const CFRunLoopTimerRef repeating = stage.Timer(10ms, 10ms, stage.Noting("again"));
         stage.Sleep(25ms);
         cf::Perform(stage.Loop(), [&] { stage.Sleep(30ms); });
         stage.Sleep(50ms);
         CFRunLoopTimerInvalidate(repeating);
-        EXPECT_FALSE(CFRunLoopTimerIsValid(repeating));
+        EXPECT_FALSE(repeating->IsValid());
         stage.Sleep(1h);
         EXPECT_EQ(stage.Trace(),
                   "0.001000000 loop: once\n0.001000000 loop: already due\n"
