@@ -50,6 +50,13 @@ bool AreSame(CFTypeRef a, CFTypeRef b)
 
 }  // namespace
 
+/// What the preferences say of this process.
+struct SHP_PlugIn::Wanted {
+    Ref<cf::Array> mEntries;  // null: they have no list
+    bool mEnabled;
+    Ref<cf::String> mOutputUID;
+};
+
 std::atomic<uint32_t> gSHP_PlugInCount{0};
 
 SHP_PlugIn::SHP_PlugIn(CFUUIDRef factory) : HP_HardwarePlugIn(factory), mBundleID(settings::CopyMainBundleIdentifier())
@@ -271,22 +278,23 @@ void SHP_PlugIn::UpdateDevices()
 }
 
 /// Any difference in any key replaces a device, the last known count and the mute included.
-bool SHP_PlugIn::IsToDie(const SHP_Device& device, CFArrayRef entries) const
+bool SHP_PlugIn::IsToDie(const SHP_Device& device, const Wanted& wanted) const
 {
+    if (!wanted.mEnabled || !AreSame(wanted.mOutputUID.Get(), device.GetOutputDeviceUID())) return true;
     const auto current = Ref<cf::Dictionary>::Adopt(device.CopySettings());
-    if (!settings::AreEqual(FindEntry(entries, device), current.Get()) || !CorvaneIsEnabled()) return true;
-    const auto output = Ref<cf::String>::Adopt(CopyOutputUIDForHost());
-    return !AreSame(output.Get(), device.GetOutputDeviceUID());
+    return !settings::AreEqual(FindEntry(wanted.mEntries.Get(), device), current.Get());
 }
 
 void SHP_PlugIn::KillDevices()
 {
-    const auto entries = Ref<cf::Array>::Adopt(CopyDeviceSettings());
+    // Read once, not for each device: every reading opens the file, and a change meanwhile is told of again.
+    const Wanted wanted{Ref<cf::Array>::Adopt(CopyDeviceSettings()), CorvaneIsEnabled(),
+                        Ref<cf::String>::Adopt(CopyOutputUIDForHost())};
     std::vector<std::unique_ptr<SHP_Device>> dying;
     std::vector<AudioObjectID> dead;
     // Without a list none dies; with an empty one all do.
-    for (size_t i = 0; entries && i < mDevices.size();) {
-        if (!IsToDie(*mDevices[i], entries.Get())) {
+    for (size_t i = 0; wanted.mEntries && i < mDevices.size();) {
+        if (!IsToDie(*mDevices[i], wanted)) {
             ++i;
             continue;
         }

@@ -47,6 +47,8 @@ public:
     SHP_Device* DeviceWithID(int32_t uid) const;
 
 private:
+    struct Wanted;
+
     static void SharedPrefsChanged(CFNotificationCenterRef center, void* observer, CFNotificationName name,
                                    const void* object, CFDictionaryRef userInfo);
     static void DelayedInitializeDevices(CFRunLoopTimerRef timer, void* info);
@@ -61,7 +63,7 @@ private:
     void KillDevices();
     /// @return the new device's number, or 0 where it has no channels
     AudioObjectID CreateDeviceWithSettings(const CVNDevice* settings);
-    bool IsToDie(const SHP_Device& device, CFArrayRef settings) const;
+    bool IsToDie(const SHP_Device& device, const Wanted& wanted) const;
 
     void StartDelayedInitTimer();
     void CancelDelayedInitTimer();
