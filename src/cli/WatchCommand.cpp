@@ -3,7 +3,7 @@
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
 #include "cli/StopSignals.h"
-#include "platform/audio/AudioObject.h"
+#include "platform/audio/AudioObjectProperties.h"
 #include "platform/foundation/CFDictionary.h"
 #include "platform/kernel/System.h"
 #include "platform/kernel/Threads.h"
@@ -54,6 +54,17 @@ std::string ReadText(AudioDeviceID device, AudioObjectPropertySelector selector)
     return cf::ToStdString(cf::Ref<cf::String>::Adopt(Read<CFStringRef>(device, false, selector)).Get());
 }
 
+/// The width that the stream offers: that of a virtual device is set to stereo, whatever its width, until somebody sets
+/// it.
+UInt32 ReadChannels(AudioStreamID stream, const AudioStreamBasicDescription& current)
+{
+    AudioStreamRangedDescription offered{};
+    UInt32 size = sizeof offered;
+    const OSStatus error =
+        AudioStreamGetProperty(stream, 0, kAudioStreamPropertyAvailablePhysicalFormats, &size, &offered);
+    return error == 0 && size == sizeof offered ? offered.mFormat.mChannelsPerFrame : current.mChannelsPerFrame;
+}
+
 void ReadStreams(AudioDeviceID device, bool isInput, std::vector<Sight::Stream>& streams)
 {
     UInt32 size = 0;
@@ -65,7 +76,7 @@ void ReadStreams(AudioDeviceID device, bool isInput, std::vector<Sight::Stream>&
         AudioStreamBasicDescription format{};
         size = sizeof format;
         if (AudioStreamGetProperty(stream, 0, kAudioDevicePropertyStreamFormat, &size, &format) == 0)
-            streams.push_back({isInput, format.mChannelsPerFrame, format.mSampleRate});
+            streams.push_back({isInput, ReadChannels(stream, format), format.mSampleRate});
     }
 }
 
