@@ -8,6 +8,9 @@
 
 #include <signal.h>
 
+#include <algorithm>
+#include <iterator>
+#include <random>
 #include <set>
 
 namespace {
@@ -41,6 +44,68 @@ protected:
     }
 
     support::FolderTree mFolders;
+};
+
+/// The list as it should be, and edits of it at random.
+struct Model {
+    struct Device {
+        std::string mName;
+        unsigned mChannels, mRateHz;
+        bool mEnabled = true;
+    };
+
+    std::vector<Device> mDevices;
+    bool mOn = true;
+    int mMade = 0;
+    std::mt19937 mRandom{4};
+
+    unsigned Below(size_t count) { return unsigned(mRandom() % count); }
+    std::string NewName() { return "Device " + std::to_string(++mMade); }
+
+    /// What another process has: "Device 3 1 ch 44100 Hz".
+    std::multiset<std::string> Published() const
+    {
+        std::multiset<std::string> published;
+        for (const Device& device : mDevices)
+            if (mOn && device.mEnabled)
+                published.insert(device.mName + " " + std::to_string(device.mChannels) + " ch " +
+                                 std::to_string(device.mRateHz) + " Hz");
+        return published;
+    }
+
+    /// Makes one edit here. @return the command that makes it
+    std::vector<std::string> Edit()
+    {
+        const std::string channels = std::to_string(1 + Below(2)), rate = Below(2) ? "44100" : "48000";
+        const auto apply = [&](Device& device) {
+            device.mChannels = unsigned(std::stoul(channels));
+            device.mRateHz = unsigned(std::stoul(rate));
+        };
+        const unsigned kind = mDevices.empty() ? 0 : Below(10);
+        if (kind < 3) {
+            mDevices.push_back({NewName(), 0, 0});
+            apply(mDevices.back());
+            mOn = true;
+            return {"add", mDevices.back().mName, "-c", channels, "-r", rate};
+        }
+        if (kind == 3) return {(mOn = !mOn) ? "enable" : "disable", "--all"};
+        const size_t place = Below(mDevices.size());
+        Device& device = mDevices[place];
+        const std::string name = device.mName;
+        switch (kind) {
+            case 4:
+            case 5:
+                return {"rename", name, device.mName = NewName()};
+            case 6:
+                apply(device);
+                return {"set", name, "-c", channels, "-r", rate};
+            case 7:
+                mDevices.erase(mDevices.begin() + long(place));
+                return {"remove", name};
+            default:
+                return {(device.mEnabled = kind == 8) ? "enable" : "disable", name};
+        }
+    }
 };
 
 /// Another process that has the devices of the list as it was when it began, and hears of what changes.
@@ -87,6 +152,35 @@ TEST_F(VirtualDevices, EachEditReachesAnotherProcessAsItsEventsInOrderAndNoneWhe
     }
     watcher.mProcess.End(SIGTERM);
     EXPECT_THROW(watcher.Next(), std::runtime_error);  // it said no more than that
+}
+
+TEST_F(VirtualDevices, AfterEachOfManyEditsAnotherProcessHasTheDevicesOfTheListAndOnlyThoseThatDifferWereReplaced)
+{
+    Model model;
+    Corvane(model.Edit());
+    Watcher watcher;
+    std::multiset<std::string> has;
+    const auto hear = [&] {
+        const std::string event = watcher.NextInShort(), device = event.substr(event.find(' ') + 1);
+        if (event.starts_with("appeared"))
+            has.insert(device);
+        else  // it is told by its name alone
+            has.erase(has.lower_bound(device + " "));
+    };
+    hear();
+    for (int edit = 0; edit < 200 && !HasFailure(); ++edit) {
+        const auto before = model.Published();
+        const std::vector<std::string> words = model.Edit();
+        SCOPED_TRACE(std::to_string(edit) + ": " + ::testing::PrintToString(words));
+        const auto wanted = model.Published();
+        std::vector<std::string> differing;
+        std::ranges::set_symmetric_difference(before, wanted, std::back_inserter(differing));
+        Corvane(words);
+        for (size_t event = 0; event < differing.size(); ++event) hear();
+        EXPECT_EQ(has, wanted);
+    }
+    watcher.mProcess.End(SIGTERM);
+    EXPECT_THROW(watcher.Next(), std::runtime_error);
 }
 
 TEST_F(VirtualDevices, OfTwoWritersAtTheSameTimeNoneLosesAnEditAndAnotherProcessEndsWithTheSameDevices)
