@@ -52,29 +52,25 @@ TEST(PlugInDevices, AnswerByAddressAsByTheOlderCalls)
     ExpectForked([] {
         PlugInRig rig;
         rig.Write(true, {kOne});
-        const AudioDeviceID device = rig.Numbers().at(0);
-        AudioStreamID stream = 0;
-        UInt32 size = sizeof stream, frames = 256;
-        ASSERT_EQ(AudioDeviceGetProperty(device, 0, true, kAudioDevicePropertyStreams, &size, &stream), 0);
-        for (const char* name : {"nsrt", "nsr#", "fsiz", "livn", "uid ", "pfta", "slay", "sdir", "lisa", "none"}) {
-            const UInt32 selector = __builtin_bswap32(*reinterpret_cast<const UInt32*>(name));
-            const AudioObjectPropertyAddress of{selector, kAudioObjectPropertyScopeInput, 0};
-            const AudioObjectPropertyAddress ofStream{selector, kAudioObjectPropertyScopeGlobal, 0};
-            UInt32 older = size = 0;
+        const AudioDeviceID device = rig.Numbers().at(0), stream = device + 1;
+        for (const UInt32 selector : {FourCC("nsrt"), FourCC("nsr#"), FourCC("fsiz"), FourCC("uid "), FourCC("pfta"),
+                                      FourCC("slay"), FourCC("sdir"), FourCC("lisa"), FourCC("none")}) {
+            const AudioObjectPropertyAddress of{selector, kAudioObjectPropertyScopeInput, 0},
+                ofStream{selector, kAudioObjectPropertyScopeGlobal, 0};
+            UInt32 size = 0, older = 0;
             Boolean settable = 9, writable = 9;
             const bool has = AudioObjectHasProperty(device, &of);
-            EXPECT_EQ(AudioObjectGetPropertyDataSize(device, &of, 0, nullptr, &size) == 0, has) << name;
-            EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, selector, &older, &writable) == 0, has) << name;
-            EXPECT_EQ(AudioObjectIsPropertySettable(device, &of, &settable) == 0, has) << name;
-            EXPECT_EQ(std::pair(size, settable), std::pair(older, writable)) << name;
+            EXPECT_EQ(AudioObjectGetPropertyDataSize(device, &of, 0, nullptr, &size) == 0, has) << selector;
+            EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, selector, &older, &writable) == 0, has) << selector;
+            EXPECT_EQ(AudioObjectIsPropertySettable(device, &of, &settable) == 0, has) << selector;
+            EXPECT_EQ(std::pair(size, settable), std::pair(older, writable)) << selector;
             EXPECT_EQ(AudioStreamGetPropertyInfo(stream, 0, selector, nullptr, nullptr) == 0,
-                      AudioObjectHasProperty(stream, &ofStream))
-                << name;
+                      AudioObjectHasProperty(stream, &ofStream));
         }
         const AudioObjectPropertyAddress frameSize{FourCC("fsiz"), kAudioObjectPropertyScopeGlobal, 0};
-        EXPECT_EQ(AudioObjectSetPropertyData(device, &frameSize, 0, nullptr, sizeof frames, &frames), 0);
-        size = sizeof(frames = 0);
-        EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, FourCC("fsiz"), &size, &frames), 0);
+        UInt32 frames = 256, size = sizeof frames;
+        EXPECT_EQ(AudioObjectSetPropertyData(device, &frameSize, 0, nullptr, size, &frames), 0);
+        EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, FourCC("fsiz"), &size, &(frames = 0)), 0);
         EXPECT_EQ(frames, 256u);
     });
 }

@@ -2,6 +2,7 @@
 // with a model that knows only what people were promised.
 #include "cli/DeviceList.h"
 #include "cli/PreferenceFile.h"
+#include "cli/RouteCommand.h"
 #include "plugin/PlugInRig.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "support/Forked.h"
@@ -67,7 +68,7 @@ public:
                                       "Corvane: " + wish.mName,
                                       wish.mRateHz == 0 ? 44100 : wish.mRateHz,
                                       wish.Width(),
-                                      mRoute == "speakers"};
+                                      !mRoute.empty()};
             ASSERT_EQ(seen[i], expected) << i;
         }
     }
@@ -127,7 +128,7 @@ public:
                 state.mOn = Pick(4) != 0;
                 break;
             case 12:
-                state.mRoute = std::array{"", "speakers", "nowhere"}[Pick(3)];
+                state.mRoute = std::array{"", "speakers", "desk"}[Pick(3)];
                 break;
             default:
                 break;
@@ -161,19 +162,6 @@ Ref<cf::Array> Sources(const Wish& wish)
     return Ref<cf::Array>::Adopt(new cf::Array(std::move(sources)));
 }
 
-void StoreRoute(CFMutableDictionaryRef root, const std::string& uid)
-{
-    const auto* there = cf::As<cf::Dictionary>(root->Find(settings::kDeviceSettings));
-    cf::Dictionary::Entries entries = there->Get();
-    cf::Array::Values routes;
-    if (!uid.empty())
-        routes.push_back(Ref<cf::Object>::Adopt(new cf::Dictionary(
-            {{settings::kApplicationPath, Text("/opt/host")}, {settings::kOutputDeviceUID, Text(uid)}})));
-    entries.insert_or_assign(settings::kOutputApplications, Ref<cf::Object>::Adopt(new cf::Array(std::move(routes))));
-    CFDictionarySetValue(root, CFSTR(settings::kDeviceSettings),
-                         Ref<cf::Dictionary>::Adopt(new cf::Dictionary(std::move(entries))).Get());
-}
-
 /// Brings the file from what it is to the state, as the companion does.
 void Save(const State& state)
 {
@@ -198,7 +186,6 @@ void Save(const State& state)
     list.mDevices = std::move(devices);
     list.mIsOn = state.mOn;
     list.Store(file.Root());
-    StoreRoute(file.Root(), state.mRoute);
     ASSERT_EQ(file.Save(problem), 0) << problem;
 }
 
@@ -217,6 +204,7 @@ TEST(PlugInDevices, AreWhatAModelSaysAfterEachOfManyRandomEdits)
     ExpectForked([edits] {
         PlugInRig rig;
         rig.mScenario.output("speakers");
+        rig.mScenario.output("desk");
         rig.mScenario.input("mic").channels(kInputChannels);
         Editor editor(7);
         State state;
@@ -230,8 +218,10 @@ TEST(PlugInDevices, AreWhatAModelSaysAfterEachOfManyRandomEdits)
         for (int edit = 0; edit < edits; ++edit) {
             SCOPED_TRACE(edit);
             const auto before = rig.Devices();
+            const std::string route = state.mRoute;
             editor.Edit(state);
             ASSERT_NO_FATAL_FAILURE(Save(state));
+            ASSERT_TRUE(state.mRoute == route || cli::RouteApplication("path:/opt/host", state.mRoute) == 0);
             told = 0;
             rig.Tell();
             model.Follow(state);

@@ -191,6 +191,19 @@ TEST(PlugIns, AreAskedForTheirObjectsByEveryCallAndToldWhoListens)
     });
 }
 
+TEST(PlugIns, AreTornDownWhenTheSystemIsUnloadedAndAtTheEndOfTheProcessWhichTheyAreTold)
+{
+    const auto forked = support::RunForked([] {
+        auto& system = *new System;  // the process ends under it
+        Devices();
+        AudioHardwareUnload();
+        EXPECT_EQ(system.mScenario.now(), 0s);
+        Devices();
+    });
+    EXPECT_TRUE(forked.mPassed);
+    EXPECT_EQ(forked.mOutput, "torn down, exiting 0\ntorn down, exiting 1\n");
+}
+
 TEST(PropertyListeners, HearInTheirOrderOnTheSystemsThreadWhatTheyAskedForAndOnceEach)
 {
     ExpectForked([] {
@@ -258,26 +271,21 @@ TEST(SystemWords, ThatCanBeSetAreToldAndTheOthersRefuse)
     ExpectForked([] {
         System system;
         Ear ear(system, "ear");
-        UInt32 word = 7;
-        for (const char* name : {"pmut", "stmo", "inot", "mast", "user", "dev#"}) {
-            const UInt32 selector = __builtin_bswap32(*reinterpret_cast<const UInt32*>(name));
+        UInt32 word = 7, size = sizeof word;
+        for (const UInt32 selector :
+             {FourCC("pmut"), FourCC("stmo"), FourCC("inot"), FourCC("mast"), FourCC("user"), FourCC("dev#")}) {
+            const bool isWord = selector == FourCC("pmut") || selector == FourCC("stmo");
             const AudioObjectPropertyAddress address = At(selector);
             ear.Add(kSystem, address);
-            Boolean settable = 9;
-            EXPECT_EQ(AudioObjectIsPropertySettable(kSystem, &address, &settable), 0);
-            const bool isWord = std::string(name) == "pmut" || std::string(name) == "stmo";
-            EXPECT_EQ(settable, isWord) << name;
-            for (const UInt32 size : {3u, 4u, 8u})
-                EXPECT_EQ(AudioObjectSetPropertyData(kSystem, &address, 0, nullptr, size, &word),
-                          !isWord     ? kAudioHardwareIllegalOperationError
-                          : size == 4 ? 0
-                                      : kAudioHardwareBadPropertySizeError)
-                    << name << size;
+            const auto set = [&](UInt32 bytes) {
+                return AudioObjectSetPropertyData(kSystem, &address, 0, nullptr, bytes, &word);
+            };
+            EXPECT_EQ(set(3), isWord ? kAudioHardwareBadPropertySizeError : kAudioHardwareIllegalOperationError);
+            EXPECT_EQ(set(4), isWord ? 0 : kAudioHardwareIllegalOperationError);
         }
         system.mScenario.runFor(1ms);
         EXPECT_EQ(system.mScenario.trace().Text(), "0.000000000 corvane-system: ear hears stmo of all\n")
             << "it is audible already";
-        UInt32 size = sizeof word;
         EXPECT_EQ(AudioHardwareGetProperty(FourCC("stmo"), &size, &word), 0);
         EXPECT_EQ(word, 1u);
     });

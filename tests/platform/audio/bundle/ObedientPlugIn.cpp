@@ -3,6 +3,7 @@
 #include "platform/foundation/CFDictionary.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -71,7 +72,12 @@ OSStatus Set(Self, AudioObjectID, const AudioObjectPropertyAddress* address, UIn
 AudioHardwarePlugInInterface sTable{
     .AddRef = [](void*) { return ++sReferences; },
     .Release = [](void*) { return --sReferences; },
-    .Teardown = [](Self) { return OSStatus(0); },
+    .Teardown =
+        [](Self) {
+            UInt32 exiting = 9, size = sizeof exiting;
+            AudioHardwareGetProperty(kAudioHardwarePropertyIsInitingOrExiting, &size, &exiting);
+            return std::printf("torn down, exiting %u\n", exiting), OSStatus(0);
+        },
     .DeviceGetProperty = &GetOfDevice,
     .InitializeWithObjectID =
         [](Self, AudioObjectID) {
