@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace cli {
 
@@ -137,6 +138,19 @@ void SetName(CVNDevice& settings, const std::string& name)
         Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, name.c_str(), kCFStringEncodingUTF8));
 }
 
+void TellAdded(const CVNDevice& device, bool othersWereOn)
+{
+    if (const auto why = WhyNoVirtualDevices()) {
+        fmt::print("Added. But {}.\n", *why);
+        return;
+    }
+    fmt::print("Added. Recording programs show it as \"{}\" ({}).\n",
+               Printable(CVNDevice::PublishedName(device.mName.Get(), device.mUID)),
+               CVNDevice::PublishedUID(device.mUID));
+    if (!othersWereOn)
+        fmt::print("Programs that began while virtual devices were off show it once they are started anew.\n");
+}
+
 /// A device as it is asked for, its rate the one of what it captures where none is named.
 int MakeSettings(const DeviceOptions& options, CVNDevice& settings)
 {
@@ -201,6 +215,7 @@ int ShowDevice(const std::string& words, bool json)
 int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
 {
     ListedDevice added;
+    bool wereOn = false;
     if (const int code = MakeSettings(options, added.mSettings)) return code;
     const int code = Change([&](DeviceList& list) {
         if (const int wrong = CheckNewName(list, name)) return wrong;
@@ -208,7 +223,7 @@ int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
             return Complain(fmt::format("there are {} devices already; remove some", kMostDevices), int(kExitFailed));
         SetName(added.mSettings, name);
         added.mSettings.mUID = list.TakeUID();
-        list.mIsOn = true;
+        wereOn = std::exchange(list.mIsOn, true);
         list.mDevices.push_back(added);
         return int(kExitDone);
     });
@@ -216,9 +231,7 @@ int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
     if (json)
         Print(ToJSON(added));
     else
-        fmt::print("Added. Recording programs show it as \"{}\" ({}).\n",
-                   Printable(CVNDevice::PublishedName(added.mSettings.mName.Get(), added.mSettings.mUID)),
-                   CVNDevice::PublishedUID(added.mSettings.mUID));
+        TellAdded(added.mSettings, wereOn);
     return kExitDone;
 }
 

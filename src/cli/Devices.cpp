@@ -2,6 +2,7 @@
 
 #include "platform/audio/NativeDevices.h"
 #include "platform/kernel/HostTime.h"
+#include "platform/kernel/System.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Machine.h"
 #include "platform/process/PlainText.h"
@@ -34,6 +35,12 @@ std::optional<std::string> WhyNoServer()
     platform::machine::AudioServer& server = platform::machine::Machine::Current().GetAudioServer();
     if (server.WaitUntilReady(mach_absolute_time() + kServerPatienceNanos)) return std::nullopt;
     return server.Describe();
+}
+
+std::optional<std::string> WhyNoVirtualDevices()
+{
+    if (platform::kernel::getuid() != 0 && platform::kernel::geteuid() != 0) return std::nullopt;
+    return "root has no virtual devices: they are a user's, and programs that run as root get none";
 }
 
 const Device* FindDevice(const std::vector<Device>& devices, const std::string& name)

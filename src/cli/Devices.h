@@ -23,6 +23,9 @@ std::vector<Device> CopyDevices(Side side);
 /// Whether the audio server can be reached; if not, one sentence that says what was tried and what to start.
 std::optional<std::string> WhyNoServer();
 
+/// Whether programs of this user have virtual devices; if not, one sentence that says why.
+std::optional<std::string> WhyNoVirtualDevices();
+
 /// The device that `name` stands for, by UID or else by the name as listed. @return null where nothing, or more than
 /// one, matches
 const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);

@@ -5,7 +5,6 @@
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
 #include "platform/foundation/CFBundle.h"
-#include "platform/kernel/System.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Files.h"
 #include "platform/machine/Machine.h"
@@ -90,9 +89,7 @@ void CheckPreferences(Findings& findings)
 
 void CheckUser(Findings& findings)
 {
-    if (platform::kernel::getuid() == 0 || platform::kernel::geteuid() == 0)
-        findings.push_back(
-            {Verdict::Note, "root has no virtual devices: they are a user's, and programs that run as root get none"});
+    if (const auto why = WhyNoVirtualDevices()) findings.push_back({Verdict::Note, *why});
 }
 
 void CheckPlugIn(Findings& findings)

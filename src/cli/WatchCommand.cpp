@@ -1,13 +1,14 @@
 #include "cli/WatchCommand.h"
 
+#include "cli/Devices.h"
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
 #include "cli/StopSignals.h"
 #include "platform/audio/AudioObjectProperties.h"
 #include "platform/foundation/CFDictionary.h"
-#include "platform/kernel/System.h"
 #include "platform/kernel/Threads.h"
 #include "plugin/settings/CVNDevice.h"
+#include "plugin/settings/SharedPreferences.h"
 #include "utility/CAMutex.h"
 
 #include <fmt/format.h>
@@ -187,11 +188,16 @@ private:
 
 int RunWatch(bool json, bool all)
 {
-    if (!all && (platform::kernel::getuid() == 0 || platform::kernel::geteuid() == 0))
-        return Complain(
-            "root has no virtual devices: they are a user's, and programs that run as root get none; run this as the "
-            "user whose devices they are",
-            kExitNotPermitted);
+    if (!all) {
+        if (const auto why = WhyNoVirtualDevices())
+            return Complain(*why + "; run this as the user whose devices they are", kExitNotPermitted);
+        // What begins without the devices stays without them, this too.
+        if (!CorvaneIsEnabled())
+            Complain(
+                "virtual devices are off, and a program that begins now has none to its end: turn them on (corvane "
+                "add, or corvane enable --all), then watch again",
+                kExitDone);
+    }
     CatchStopSignals();
     const Watch watch(json, all);
     while (StopSignal() == 0) platform::kernel::usleep(kLookMicroseconds);
