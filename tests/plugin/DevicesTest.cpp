@@ -206,7 +206,7 @@ TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereTh
 TEST(PlugInDevices, EndWithTheSystemAndComeAnewWithOtherNumbersAlsoWhereNobodyEndsIt)
 {
     const Forked forked = RunForked([] {
-        auto& rig = *new PlugInRig;  // the process ends under it
+        static auto& rig = *new PlugInRig;  // the process ends under it
         rig.Write(true, {kOne});
         const auto first = rig.Numbers();
         ASSERT_EQ(first.size(), 1u);

@@ -194,7 +194,7 @@ TEST(PlugIns, AreAskedForTheirObjectsByEveryCallAndToldWhoListens)
 TEST(PlugIns, AreTornDownWhenTheSystemIsUnloadedAndAtTheEndOfTheProcessWhichTheyAreTold)
 {
     const auto forked = support::RunForked([] {
-        auto& system = *new System;  // the process ends under it
+        static auto& system = *new System;  // the process ends under it
         Devices();
         AudioHardwareUnload();
         EXPECT_EQ(system.mScenario.now(), 0s);
