@@ -1,6 +1,7 @@
 #include "platform/audio/AudioSystem.h"
 
 #include "platform/kernel/MutexGuard.h"
+#include "platform/kernel/System.h"
 #include "platform/machine/Machine.h"
 
 #include <cstdio>
@@ -28,9 +29,10 @@ std::vector<AudioDeviceID> NumbersOf(const NativeDevices& native)
     return numbers;
 }
 
+/// A copy that a process made of itself has none of its threads, and nothing to end.
 void UnloadAtExit()
 {
-    AudioSystem::Get().Unload(true);
+    if (AudioSystem::Get().IsOfThisProcess()) AudioSystem::Get().Unload(true);
 }
 
 }  // namespace
@@ -47,6 +49,7 @@ void AudioSystem::EnsureRunning()
     const kernel::MutexGuard guard(mStartMutex);
     if (Loop()) return;
     mNative = CopyNativeDevices();  // what the thread starts to compare with; it does not run yet
+    mProcess.store(kernel::getpid(), std::memory_order_relaxed);
     kernel::pthread_cond_init(&mRuns, nullptr);
     kernel::pthread_create(&mThread, nullptr, &RunEntry, this, "corvane-system");
     {
@@ -67,6 +70,11 @@ void* AudioSystem::RunEntry(void* system)
     }
     CFRunLoopRun();
     return nullptr;
+}
+
+bool AudioSystem::IsOfThisProcess() const
+{
+    return mProcess.load(std::memory_order_relaxed) == kernel::getpid();
 }
 
 void AudioSystem::EnsurePlugIns()

@@ -36,6 +36,8 @@ public:
     /// @param exiting  what "inot" says meanwhile
     void Unload(bool exiting);
 
+    /// Whether its thread was started by this process, and not by one that this is a copy of.
+    bool IsOfThisProcess() const;
     bool IsExiting() const { return mExiting.load(std::memory_order_relaxed); }
     ObjectTable& Objects() { return mObjects; }
     /// The plug-in that has a published object of this number; null for others, quickly for native ones'.
@@ -64,6 +66,7 @@ private:
     pthread_t mThread{};
     std::atomic<CFRunLoopRef> mLoop{nullptr};  // stored (release) under mLoopMutex, loaded (acquire) by any
     std::atomic<bool> mLoaded{false};          // stored (release) by the system's thread, loaded (acquire) by any
+    std::atomic<pid_t> mProcess{0};            // that started the thread
     std::atomic<bool> mExiting{false};         // one word that orders nothing
     ObjectTable mObjects;
     Listeners mListeners;

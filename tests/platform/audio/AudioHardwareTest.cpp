@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <vector>
 
@@ -84,6 +87,20 @@ TEST_F(AudioHardware, ADeviceKeepsItsNumberWhenItComesBackUnderAnother)
     mOutputs.insert(mOutputs.begin(), cinema);
     mOutputs[0].mID = 170;
     EXPECT_EQ(Devices(), (std::vector{devices[1], devices[0], devices[2], devices[3]}));
+}
+
+TEST_F(AudioHardware, AProcessThatIsACopyOfOneThatUsedItEndsWithoutIt)
+{
+    EXPECT_EQ(Devices().size(), 4u);
+    const pid_t copy = fork();
+    if (copy == 0) {
+        ++mMachine.mProcesses.mSelf;
+        alarm(20);
+        exit(0);
+    }
+    int status = -1;
+    waitpid(copy, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(AudioHardware, BothDefaultsAreTheServersDefault)
