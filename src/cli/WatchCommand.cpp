@@ -198,6 +198,10 @@ int RunWatch(bool json, bool all)
                 "add, or corvane enable --all), then watch again",
                 kExitDone);
     }
+    if (!all && !CorvaneIsEnabled())
+        fmt::print(stderr,
+                   "corvane: virtual devices are off, and who starts now never sees any: corvane enable --all, and "
+                   "start this again\n");
     CatchStopSignals();
     const Watch watch(json, all);
     while (StopSignal() == 0) platform::kernel::usleep(kLookMicroseconds);
