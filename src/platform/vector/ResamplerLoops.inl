@@ -157,11 +157,11 @@ void ConvolveRuns(const Bank& bank, const Point* points, unsigned frames, const 
     for (unsigned frame = 0; frame < frames;) {
         const Point* const first = points + frame;
         const unsigned phase = Row(*first) << kBetweenBits, left = frames - frame;
-        float between[kWidth];
+        Lanes between;
         for (unsigned lane = 0; lane < kWidth; ++lane)
             between[lane] = static_cast<float>(static_cast<int>(first[lane].mPhase - phase)) * kOneBetween;
         Lanes lanes[kChannels];
-        ConvolveRun<kChannels>(bank, *first, *reinterpret_cast<const UnalignedLanes*>(between), history, lanes);
+        ConvolveRun<kChannels>(bank, *first, between, history, lanes);
         const unsigned run = RunOf(first, left < kWidth ? left : kWidth);
         for (unsigned channel = 0; channel < kChannels; ++channel) {
             float* const to = output[channel] + frame;
