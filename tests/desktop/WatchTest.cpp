@@ -187,15 +187,15 @@ TEST_F(VirtualDevices, OfTwoWritersAtTheSameTimeNoneLosesAnEditAndAnotherProcess
 {
     const std::string corvane = support::CompanionFolder() + "/../corvane";
     const auto start = [&](const std::string& count, const std::string& edits) {
-        return ChildProcess({"sh", "-c", "for n in $(seq " + count + "); do " + edits + "; done; echo done", corvane});
+        return ChildProcess({"sh", "-c", "for n in $(seq " + count + "); do " + edits + "; echo $n; done", corvane});
     };
     Corvane({"add", "First", "-r", "48000"});
     Watcher watcher;
     std::set<std::string> seen = {watcher.Next()["name"]};
     ChildProcess adding = start("50", R"("$0" add "Made $n" -r 48000 >&2 || exit)");
     ChildProcess renaming = start("25", R"("$0" add "A$n" -r 48000 >&2 && "$0" rename "A$n" "Named $n" || exit)");
-    EXPECT_EQ(renaming.ReadLine(), "done");
-    EXPECT_EQ(adding.ReadLine(), "done");
+    for (int n = 1; n <= 25; ++n) EXPECT_EQ(renaming.ReadLine(), std::to_string(n));
+    for (int n = 1; n <= 50; ++n) EXPECT_EQ(adding.ReadLine(), std::to_string(n));
 
     std::set<std::string> wanted = {"Corvane: First"};
     for (int n = 1; n <= 50; ++n) wanted.insert("Corvane: Made " + std::to_string(n));
