@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <random>
 
@@ -191,7 +192,7 @@ void Save(const State& state)
 
 OSStatus Count(AudioObjectID, UInt32, const AudioObjectPropertyAddress*, void* count)
 {
-    ++*static_cast<unsigned*>(count);
+    ++*static_cast<std::atomic<unsigned>*>(count);
     return 0;
 }
 
@@ -212,7 +213,7 @@ TEST(PlugInDevices, AreWhatAModelSaysAfterEachOfManyRandomEdits)
         Save(state);
         constexpr AudioObjectPropertyAddress devices{kAudioHardwarePropertyDevices, kAudioObjectPropertyScopeGlobal,
                                                      kAudioObjectPropertyElementMaster};
-        unsigned told = 0;
+        std::atomic<unsigned> told{0};  // counted by the system's thread
         ASSERT_EQ(AudioObjectAddPropertyListener(kAudioObjectSystemObject, &devices, &Count, &told), 0);
         rig.mScenario.runFor(1ms);
         for (int edit = 0; edit < edits; ++edit) {
