@@ -61,15 +61,20 @@ void Witness::TakeBuffer(const AudioTimeStamp& time, UInt32, std::span<const flo
     if (time.mHostTime == 0) return;
     const double said = SecondsOf(time.mHostTime, platform::audio::StampLatencyNanos());
     const double off = std::remainder(said - SecondsTold(*channels[0], *channels[1]), 1 / kToneHz);
-    mHeard[mBuffers++ % mHeard.size()] = {time.mHostTime, off};
+    const size_t buffers = mBuffers.load(std::memory_order_relaxed);
+    Heard& heard = mHeard[buffers % mHeard.size()];
+    heard.mHostNanos.store(time.mHostTime, std::memory_order_relaxed);
+    heard.mOff.store(off, std::memory_order_relaxed);
+    mBuffers.store(buffers + 1, std::memory_order_release);
 }
 
 double Witness::StampOff(uint64_t hostNanos) const
 {
-    const size_t held = std::min(mBuffers, mHeard.size());
+    const size_t buffers = mBuffers.load(std::memory_order_acquire), held = std::min(buffers, mHeard.size());
     for (size_t back = 1; back <= held; ++back) {
-        const Heard& heard = mHeard[(mBuffers - back) % mHeard.size()];
-        if (heard.mHostNanos <= hostNanos || back == held) return heard.mOff;
+        const Heard& heard = mHeard[(buffers - back) % mHeard.size()];
+        if (heard.mHostNanos.load(std::memory_order_relaxed) <= hostNanos || back == held)
+            return heard.mOff.load(std::memory_order_relaxed);
     }
     return 0;
 }

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <memory>
 #include <random>
 #include <span>
@@ -45,15 +46,15 @@ public:
 
 private:
     struct Heard {
-        uint64_t mHostNanos = 0;
-        double mOff = 0;
+        std::atomic<uint64_t> mHostNanos{0};
+        std::atomic<double> mOff{0};
     };
 
     void TakeBuffer(const AudioTimeStamp& time, UInt32 frames,
                     std::span<const float* const> channels) noexcept override;
 
-    std::array<Heard, 1024> mHeard;  // the latest buffers, in a round
-    size_t mBuffers = 0;
+    std::array<Heard, 1024> mHeard;   // the latest buffers, in a round; each value stands alone
+    std::atomic<size_t> mBuffers{0};  // stored by the data thread (release) after what it counts, loaded (acquire)
     platform::audio::DeviceInput mInput;
 };
 
