@@ -14,6 +14,7 @@ namespace {
 
 using cf::As;
 using cf::Ref;
+using settings::ValueOf;
 
 constexpr const char* kMemory = "Companion";
 constexpr const char* kNextUID = "NextUID";
@@ -21,12 +22,6 @@ constexpr const char* kOrder = "Order";
 constexpr const char* kDisabled = "Disabled";
 constexpr const char* kMuted = "Muted";
 constexpr const char* kExtras = "Extras";
-
-template <class T>
-const T* ValueOf(CFDictionaryRef dictionary, const char* key)
-{
-    return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
-}
 
 Ref<cf::Number> MakeNumber(int32_t value)
 {

@@ -15,12 +15,7 @@ namespace {
 
 using cf::As;
 using cf::Ref;
-
-template <class T>
-const T* ValueOf(CFDictionaryRef dictionary, const char* key)
-{
-    return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
-}
+using settings::ValueOf;
 
 bool IsSameApplication(CFDictionaryRef route, CFDictionaryRef application)
 {

@@ -10,20 +10,16 @@ namespace {
 
 using cf::As;
 using cf::Ref;
+using settings::ValueOf;
 
 constexpr UInt32 kPathRoom = 4096;
-
-template <class T>
-const T* Find(const cf::Dictionary* dictionary, const char* key)
-{
-    return dictionary ? As<T>(dictionary->Find(key)) : nullptr;
-}
 
 /// A value inside "DeviceSettings", which the caller releases; null where there is none of that type.
 CFArrayRef CopySetting(const char* key)
 {
     const auto list = Ref<cf::Dictionary>::Adopt(CopySharedPList());
-    return Ref<cf::Array>::Share(Find<cf::Array>(Find<cf::Dictionary>(list.Get(), settings::kDeviceSettings), key))
+    return Ref<cf::Array>::Share(
+               ValueOf<cf::Array>(ValueOf<cf::Dictionary>(list.Get(), settings::kDeviceSettings), key))
         .Detach();
 }
 
@@ -101,7 +97,7 @@ CFStringRef CopyOutputUIDForHost()
         if (!entry || !(settings::AreEqual(entry->Find(settings::kApplicationIdentifier), identifier.Get()) ||
                         settings::AreEqual(entry->Find(settings::kApplicationPath), path.Get())))
             continue;
-        return Ref<cf::String>::Share(Find<cf::String>(entry, settings::kOutputDeviceUID)).Detach();
+        return Ref<cf::String>::Share(ValueOf<cf::String>(entry, settings::kOutputDeviceUID)).Detach();
     }
     return nullptr;
 }
@@ -110,7 +106,7 @@ bool CorvaneIsEnabled()
 {
     const auto list = Ref<cf::Dictionary>::Adopt(CopySharedPList());
     SInt32 enabled = 0;
-    const auto* number = Find<cf::Number>(list.Get(), settings::kEnabled);
+    const auto* number = ValueOf<cf::Number>(list.Get(), settings::kEnabled);
     if (number) CFNumberGetValue(number, kCFNumberSInt32Type, &enabled);
     return enabled != 0;
 }
@@ -121,7 +117,7 @@ bool IsLumenfeedActive()
     bool runs = false;
     for (const auto& item : running.Get()->Get()) {
         const auto* identifier =
-            Find<cf::String>(As<cf::Dictionary>(item.Get()), kCFBundleIdentifierKey->Text().c_str());
+            ValueOf<cf::String>(As<cf::Dictionary>(item.Get()), kCFBundleIdentifierKey->Text().c_str());
         runs |= identifier && CFStringCompare(identifier, CFSTR("com.ostrel.tollery"), kCFCompareCaseInsensitive) ==
                                   kCFCompareEqualTo;
     }
@@ -129,7 +125,7 @@ bool IsLumenfeedActive()
     std::string unused;
     const auto list = settings::ReadPreferences("com.ostrel.tollery.plist", unused);
     int8_t enabled = 0;
-    const auto* number = Find<cf::Number>(list.Get(), "lumenfeedEnabled");
+    const auto* number = ValueOf<cf::Number>(list.Get(), "lumenfeedEnabled");
     if (number) CFNumberGetValue(number, kCFNumberSInt8Type, &enabled);
     return enabled != 0;
 }

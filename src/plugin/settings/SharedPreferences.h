@@ -24,6 +24,13 @@ constexpr const char* kApplicationIdentifier = "NSApplicationBundleIdentifier";
 constexpr const char* kApplicationPath = "NSApplicationPath";
 constexpr const char* kOutputDeviceUID = "outputDeviceUID";
 
+/// The value of a key, not retained; null where there is none of that type, or no dictionary.
+template <class T>
+const T* ValueOf(CFDictionaryRef dictionary, const char* key)
+{
+    return dictionary ? cf::As<T>(dictionary->Find(key)) : nullptr;
+}
+
 /// A file of that name in the user's preferences folder; empty where he has none, or it cannot be made where it is to
 /// be.
 std::string PreferencePath(const char* fileName, bool makeFolder = false);
