@@ -116,6 +116,26 @@ AVCaptureLosses AVCapture::GetLosses() const
     return mTap ? mTap->GetLosses() : AVCaptureLosses{};
 }
 
+int32_t AVCapture::UpdateTargets(const __CFArray* devices, const __CFArray* processes)
+{
+    return mTap ? mTap->SetTargets(devices, processes) : kAVCaptureBadState;
+}
+
+uint64_t AVCapture::MomentOfFrame0() const
+{
+    return mTap ? mTap->MomentOfFrame0() : 0;
+}
+
+uint64_t AVCapture::ChunkFrame() const
+{
+    return mTap ? mTap->ChunkFrame() : 0;
+}
+
+size_t AVCapture::ReadLog(uint64_t& next, std::span<tap::wire::LogEntry> entries) const
+{
+    return mTap ? mTap->ReadLog(next, entries) : 0;
+}
+
 // The results of the three below are dropped: words and counts are right by construction, and a wish that is
 // not granted leaves a thread that is late now and then, which beats none.
 

@@ -5,8 +5,10 @@
 
 #include "avcapture/AVCaptureDetails.h"
 #include "platform/foundation/CFBase.h"
+#include "tap/wire/TapStatus.h"
 
 #include <memory>
+#include <span>
 
 class AVCaptureCorvane;
 
@@ -56,6 +58,21 @@ public:
     /// What the tap's service counted since the session was made; zeros on a stopped session and where it counts
     /// nothing.
     AVCaptureLosses GetLosses() const;
+
+    /// Captures other processes on other devices from now on; see CreateAudio. What is in both lists goes on without a
+    /// gap.
+    /// @return 0, the service's error, or kAVCaptureBadState on a stopped session
+    int32_t UpdateTargets(const __CFArray* devices, const __CFArray* processes);
+
+    /// Host time of the sound that the session's frame 0 stands for: frame n stands for the moment n frames later. 0
+    /// where the service does not say, and on a stopped session. @thread any @realtime yes
+    uint64_t MomentOfFrame0() const;
+    /// The first frame of the chunk that the callback has in hand, counted from frame 0 whatever was lost or paused.
+    /// @thread the callback's @realtime yes
+    uint64_t ChunkFrame() const;
+    /// Copies what the service has logged since entry `next`, and moves `next` on; what it has overwritten is left out.
+    /// @return how many entries there were @thread one at a time
+    size_t ReadLog(uint64_t& next, std::span<tap::wire::LogEntry> entries) const;
 
     /// The calling thread's scheduling: fixed priority, real time with 25 ms in 50, and as every thread starts.
     /// A machine that does not grant it leaves the thread as it is.

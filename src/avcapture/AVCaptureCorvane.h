@@ -51,6 +51,13 @@ public:
     /// What the service counted since the tap was made. @thread any @realtime yes
     AVCaptureLosses GetLosses() const { return mStatus.LoadLosses(); }
 
+    /// Other devices and processes. @return 0, or the service's error @thread the session's owner
+    int32_t SetTargets(const __CFArray* devices, const __CFArray* processes);
+    /// As the session's operations of the same names.
+    uint64_t MomentOfFrame0() const { return mStatus.HasTimeline() ? mStatus.MomentOfFrame0() : 0; }
+    uint64_t ChunkFrame() const { return mChunkFrame; }
+    size_t ReadLog(uint64_t& next, std::span<tap::wire::LogEntry> entries) const;
+
     /// Whether samples of this format can be delivered.
     /// @param type  set to the output type once the layout fits, before depth and sign have been looked at;
     ///              left alone otherwise
@@ -77,6 +84,7 @@ private:
     struct Chunk {
         uint32_t mBytes = 0;
         uint64_t mTimeNS = 0;  // stream time of the first block
+        uint64_t mFrame = 0;   // of the ring, counted over all passes: of the first block
     };
     struct Snapshot;
 
@@ -130,6 +138,7 @@ private:
     uint32_t mReadLoop = 0;
     uint32_t mReadFrame = 0;     // always the start of a block
     uint64_t mStreamTimeNS = 0;  // captured, pauses left out
+    uint64_t mChunkFrame = 0;    // of the chunk in hand
     int mCallbackError = 0;
     mach_timebase_info_data_t mTimeBase{};
     uint64_t mLastWake = 0;  // host ticks

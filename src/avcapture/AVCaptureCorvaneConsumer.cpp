@@ -33,7 +33,7 @@ struct AVCaptureCorvane::Snapshot {
     uint32_t mLoop;
     uint32_t mHeadFrame;
     uint32_t mTailFrame;
-    bool mValid;  // both lie on blocks of the ring
+    bool mValid;  // both lie in the ring, the head on a block
 
     // The tail's pass is derived from head and tail, never stored.
     uint32_t TailLoop() const { return mTailFrame < mHeadFrame ? mLoop : mLoop - 1; }
@@ -74,7 +74,7 @@ void AVCaptureCorvane::ConsumeOrWait(uint64_t thresholdNS)
 uint64_t AVCaptureCorvane::NewNS() const
 {
     const auto [loop, head] = mStatus.LoadWritePosition();
-    if (!mRing.IsBlockStart(head) || !mRing.IsBlockStart(mStatus.TailFrame())) return 0;
+    if (!mRing.IsBlockStart(head) || mStatus.TailFrame() >= mRing.mLoopFrames) return 0;
     if (IsEarlier(loop, mReadLoop) || (loop == mReadLoop && head < mReadFrame)) return 0;
     return ComputeDeltaNS(mReadLoop, mReadFrame, loop, head);
 }
@@ -126,7 +126,7 @@ AVCaptureCorvane::Snapshot AVCaptureCorvane::TakeSnapshot() const
     for (;;) {
         const auto [loop, head] = mStatus.LoadWritePosition();
         const uint32_t tail = mStatus.TailFrame();
-        if (tail != head) return {loop, head, tail, mRing.IsBlockStart(head) && mRing.IsBlockStart(tail)};
+        if (tail != head) return {loop, head, tail, mRing.IsBlockStart(head) && tail < mRing.mLoopFrames};
         // No service stays in this state. While one does, this goes on, and Pause waits for it.
         const kernel::RealtimeExemption exemption("a service that has lost its way must not cost a processor");
         kernel::usleep(1);
@@ -171,7 +171,7 @@ void AVCaptureCorvane::DemoteWhenComputeBound()
     mBoosted = false;
 }
 
-/// Moves a reader that the tail has passed to the tail. @return whether it had to
+/// Moves a reader that the tail has passed to the first block from the tail on. @return whether it had to
 bool AVCaptureCorvane::CatchUp(const Snapshot& snapshot)
 {
     const uint32_t tailLoop = snapshot.TailLoop();
@@ -184,8 +184,14 @@ bool AVCaptureCorvane::CatchUp(const Snapshot& snapshot)
     } else {
         return false;
     }
+    const uint32_t offBlock = snapshot.mTailFrame % mRing.mBlockFrames;
+    const uint32_t toBlock = offBlock == 0 ? 0 : mRing.mBlockFrames - offBlock;
+    mStreamTimeNS += toBlock * mRing.mNSPerFrame;
     mReadLoop = tailLoop;
-    mReadFrame = snapshot.mTailFrame;
+    mReadFrame = snapshot.mTailFrame + toBlock;
+    if (mReadFrame < mRing.mLoopFrames) return true;
+    mReadFrame = 0;
+    ++mReadLoop;
     return true;
 }
 
@@ -206,7 +212,10 @@ void AVCaptureCorvane::ConvertBlock(const Chunk& chunk)
 
 void AVCaptureCorvane::AcceptBlock(Chunk& chunk)
 {
-    if (chunk.mBytes == 0) chunk.mTimeNS = mStreamTimeNS;
+    if (chunk.mBytes == 0) {
+        chunk.mTimeNS = mStreamTimeNS;
+        chunk.mFrame = uint64_t(mReadLoop - 1) * mRing.mLoopFrames + mReadFrame;  // the first pass is number 1
+    }
     mStreamTimeNS += mRing.mNSPerBlock;
     chunk.mBytes += uint32_t(mRing.BlockSamples() * GetOutputSampleSize());
     mReadFrame += mRing.mBlockFrames;
@@ -218,6 +227,7 @@ void AVCaptureCorvane::AcceptBlock(Chunk& chunk)
 void AVCaptureCorvane::HandOn(const Chunk& chunk)
 {
     if (chunk.mBytes == 0) return;
+    mChunkFrame = chunk.mFrame;
     Process(reinterpret_cast<const void*>(mOutputBuffer.Address()), chunk.mBytes, chunk.mTimeNS / kNanosPerMicrosecond);
 }
 
@@ -229,4 +239,21 @@ void AVCaptureCorvane::Process(const void* buffer, uint32_t bytes, uint64_t time
     mDetails.audioBytes.fetch_add(bytes, std::memory_order_relaxed);
     if (const int error = mCallback(mUserData, buffer, bytes, frames, timeUS, mDetails.audioFormat))
         mCallbackError = error;
+}
+
+size_t AVCaptureCorvane::ReadLog(uint64_t& next, std::span<tap::wire::LogEntry> entries) const
+{
+    if (!mStatus.HasTimeline()) return 0;
+    const auto oldest = [](uint64_t count) { return count - std::min<uint64_t>(count, tap::wire::kLogEntries - 1); };
+    const uint64_t count = mStatus.LogCount();
+    const uint64_t first = std::max(next, oldest(count));
+    if (first >= count) return 0;
+    const size_t read = size_t(std::min<uint64_t>(count - first, entries.size()));
+    for (size_t i = 0; i < read; ++i) entries[i] = mStatus.LoadLogEntry(first + i);
+    next = first + read;
+    // What the service wrote over meanwhile may be torn.
+    const uint64_t overwritten = oldest(mStatus.LogCount());
+    const size_t torn = size_t(std::clamp<uint64_t>(overwritten, first, next) - first);
+    std::move(entries.begin() + ptrdiff_t(torn), entries.begin() + ptrdiff_t(read), entries.begin());
+    return read - torn;
 }

@@ -16,6 +16,8 @@ namespace kernel = platform::kernel;
 
 namespace {
 
+constexpr double kRelaxedWakesASecond = 8;
+
 struct RateParts {
     uint32_t mWhole = 0;
     uint32_t mFraction = 0;  // in units of 2^-32
@@ -69,6 +71,14 @@ cf::Ref<cf::Array> AttributeDevice(CFStringRef uid)
     if (channels[0] == 0 || channels[1] == 0) return {};
     const auto left = MakeNumber(channels[0] - 1), right = MakeNumber(channels[1] - 1);
     return MakeArray({uid, left.Get(), right.Get()});
+}
+
+void SetTargetKeys(CFMutableDictionaryRef properties, const cf::Ref<cf::Array>& devices, const __CFArray* processes)
+{
+    CFDictionarySetValue(properties, CFSTR("IOAudioDevices"), devices.Get());
+    // Without this key the service chooses by no process.
+    if (processes && CFArrayGetCount(processes) > 0)
+        CFDictionarySetValue(properties, CFSTR("IOAudioProcesses"), processes);
 }
 
 bool SizesAreSane(uint64_t audioBytes, uint64_t statusBytes)
@@ -216,14 +226,25 @@ int32_t AVCaptureCorvane::Configure(const cf::Ref<cf::Array>& devices, const __C
 {
     const auto rate = CopySampleRate();
     const auto channels = MakeNumber(mDetails.audioFormat.mChannelsPerFrame);
-    const CFStringRef keys[] = {CFSTR("IOAudioSampleRate"), CFSTR("IOAudioNumChannels"), CFSTR("IOAudioDevices"),
-                                CFSTR("IOAudioProcesses")};
-    const CFTypeRef values[] = {rate.Get(), channels.Get(), devices.Get(), processes};
-    // Without the last key the service chooses by no process.
-    const bool hasProcesses = processes && CFArrayGetCount(processes) > 0;
-    const auto properties = cf::Ref<cf::Dictionary>::Adopt(
-        CFDictionaryCreate(kCFAllocatorDefault, keys, values, CFIndex(std::size(keys)) - !hasProcesses));
-    return IOConnectSetCFProperties(mConnect, properties.Get());
+    // A consumer that waits for a quarter of the ring does not need every block at its time.
+    const auto publish = MakeNumber(uint32_t(mDetails.audioFormat.mSampleRate / kRelaxedWakesASecond));
+    const CFMutableDictionaryRef properties = CFDictionaryCreateMutable(kCFAllocatorDefault, 0);
+    const auto owned = cf::Ref<cf::Dictionary>::Adopt(properties);
+    SetTargetKeys(properties, devices, processes);
+    CFDictionarySetValue(properties, CFSTR("IOAudioSampleRate"), rate.Get());
+    CFDictionarySetValue(properties, CFSTR("IOAudioNumChannels"), channels.Get());
+    if (!(mFlags & kAVCaptureLowLatencyAudio))
+        CFDictionarySetValue(properties, CFSTR("IOAudioPublishFrames"), publish.Get());
+    return IOConnectSetCFProperties(mConnect, properties);
+}
+
+int32_t AVCaptureCorvane::SetTargets(const __CFArray* devices, const __CFArray* processes)
+{
+    const auto attributed = AttributeDevices(devices ? cf::Ref<cf::Array>::Share(devices) : CopyDefaultDevices());
+    const CFMutableDictionaryRef properties = CFDictionaryCreateMutable(kCFAllocatorDefault, 0);
+    const auto owned = cf::Ref<cf::Dictionary>::Adopt(properties);
+    SetTargetKeys(properties, attributed, processes);
+    return IOConnectSetCFProperties(mConnect, properties);
 }
 
 int32_t AVCaptureCorvane::ShareRegions()

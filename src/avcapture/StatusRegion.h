@@ -6,6 +6,7 @@
 
 #include "avcapture/AVCaptureDetails.h"
 #include "platform/kernel/Memory.h"
+#include "tap/wire/TapStatus.h"
 
 #include <array>
 #include <atomic>
@@ -72,7 +73,29 @@ public:
         return {Load<uint32_t, 80>(), Load<uint32_t, 84>(), Load<uint32_t, 100>()};
     }
 
+    /// Whether the service says which moments its frames stand for, and keeps a log.
+    bool HasTimeline() const
+    {
+        return mBytes >= tap::wire::kStatusBytes && Load<uint32_t, tap::wire::kTimeline>() == tap::wire::kTimelineMark;
+    }
+    /// @pre HasTimeline, as the two below
+    uint64_t MomentOfFrame0() const { return Load<uint64_t, tap::wire::kMomentOfFrame0>(); }
+    uint64_t LogCount() const { return Load<uint64_t, tap::wire::kLogCount>(); }
+    tap::wire::LogEntry LoadLogEntry(uint64_t number) const
+    {
+        const size_t place = tap::wire::kLog + number % tap::wire::kLogEntries * tap::wire::kLogEntryBytes;
+        const uint64_t words = LoadAt(place + 16);
+        return {LoadAt(place), LoadAt(place + 8), tap::wire::LogKind(uint32_t(words)), uint32_t(words >> 32)};
+    }
+
 private:
+    uint64_t LoadAt(size_t place) const
+    {
+        const auto word =
+            std::atomic_ref(*reinterpret_cast<uint64_t*>(mAddress + place)).load(std::memory_order_acquire);
+        return mSwapped ? Swapped(word) : word;
+    }
+
     template <class Word, size_t kOffset>
     Word Load() const
     {
@@ -84,7 +107,7 @@ private:
     template <class Word, size_t kOffset>
     Word LoadRaw() const
     {
-        static_assert(kOffset % sizeof(Word) == 0 && kOffset + sizeof(Word) <= kBytesWithCounters);
+        static_assert(kOffset % sizeof(Word) == 0 && kOffset + sizeof(Word) <= tap::wire::kLog);
         return std::atomic_ref(*reinterpret_cast<Word*>(mAddress + kOffset)).load(std::memory_order_acquire);
     }
 

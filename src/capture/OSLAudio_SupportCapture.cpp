@@ -4,6 +4,7 @@
 #include "capture/Status.h"
 #include "capture/buffers/AI.h"
 #include "capture/buffers/DeviceProperties.h"
+#include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFDictionary.h"
 #include "utility/CAHostTimeBase.h"
 
@@ -128,7 +129,10 @@ OSStatus OSLAudio_SupportCapture::SetRenderCallback(AURenderCallback callback, v
 
 OSStatus OSLAudio_SupportCapture::Start()
 {
-    return mInitialized ? mTapSession->Resume() : capture::kNotInitialized;
+    if (!mInitialized) return capture::kNotInitialized;
+    mMomentOfFrame0 = mTapSession->MomentOfFrame0();
+    mStampLatencyNanos = platform::audio::StampLatencyNanos();
+    return mTapSession->Resume();
 }
 
 OSStatus OSLAudio_SupportCapture::Pause()
@@ -166,7 +170,7 @@ int OSLAudio_SupportCapture::AVCaptureRender(const void* data, UInt32 byteCount,
     mRendered.store(true, std::memory_order_relaxed);
     mTapBufferList = {1, {{kTapChannels, byteCount, const_cast<void*>(data)}}};  // readers of a list do not write it
     if (mRenderCallback) {
-        StampArrival();
+        StampChunk();
         UInt32 flags = 0;
         // A buffer that its taker refuses is lost to the taker alone: the tap goes on.
         mRenderCallback(mRenderRefCon, &flags, &mCurrentTime, 0, frames, &mTapBufferList);
@@ -176,14 +180,26 @@ int OSLAudio_SupportCapture::AVCaptureRender(const void* data, UInt32 byteCount,
 }
 
 /// The session's own time is not used: it begins with the tap, and leaves pauses out.
-void OSLAudio_SupportCapture::StampArrival() noexcept
+void OSLAudio_SupportCapture::StampChunk() noexcept
 {
     AudioTimeStamp now{};
     const OSStatus error = AudioDeviceGetCurrentTime(mDeviceID, &now);
     mCurrentTime.mFlags = kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid;
     mCurrentTime.mHostTime = CAHostTimeBase::GetCurrentTime();
+    if (mMomentOfFrame0 != 0) StampMoment();
     mBaseTime.PublishOnce(mCurrentTime);
     if (error == 0) mCurrentTime.mRateScalar = now.mRateScalar;
+}
+
+/// A chunk arrives as late as the consumer's wake-up and as the blocks that it gathered. The session knows which frame
+/// of its schedule comes first, and with it both the moment and how many frames were lost before.
+void OSLAudio_SupportCapture::StampMoment() noexcept
+{
+    const uint64_t frame = mTapSession->ChunkFrame();
+    if (!mFirstFrame) mFirstFrame = frame;
+    const double nanos = double(frame) / mAudioDesc.mSampleRate * kNanosPerSecond;
+    mCurrentTime.mHostTime = CAHostTimeBase::ConvertFromNanos(mMomentOfFrame0 + mStampLatencyNanos + uint64_t(nanos));
+    mCurrentTime.mSampleTime = double(frame - *mFirstFrame);
 }
 
 OSStatus OSLAudio_SupportCapture::TranslateTime(const AudioTimeStamp* in, AudioTimeStamp* out) CORVANE_REALTIME

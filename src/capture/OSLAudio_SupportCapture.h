@@ -8,6 +8,7 @@
 #include "capture/PublishedStamp.h"
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 /// What GetSourceType says of a tap.
@@ -58,12 +59,14 @@ public:
     AVCaptureLosses GetLosses() const { return mTapSession ? mTapSession->GetLosses() : AVCaptureLosses{}; }
     OSStatus GetDefaultOutputDevice(AudioDeviceID* device);
 
-    /// Stamps a chunk with its arrival, and hands it on. @thread the tap's consumer @realtime yes
+    /// Stamps a chunk with the moment of its first frame plus the constant of all stamps, and passes it on. @thread the
+    /// tap's consumer @realtime yes
     int AVCaptureRender(const void* data, UInt32 byteCount, UInt32 frames, uint64_t hostTime,
                         const AudioStreamBasicDescription& desc) CORVANE_REALTIME;
 
 private:
-    void StampArrival() noexcept;
+    void StampChunk() noexcept;
+    void StampMoment() noexcept;
 
     std::vector<AudioDeviceID> mDevices;
     std::unique_ptr<AVCapture> mTapSession;
@@ -72,7 +75,10 @@ private:
     void* mRenderRefCon = nullptr;
     AudioTimeStamp mCurrentTime{0, 0, 1.0};  // the consumer's
     capture::PublishedStamp mBaseTime;       // of the first buffer; from the consumer to the I/O thread
-    AudioBufferList mTapBufferList{};        // around the tap's data, during a callback
+    uint64_t mMomentOfFrame0 = 0;            // the session's; 0: it does not say
+    uint64_t mStampLatencyNanos = 0;
+    std::optional<uint64_t> mFirstFrame;  // the consumer's: the session's number of the first frame that came
+    AudioBufferList mTapBufferList{};     // around the tap's data, during a callback
     bool mSoftwareMuted = false;
 };
 

@@ -2,23 +2,34 @@
 
 #include "platform/kernel/MutexGuard.h"
 
+#include <algorithm>
+#include <new>
+
 namespace tap {
 
 namespace kernel = platform::kernel;
 
-CaptureControl::CaptureControl(platform::machine::AudioServer& server, const Configuration& configuration,
-                               std::span<const std::unique_ptr<Lane>> lanes, bool silenced)
-    : mServer(server), mMembership(configuration, MachineAncestry())
+CaptureControl::CaptureControl(platform::machine::AudioServer& server, Configuration configuration, LaneTable& lanes,
+                               MakeLane makeLane, bool silenced)
+    : mServer(server),
+      mLanes(lanes),
+      mMakeLane(std::move(makeLane)),
+      mConfiguration(std::move(configuration)),
+      mMembership(mConfiguration, MachineAncestry()),
+      mSilenced(silenced)
 {
     kernel::pthread_mutex_init(&mCaptureMutex, nullptr);
     kernel::pthread_mutex_init(&mSignalMutex, nullptr);
     kernel::pthread_cond_init(&mSignal, nullptr);
-    for (size_t i = 0; i < lanes.size(); ++i)
-        mCaptures.push_back({server.OpenCapture(configuration.mDevices[i].mUID, "Corvane tap", *lanes[i]), {}});
-    SetSilenced(silenced);
+    for (size_t i = 0; i < mConfiguration.mDevices.size(); ++i) AddCapture(i);
     // Before the first look, so that no change falls between the two.
     server.AddListener(this);
-    Apply();
+    try {
+        Apply();
+    } catch (...) {
+        server.RemoveListener(this);
+        throw;
+    }
 }
 
 CaptureControl::~CaptureControl()
@@ -44,9 +55,39 @@ bool CaptureControl::Start()
     return mStarted;
 }
 
+void CaptureControl::AddCapture(size_t index)
+{
+    const TappedDevice& device = mConfiguration.mDevices[index];
+    Lane& lane = mLanes.Add(mMakeLane(device, index));
+    mCaptures.push_back({mServer.OpenCapture(device.mUID, "Corvane tap", lane), {}});
+    mCaptures.back().mNode->SetSilenced(mSilenced);
+}
+
+bool CaptureControl::SetTargets(const std::vector<TappedDevice>& devices, std::vector<pid_t> processes)
+{
+    const kernel::MutexGuard guard(mCaptureMutex);
+    std::vector<TappedDevice> known = mConfiguration.mDevices;
+    for (TappedDevice& device : known) device.mActive = false;
+    for (const TappedDevice& device : devices) {
+        const auto same = std::ranges::find(known, device.mUID, &TappedDevice::mUID);
+        if (same != known.end())
+            same->mActive = true;
+        else
+            known.push_back(device);
+    }
+    if (known.size() > LaneTable::kMostLanes) return false;
+    mConfiguration.mDevices = std::move(known);
+    mConfiguration.mProcesses = std::move(processes);
+    mMembership.ForgetDecisions();
+    while (mCaptures.size() < mConfiguration.mDevices.size()) AddCapture(mCaptures.size());
+    ApplyLocked();
+    return true;
+}
+
 void CaptureControl::SetSilenced(bool silenced)
 {
     const kernel::MutexGuard guard(mCaptureMutex);
+    mSilenced = silenced;
     for (Capture& capture : mCaptures) capture.mNode->SetSilenced(silenced);
 }
 
@@ -62,7 +103,10 @@ void CaptureControl::OnServerChanged() noexcept
 void* CaptureControl::Run(void* self)
 {
     auto& control = *static_cast<CaptureControl*>(self);
-    while (control.WaitForChange()) control.Apply();
+    while (control.WaitForChange()) try {
+            control.Apply();
+        } catch (const std::bad_alloc&) {  // the streams stay as they are until the next change
+        }
     return nullptr;
 }
 
@@ -77,8 +121,13 @@ bool CaptureControl::WaitForChange()
 
 void CaptureControl::Apply()
 {
-    const platform::machine::ServerSnapshot snapshot = mServer.Snapshot();
     const kernel::MutexGuard guard(mCaptureMutex);
+    ApplyLocked();
+}
+
+void CaptureControl::ApplyLocked()
+{
+    const platform::machine::ServerSnapshot snapshot = mServer.Snapshot();
     auto streams = mMembership.Assign(snapshot);
     for (size_t i = 0; i < mCaptures.size(); ++i) {
         if (streams[i] == mCaptures[i].mStreams) continue;

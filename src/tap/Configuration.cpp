@@ -116,7 +116,15 @@ kern_return_t Configuration::Parse(CFTypeRef properties)
     if (!rate || !InRange(*rate) || !channels || *channels < 1 || *channels > 2) return kIOReturnBadArgument;
     mRate = *rate;
     mChannels = unsigned(*channels);
+    const auto publish = Integer(CFDictionaryGetValue(dictionary, CFSTR("IOAudioPublishFrames")));
+    mPublishFrames = uint32_t(std::clamp<int64_t>(publish.value_or(0), 0, kHighestHz));
+    return ParseTargets(properties);
+}
 
+kern_return_t Configuration::ParseTargets(CFTypeRef properties)
+{
+    const auto* dictionary = As<cf::Dictionary>(properties, CFDictionaryGetTypeID());
+    if (!dictionary) return kIOReturnBadArgument;
     const bool read = ReadDevices(CFDictionaryGetValue(dictionary, CFSTR("IOAudioDevices")), mDevices) &&
                       ReadProcesses(CFDictionaryGetValue(dictionary, CFSTR("IOAudioProcesses")), mProcesses);
     return read ? kIOReturnSuccess : kIOReturnBadArgument;

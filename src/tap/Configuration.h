@@ -22,6 +22,7 @@ struct TappedDevice {
         uint32_t mLeft, mRight;
     };
     std::optional<Pair> mPreferredPair;
+    bool mActive = true;  // false: its sound is not wanted any more
 };
 
 struct Configuration {
@@ -32,16 +33,21 @@ struct Configuration {
     unsigned mChannels = 0;              // 1 or 2
     std::vector<TappedDevice> mDevices;  // at least one, no identifier twice
     std::vector<pid_t> mProcesses;       // positive: these and their descendants; negative: not these; empty: all
+    uint32_t mPublishFrames = 0;         // that may wait before they are published; 0: each block comes at its time
 
     /// Reads the dictionary into this.
     ///
     /// Keys: "IOAudioSampleRate" (an array of whole part and 2^-32 fraction, or one 16.16 number),
     /// "IOAudioNumChannels", "IOAudioDevices" (each an identifier, or an array of identifier, left and right
-    /// channel counted from 0), "IOAudioProcesses" (may be absent). Other keys are passed over.
+    /// channel counted from 0), "IOAudioProcesses" (may be absent), "IOAudioPublishFrames" (may be absent). Other keys
+    /// are passed over.
     ///
     /// @return  kIOReturnSuccess, or kIOReturnBadArgument for anything missing, of another type or out of
     ///          range; this is then not to be used
     kern_return_t Parse(CFTypeRef properties);
+
+    /// Reads "IOAudioDevices" and "IOAudioProcesses" alone. @return as Parse
+    kern_return_t ParseTargets(CFTypeRef properties);
 };
 
 }  // namespace tap

@@ -28,12 +28,13 @@ double Hertz(FixedRate rate)
 
 }  // namespace
 
-Lane::Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels)
+Lane::Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels, LaneLog log)
     : mSchedule(schedule),
       mLatencyNanos(latencyNanos),
       mTapRateHz(Hertz(schedule.Rate())),
       mMix(mix),
-      mInput(channels, QueueFrames(latencyNanos))
+      mInput(channels, QueueFrames(latencyNanos)),
+      mLog(log)
 {
 }
 
@@ -45,6 +46,7 @@ void Lane::RenderBlock(uint64_t firstFrame, float* block)
     else
         Current().RingOut(kBlockFrames, block);
     if (!mRunning) StartWithin(firstFrame, block);
+    mRendered = firstFrame + kBlockFrames;
 }
 
 void Lane::SkipBlocks() noexcept
@@ -53,6 +55,7 @@ void Lane::SkipBlocks() noexcept
     mSilenceLeft = 0;
     mRunning = mSpliced = false;
     mSkipped = true;
+    FallSilent(mRendered);
 }
 
 // ---- Cycles
@@ -105,6 +108,7 @@ void Lane::BeginCycle() noexcept
     const bool sameClock = stamp.mClockID == mExpected.mClockID;
     const int64_t gap = sameClock ? stamp.mSampleTime - mExpected.mSampleTime : 0;
     mSilenceLeft = std::max<int64_t>(gap, 0);
+    mGapKind = stamp.mResumed ? wire::LogKind::SoundsAfterRest : wire::LogKind::SoundsAfterMissing;
     if (!stamp.mResumed) mMissed += uint32_t(mSilenceLeft);
     mEnd += mSilenceLeft;
     if (sameClock && gap == 0)
@@ -140,8 +144,10 @@ unsigned Lane::Take(float* samples, unsigned frames) noexcept
         if (mSilenceLeft > 0) {
             const auto some = unsigned(std::min<int64_t>(mSilenceLeft, frames - taken));
             std::fill_n(place, size_t(some) * mInput.Channels(), 0.0f);
+            FallSilent(HeardAt(taken));
             mSilenceLeft -= some;
             taken += some;
+            if (mSilenceLeft == 0) Sound(HeardAt(taken), mGapKind);
         } else if (mFramesLeft > 0) {
             const auto some = unsigned(std::min<int64_t>(mFramesLeft, frames - taken));
             mInput.Read(place, some);
@@ -154,6 +160,27 @@ unsigned Lane::Take(float* samples, unsigned frames) noexcept
         }
     }
     return taken;
+}
+
+// ---- The log
+
+uint64_t Lane::HeardAt(unsigned taken) const noexcept
+{
+    return uint64_t(std::llround(std::max(0.0, mHeardFrom + taken / mHeardRatio)));
+}
+
+void Lane::FallSilent(uint64_t frame) noexcept
+{
+    if (!mSounding) return;
+    mSounding = false;
+    if (mLog.mRing) mLog.mRing->Log({frame, 0, wire::LogKind::FallsSilent, mLog.mLane});
+}
+
+void Lane::Sound(uint64_t frame, wire::LogKind kind) noexcept
+{
+    if (mSounding) return;
+    mSounding = true;
+    if (mLog.mRing) mLog.mRing->Log({frame, 0, kind, mLog.mLane});
 }
 
 // ---- Stretches
@@ -200,8 +227,12 @@ void Lane::BeginStretch(uint64_t at) noexcept
 {
     const CycleStamp stamp = *mInput.Next();
     const double heardFrom = double(at) + Waiting().DelayOutputFrames();
-    if (!mSpliced && IsLateContinuation(stamp))
-        mStarved += uint32_t(std::lround(std::max(0.0, heardFrom - mHeardUntil)));
+    const bool late = !mSpliced && IsLateContinuation(stamp);
+    if (late) mStarved += uint32_t(std::lround(std::max(0.0, heardFrom - mHeardUntil)));
+    const bool rested = stamp.mResumed || mExpected.mRateHz == 0;
+    Sound(uint64_t(std::llround(heardFrom)), late     ? wire::LogKind::SoundsAfterLateness
+                                             : rested ? wire::LogKind::SoundsAfterRest
+                                                      : wire::LogKind::SoundsAfterMissing);
 
     mInput.Begin();
     // What a splice's clock is ahead of its frames stays, as a time: frames of another rate are another unit.
@@ -249,6 +280,7 @@ void Lane::EndStretch(uint64_t frame, unsigned frames, double playedFrames) noex
     mRunning = false;
     mSpliced = Classify() == Next::OtherRate;
     mHeardUntil = double(frame) + playedFrames + Current().DelayOutputFrames();
+    if (!mSpliced) FallSilent(uint64_t(std::llround(mHeardUntil)));
     mEarliest = frame + std::min(frames, unsigned(std::ceil(playedFrames)));
     Current().Release(frames - std::min(frames, unsigned(playedFrames)));
 }
@@ -261,6 +293,8 @@ void Lane::Run(uint64_t frame, unsigned frames, float* output) noexcept
     const double phase = Current().Phase();
     const unsigned needed = Current().InputFramesFor(frames, ratio);
     float* input = Current().Input();
+    mHeardRatio = ratio;
+    mHeardFrom = double(frame) - phase / ratio + Current().DelayOutputFrames();
     const unsigned taken = Take(input, needed);
     std::fill(input + size_t(taken) * mInput.Channels(), input + size_t(needed) * mInput.Channels(), 0.0f);
     Current().Render(frames, ratio, output);

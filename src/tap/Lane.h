@@ -19,11 +19,18 @@
 
 namespace tap {
 
+/// Where a lane says when it has sound to give and when it has none.
+struct LaneLog {
+    RingWriter* mRing = nullptr;  // null: nothing is logged
+    uint32_t mLane = 0;
+};
+
 class Lane final : public platform::machine::CaptureClient {
 public:
     /// @param schedule  the tap's; outlives this
     /// @param latencyNanos  TapLatencyNanos of the server and the tap's rate
-    Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels);
+    /// @param log  its ring outlives this; entries are written on the pacer's thread
+    Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix, unsigned channels, LaneLog log = {});
 
     /// @thread the server's data thread @realtime yes
     void Render(const platform::machine::CaptureCycle& cycle) CORVANE_REALTIME override { mInput.Write(cycle, mMix); }
@@ -65,6 +72,10 @@ private:
     unsigned Take(float* samples, unsigned frames) noexcept;
     int64_t Consumed() const noexcept { return mEnd - mSilenceLeft - mFramesLeft; }
 
+    uint64_t HeardAt(unsigned taken) const noexcept;
+    void FallSilent(uint64_t frame) noexcept;
+    void Sound(uint64_t frame, wire::LogKind kind) noexcept;
+
     void StartWithin(uint64_t firstFrame, float* block);
     uint64_t PlaceOf(const CycleStamp& stamp) noexcept;
     void BeginStretch(uint64_t at) noexcept;
@@ -85,6 +96,7 @@ private:
     const double mTapRateHz;
     const StereoMix mMix;
     LaneInput mInput;
+    const LaneLog mLog;
 
     // The pacer's, all of it. Positions count the frames of the lane, silence for gaps included. A stretch is
     // sound without a break at one nominal rate.
@@ -100,6 +112,11 @@ private:
     bool mSkipped = false;   // what is late is to be discarded
     uint64_t mEarliest = 0;  // tap frame before which the next stretch may not start
     double mHeardUntil = 0;  // tap frame, with fraction, at which the last stretch was heard out
+    uint64_t mRendered = 0;  // one past the last tap frame that was asked for
+    // Where input frame i of the Take in hand is heard: tap frame mHeardFrom + i / mHeardRatio.
+    double mHeardFrom = 0, mHeardRatio = 1;
+    bool mSounding = false;                        // as the log has it
+    wire::LogKind mGapKind = wire::LogKind::None;  // of the silence in mSilenceLeft
     uint32_t mDiscarded = 0, mStarved = 0, mMissed = 0;
 };
 

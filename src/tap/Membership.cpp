@@ -96,9 +96,12 @@ std::optional<size_t> Membership::DeviceOf(const PlaybackStream& stream, const S
     const auto& devices = mConfiguration.mDevices;
     for (size_t i = 0; i < devices.size(); ++i)
         for (const uint32_t output : stream.mOutputs)
-            if (const Device* device = Find(snapshot, output); device && device->mUID == devices[i].mUID) return i;
+            if (const Device* device = Find(snapshot, output);
+                device && devices[i].mActive && device->mUID == devices[i].mUID)
+                return i;
     const auto last = mPlaces.find(stream.mID);
-    const bool isOnItsWay = stream.mOutputs.empty() && last != mPlaces.end() && IsThere(last->second, snapshot);
+    const bool isOnItsWay = stream.mOutputs.empty() && last != mPlaces.end() && devices[last->second].mActive &&
+                            IsThere(last->second, snapshot);
     return isOnItsWay ? std::optional(last->second) : std::nullopt;
 }
 

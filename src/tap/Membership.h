@@ -43,6 +43,9 @@ public:
     /// until it arrives, so that the way costs it no frame.
     std::vector<std::vector<uint32_t>> Assign(const platform::machine::ServerSnapshot& snapshot);
 
+    /// Forgets what was decided by a list of processes that is another one now.
+    void ForgetDecisions() { mDecisions.clear(); }
+
 private:
     struct Decision {
         std::optional<uint64_t> mStartTime;

@@ -5,13 +5,11 @@
 #pragma once
 
 #include "platform/kernel/Threads.h"
-#include "tap/Lane.h"
+#include "tap/LaneTable.h"
 #include "tap/RingWriter.h"
 #include "tap/Schedule.h"
 
 #include <atomic>
-#include <memory>
-#include <span>
 #include <vector>
 
 namespace tap {
@@ -19,7 +17,11 @@ namespace tap {
 class Pacer {
 public:
     /// All of them outlive this. Nothing is published before Start or PublishDue.
-    Pacer(const Schedule& schedule, RingWriter& ring, std::span<const std::unique_ptr<Lane>> lanes, unsigned channels);
+    ///
+    /// @param blocksAWake  blocks that may become due before the thread wakes for them, at least 1: a client that
+    ///                     does not need each block at its time is not woken for each
+    Pacer(const Schedule& schedule, RingWriter& ring, const LaneTable& lanes, unsigned channels,
+          unsigned blocksAWake = 1);
     /// Ends the thread, after a block at the most.
     ~Pacer();
 
@@ -35,18 +37,20 @@ public:
     /// @thread       the pacer; tests call it from theirs where Start was not called
     void PublishDue(uint64_t nanos);
 
-    /// Host time at which the next block is due. @thread as PublishDue
-    uint64_t NextDueNanos() const noexcept { return mSchedule.TimeOf((mBlocks + 1) * kBlockFrames); }
+    /// Host time of the next wake: when as many blocks as may wait are due. @thread as PublishDue
+    uint64_t NextDueNanos() const noexcept { return mSchedule.TimeOf((mBlocks + mBlocksAWake) * kBlockFrames); }
 
 private:
     static void* Run(void* self);
     void PublishBlock(uint32_t skippedPasses);
     void AskForPriority();
+    void LogStall(uint64_t blocks) noexcept;
     void PublishCounters() noexcept;
 
     const Schedule& mSchedule;
     RingWriter& mRing;
-    std::span<const std::unique_ptr<Lane>> mLanes;
+    const LaneTable& mLanes;
+    const unsigned mBlocksAWake;
     std::vector<float> mBlock;
     uint64_t mBlocks = 0;  // published or skipped so far
     TapCounters mCounters;

@@ -18,15 +18,12 @@
 
 namespace tap {
 
+using namespace wire;
+
 namespace {
 
 // The position store puts the pass into the lower half, which is the field that comes first.
 static_assert(std::endian::native == std::endian::little);
-
-constexpr size_t kLegacyOutputFrames = 0, kChannelCount = 4, kNanosPerFrame = 8, kLoopFrames = 20, kNanosPerLoop = 24,
-                 kBlockFramesField = 36, kNanosPerBlock = 40, kCounters = 80, kOutputFramesField = 96,
-                 kMissedFrames = 100, kCounterCount = 104;
-constexpr uint32_t kCountersKept = 5;
 
 }  // namespace
 
@@ -41,7 +38,7 @@ size_t RingWriter::AudioBytes(FixedRate rate, unsigned channels) noexcept
     return size_t(LoopFrames(rate)) * channels * sizeof(float);
 }
 
-RingWriter::RingWriter(void* audio, void* status, FixedRate rate, unsigned channels) noexcept
+RingWriter::RingWriter(void* audio, void* status, FixedRate rate, unsigned channels, uint32_t outputFrames) noexcept
     : mAudio(static_cast<std::byte*>(audio)),
       mStatus(static_cast<std::byte*>(status)),
       mChannels(channels),
@@ -56,7 +53,7 @@ RingWriter::RingWriter(void* audio, void* status, FixedRate rate, unsigned chann
     Store<uint64_t>(kNanosPerLoop, Schedule::NanosOf(mLoopFrames, rate));
     Store<uint32_t>(kBlockFramesField, kBlockFrames);
     Store<uint64_t>(kNanosPerBlock, Schedule::NanosOf(kBlockFrames, rate));
-    Store<uint32_t>(kOutputFramesField, kOutputFrames);
+    Store<uint32_t>(kOutputFramesField, outputFrames);
     Store<uint32_t>(kCounterCount, kCountersKept);
     PublishCounters({});
     PublishTail();
@@ -85,7 +82,23 @@ void RingWriter::PublishCounters(const TapCounters& counters) noexcept
     Store(kMissedFrames, counters.mMissedFrames);
 }
 
-// Partner: the acquire loads of whoever reads the regions.
+void RingWriter::PublishTimeline(uint64_t momentOfFrame0Nanos) noexcept
+{
+    Store(kMomentOfFrame0, momentOfFrame0Nanos);
+    Store(kTimeline, kTimelineMark);
+}
+
+/// The count goes last: a reader that sees it sees the entry, and a reader that was overtaken sees a greater one.
+void RingWriter::Log(const LogEntry& entry) noexcept
+{
+    const size_t place = kLog + mLogged % kLogEntries * kLogEntryBytes;
+    Store(place, entry.mFrame);
+    Store(place + 8, entry.mFrames);
+    Store(place + 16, uint64_t(entry.mLane) << 32 | uint32_t(entry.mKind));
+    Store(kLogCount, ++mLogged);
+}
+
+// Partner: the acquire loads of the regions' readers.
 template <class T>
 void RingWriter::Store(size_t offset, T value) noexcept
 {

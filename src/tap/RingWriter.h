@@ -7,6 +7,7 @@
 #pragma once
 
 #include "tap/Schedule.h"
+#include "tap/wire/TapStatus.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,8 +15,8 @@
 namespace tap {
 
 constexpr uint32_t kBlockFrames = 128;                 // the unit in which frames are published
-constexpr uint32_t kOutputFrames = 16 * kBlockFrames;  // what a client gathers at the most
-constexpr size_t kStatusBytes = 128;
+constexpr uint32_t kOutputFrames = 16 * kBlockFrames;  // what a client gathers that is woken for each block
+constexpr size_t kStatusBytes = wire::kStatusBytes;
 
 /// What went wrong so far, for a person to see. Counts wrap.
 struct TapCounters {
@@ -36,7 +37,9 @@ public:
     ///
     /// @param audio   AudioBytes of memory, aligned to 8, that outlives this
     /// @param status  kStatusBytes of memory, aligned to 8, that outlives this
-    RingWriter(void* audio, void* status, FixedRate rate, unsigned channels) noexcept;
+    /// @param outputFrames  what the client gathers at the most
+    RingWriter(void* audio, void* status, FixedRate rate, unsigned channels,
+               uint32_t outputFrames = kOutputFrames) noexcept;
 
     /// Publishes the next block.
     ///
@@ -49,16 +52,20 @@ public:
     /// @realtime yes
     void PublishCounters(const TapCounters& counters) noexcept;
 
+    /// Publishes the host time of the sound that frame 0 stands for. Before the first block.
+    void PublishTimeline(uint64_t momentOfFrame0Nanos) noexcept;
+
+    /// Appends an entry to the log; the oldest one makes room. @thread the one of WriteBlock @realtime yes
+    void Log(const wire::LogEntry& entry) noexcept;
+
     uint32_t BlocksInLoop() const noexcept { return mLoopFrames / kBlockFrames; }
 
 private:
     template <class T>
     void Store(size_t offset, T value) noexcept;
-    void PublishTail() noexcept { Store<uint32_t>(kTailFrame, uint32_t(mTail % mLoopFrames)); }
+    void PublishTail() noexcept { Store<uint32_t>(wire::kTailFrame, uint32_t(mTail % mLoopFrames)); }
     void PublishHead() noexcept;
     void CopyBlock(const float* samples) noexcept;
-
-    static constexpr size_t kTailFrame = 68, kPosition = 72;
 
     std::byte* mAudio;
     std::byte* mStatus;
@@ -68,6 +75,7 @@ private:
     // tail never meet in the ring and the tail's pass follows from the two frames.
     uint64_t mHead;
     uint64_t mTail = kBlockFrames;
+    uint64_t mLogged = 0;
 };
 
 }  // namespace tap

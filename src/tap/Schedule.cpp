@@ -11,6 +11,12 @@ constexpr Wide kSecond = Wide(1'000'000'000) << kRateFractionBits;
 
 }  // namespace
 
+Schedule Schedule::OnGrid(FixedRate rate, uint64_t nanos) noexcept
+{
+    const Schedule clock(rate, 0);
+    return {rate, clock.TimeOf(clock.FramesBy(nanos) + 1)};
+}
+
 uint64_t Schedule::TimeOf(uint64_t frame) const noexcept
 {
     return mStartNanos + uint64_t(frame * kSecond / mRate);

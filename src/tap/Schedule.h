@@ -18,6 +18,10 @@ public:
     /// @param startNanos  host time of frame 0
     Schedule(FixedRate rate, uint64_t startNanos) : mRate(rate), mStartNanos(startNanos) {}
 
+    /// The schedule whose frame 0 is the first one from `nanos` on of those that the host clock counts from its zero:
+    /// schedules of one rate that start at different times have all their frames at the same times, to a nanosecond.
+    static Schedule OnGrid(FixedRate rate, uint64_t nanos) noexcept;
+
     /// T(n): the start plus n frames, rounded down to a nanosecond; exact for ever.
     /// @realtime yes
     uint64_t TimeOf(uint64_t frame) const noexcept;

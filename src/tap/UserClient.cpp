@@ -36,12 +36,21 @@ bool Overlap(const Region& a, const Region& b)
 
 kern_return_t UserClient::SetProperties(CFTypeRef properties)
 {
-    if (mConfigured) return kIOReturnError;
+    if (mConfigured) return mTap ? Retarget(properties) : kIOReturnError;
     Configuration configuration;
     if (const kern_return_t status = configuration.Parse(properties)) return status;
     mConfiguration = std::move(configuration);
     mConfigured = true;
     return kIOReturnSuccess;
+}
+
+kern_return_t UserClient::Retarget(CFTypeRef properties)
+try {
+    Configuration targets;
+    if (const kern_return_t status = targets.ParseTargets(properties)) return status;
+    return mTap->SetTargets(targets) ? kIOReturnSuccess : kIOReturnNoMemory;
+} catch (const std::bad_alloc&) {
+    return kIOReturnNoMemory;
 }
 
 kern_return_t UserClient::Call(MethodCall& call)

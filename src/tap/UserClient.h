@@ -21,8 +21,10 @@ enum Selector : uint32_t {
 
 class UserClient final : public platform::kernel::IOUserClient {
 public:
-    /// Takes the configuration, once, before anything but the symbol request.
-    /// @return kIOReturnBadArgument for values out of range, kIOReturnError the second time
+    /// Takes the configuration, before anything but the symbol request. Later calls, once the regions are shared, take
+    /// other devices and processes.
+    /// @return kIOReturnBadArgument for values out of range, kIOReturnError the second time before the regions are
+    ///         shared, kIOReturnNoMemory where the tap has no lane left for a device
     kern_return_t SetProperties(CFTypeRef properties) override;
 
     /// @return kIOReturnNotOpen for a call before its turn, kIOReturnError for one after it,
@@ -30,6 +32,7 @@ public:
     kern_return_t Call(platform::kernel::MethodCall& call) override;
 
 private:
+    kern_return_t Retarget(CFTypeRef properties);
     kern_return_t AnswerSizes(platform::kernel::MethodCall& call) const;
     kern_return_t AnswerSymbols(platform::kernel::MethodCall& call) const;
     kern_return_t SetPlayThrough(const platform::kernel::MethodCall& call);

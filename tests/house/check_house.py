@@ -19,11 +19,12 @@ ALLOWED = {
     "utility": {"platform", "platform/machine"},
     "capture/buffers": {"platform", "utility"},
     "framework": {"platform", "utility", "capture/buffers"},
-    "avcapture": {"platform", "utility", "capture/buffers"},
+    "tap/wire": set(),
+    "avcapture": {"platform", "utility", "capture/buffers", "tap/wire"},
     "capture": {"platform", "utility", "capture/buffers", "avcapture"},
     "plugin/settings": {"platform", "utility", "capture/buffers"},
     "plugin": {"platform", "utility", "framework", "plugin/settings", "capture", "capture/buffers", "avcapture"},
-    "tap": {"platform", "platform/machine"},
+    "tap": {"platform", "platform/machine", "tap/wire"},
     "cli": {"platform", "platform/machine", "utility", "plugin/settings", "capture", "capture/buffers", "avcapture"},
 }
 ALLOWED["platform"] |= {"platform/machine"}

@@ -24,19 +24,18 @@ struct PacerTest : testing::Test {
     /// Frames published since the beginning, which is pass 1, frame 0.
     uint64_t Published() const { return uint64_t(Field(72) - 1) * Field(20) + Field(76); }
 
-    std::vector<std::unique_ptr<tap::Lane>> MakeLanes() const
+    PacerTest()
     {
-        std::vector<std::unique_ptr<tap::Lane>> lanes(2);
-        for (auto& lane : lanes)
-            lane = std::make_unique<tap::Lane>(mSchedule, kLatency, tap::StereoMix(kChannels), kChannels);
-        return lanes;
+        for (uint32_t i = 0; i < 2; ++i)
+            mLanes.Add(std::make_unique<tap::Lane>(mSchedule, kLatency, tap::StereoMix(kChannels), kChannels,
+                                                   tap::LaneLog{&mRing, i}));
     }
 
     tap::Schedule mSchedule{kRate, kStart};
     std::vector<uint64_t> mAudio = std::vector<uint64_t>(tap::RingWriter::AudioBytes(kRate, kChannels) / 8);
     std::vector<uint64_t> mStatus = std::vector<uint64_t>(tap::kStatusBytes / 8);
     tap::RingWriter mRing{mAudio.data(), mStatus.data(), kRate, kChannels};
-    std::vector<std::unique_ptr<tap::Lane>> mLanes = MakeLanes();
+    tap::LaneTable mLanes;
     tap::Pacer mPacer{mSchedule, mRing, mLanes, kChannels};
 };
 
@@ -78,12 +77,12 @@ TEST_F(PacerTest, LanesAreSummed)
             const tap::StereoMix::Channel channel[] = {
                 {platform::machine::ChannelPosition::FrontLeft, half.data()},
                 {platform::machine::ChannelPosition::FrontRight, quarter.data()}};
-            mLanes[i]->Render({.mHostNanos = kStart + cycle * 21'333'333,
-                               .mSampleTime = int64_t(cycle * 1024),
-                               .mRateHz = 48000,
-                               .mFrames = 1024,
-                               .mClockID = uint32_t(i),
-                               .mChannels = channel});
+            mLanes.All()[i]->Render({.mHostNanos = kStart + cycle * 21'333'333,
+                                     .mSampleTime = int64_t(cycle * 1024),
+                                     .mRateHz = 48000,
+                                     .mFrames = 1024,
+                                     .mClockID = uint32_t(i),
+                                     .mChannels = channel});
         }
         mPacer.PublishDue(kStart + cycle * 21'333'333);
     }
