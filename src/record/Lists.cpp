@@ -1,6 +1,6 @@
-#include "cli/Lists.h"
+#include "record/Lists.h"
 
-namespace cli {
+namespace record {
 
 cf::Ref<cf::Array> ArrayOf(const std::vector<pid_t>& processes)
 {
@@ -27,4 +27,4 @@ cf::Ref<cf::Array> ArrayOf(const std::vector<std::string>& texts)
     return cf::Ref<cf::Array>::Adopt(array);
 }
 
-}  // namespace cli
+}  // namespace record

@@ -1,4 +1,4 @@
-// Lists: values of ours as the lists that published calls take.
+// Lists: vectors as the arrays that the platform's calls take.
 #pragma once
 
 #include "platform/foundation/CFDictionary.h"
@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-namespace cli {
+namespace record {
 
 /// Null for an empty one: no choice.
 cf::Ref<cf::Array> ArrayOf(const std::vector<pid_t>& processes);
 cf::Ref<cf::Array> ArrayOf(const std::vector<std::string>& texts);
 
-}  // namespace cli
+}  // namespace record

@@ -1,0 +1,31 @@
+// FrameGrid: the frames that the host clock counts at a recording's rate, from the clock's own zero.
+// Why: every source of a recording places its frames on this one grid, so that sources need no start in common.
+#pragma once
+
+#include <cstdint>
+
+namespace record {
+
+class FrameGrid {
+public:
+    /// @param rateHz  frames a second, at least 1
+    explicit FrameGrid(unsigned rateHz) : mRateHz(rateHz) {}
+
+    unsigned RateHz() const noexcept { return mRateHz; }
+
+    /// The frame nearest to a host time. @realtime yes, as all here
+    uint64_t FrameAt(uint64_t nanos) const noexcept
+    {
+        return uint64_t((Wide(nanos) * mRateHz + kSecondNanos / 2) / kSecondNanos);
+    }
+    /// The frames that so much time has, rounded to the nearest.
+    uint64_t FramesOf(uint64_t nanos) const noexcept { return FrameAt(nanos); }
+
+private:
+    __extension__ using Wide = unsigned __int128;
+    static constexpr uint64_t kSecondNanos = 1'000'000'000;
+
+    unsigned mRateHz;
+};
+
+}  // namespace record

@@ -1,0 +1,108 @@
+#include "record/SilenceAccount.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace record {
+
+namespace {
+
+constexpr size_t kMostKept = 1'000'000;  // entries of a source
+constexpr uint64_t kForEver = std::numeric_limits<uint64_t>::max() / 2;
+
+}  // namespace
+
+void SilenceAccount::NoteServer(bool isThere, uint64_t frame)
+{
+    const bool wasAway = !mAways.empty() && mAways.back().mFrames == kForEver;
+    if (isThere == !wasAway) return;
+    if (isThere)
+        mAways.back().mFrames = std::max(frame, mAways.back().mStart) - mAways.back().mStart;
+    else
+        mAways.push_back({frame, kForEver});
+}
+
+bool SilenceAccount::Overlaps(const std::vector<FrameSpan>& spans, const FrameSpan& span)
+{
+    return std::any_of(spans.rbegin(), spans.rend(), [&](const FrameSpan& other) {
+        return other.mStart < span.End() && span.mStart < other.End();
+    });
+}
+
+SilenceCause SilenceAccount::Judge(SilenceCause cause, const FrameSpan& span) const
+{
+    if (Overlaps(mStalls, span)) return SilenceCause::Stopped;
+    return Overlaps(mAways, span) ? SilenceCause::ServerAway : cause;
+}
+
+void SilenceAccount::Add(size_t source, SilenceCause cause, const FrameSpan& span)
+{
+    const uint64_t end = span.End();
+    uint64_t at = std::max(span.mStart, mStart);
+    if (at >= end) return;
+    cause = Judge(cause, span);
+    auto& entries = mSources[source].mEntries;
+    while (at < end) {
+        auto next = entries.upper_bound(at);
+        if (next != entries.begin()) {
+            const uint64_t known = std::prev(next)->second.mEnd;
+            if (known > at) {
+                at = known;
+                continue;
+            }
+        }
+        const uint64_t free = next == entries.end() ? end : std::min(end, next->first);
+        Insert(mSources[source], cause, {at, free - at});
+        at = free;
+    }
+}
+
+void SilenceAccount::Insert(Source& source, SilenceCause cause, const FrameSpan& span)
+{
+    source.mFrames[size_t(cause)] += span.mFrames;
+    auto& entries = source.mEntries;
+    auto next = entries.lower_bound(span.mStart);
+    auto place = entries.end();
+    if (next != entries.begin()) {
+        const auto before = std::prev(next);
+        if (before->second.mEnd == span.mStart && before->second.mCause == cause) place = before;
+    }
+    // A silence a second for eleven days; what comes then is only counted.
+    if (place == entries.end() && entries.size() >= kMostKept) return;
+    if (place == entries.end()) place = entries.emplace_hint(next, span.mStart, Entry{span.mStart, cause});
+    place->second.mEnd = span.End();
+    if (next != entries.end() && next->first == span.End() && next->second.mCause == cause) {
+        place->second.mEnd = next->second.mEnd;
+        entries.erase(next);
+    }
+}
+
+uint64_t SilenceAccount::LostFrames(uint64_t end) const
+{
+    std::vector<FrameSpan> lost;
+    for (const Source& source : mSources)
+        for (const auto& [start, entry] : source.mEntries)
+            if (IsLoss(entry.mCause) && start < end) lost.push_back({start, std::min(entry.mEnd, end) - start});
+    std::ranges::sort(lost, {}, &FrameSpan::mStart);
+    uint64_t frames = 0, until = 0;
+    for (const FrameSpan& span : lost) {
+        const uint64_t from = std::max(span.mStart, until);
+        if (span.End() > from) frames += span.End() - from;
+        until = std::max(until, span.End());
+    }
+    return frames;
+}
+
+std::vector<Silence> SilenceAccount::List(uint64_t end, bool& cut) const
+{
+    std::vector<Silence> list;
+    for (size_t i = 0; i < mSources.size(); ++i)
+        for (const auto& [start, entry] : mSources[i].mEntries)
+            if (start < end) list.push_back({i, entry.mCause, start - mStart, std::min(entry.mEnd, end) - start});
+    std::ranges::stable_sort(list, {}, &Silence::mStart);
+    cut = list.size() > kMostSilences;
+    if (cut) list.resize(kMostSilences);
+    return list;
+}
+
+}  // namespace record
