@@ -1,5 +1,6 @@
 #include "record/RecordingFile.h"
 
+#include "record/FlacFile.h"
 #include "record/RawFile.h"
 #include "record/WavFile.h"
 
@@ -27,9 +28,18 @@ uint32_t ChannelMaskOf(const FileSettings& settings)
     return settings.mChannelMask != 0 ? settings.mChannelMask : UsualChannelMask(settings.mChannels);
 }
 
+FlacLayout FlacLayoutOf(const FileSettings& settings)
+{
+    FlacLayout layout{8 * BytesPerSample(settings.mFormat), settings.mChannels, settings.mRateHz};
+    const uint32_t mask = ChannelMaskOf(settings);
+    if (mask != UsualChannelMask(settings.mChannels)) layout.mChannelMask = mask;
+    return layout;
+}
+
 std::unique_ptr<SoundFile> MakeSoundFile(const FileSettings& settings, OutputTarget& target)
 {
     if (settings.mType == FileType::Raw) return std::make_unique<RawFile>(target, settings.mFormat, settings.mChannels);
+    if (settings.mType == FileType::Flac) return std::make_unique<FlacFile>(target, FlacLayoutOf(settings));
     return std::make_unique<WavFile>(
         target, WavLayout{settings.mFormat, settings.mChannels, settings.mRateHz, ChannelMaskOf(settings)});
 }
