@@ -33,11 +33,4 @@ void PrintLine(const nlohmann::json& json)
     std::fflush(stdout);
 }
 
-std::string Printable(std::string text)
-{
-    for (char& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    return text;
-}
-
 }  // namespace cli

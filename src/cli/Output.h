@@ -1,6 +1,8 @@
 // Output: how the command speaks to a person, and to a program that reads its JSON.
 #pragma once
 
+#include "utility/Printable.h"
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <string>
@@ -15,7 +17,6 @@ void Print(const nlohmann::json& json);
 /// The same in one line, for a stream of events.
 void PrintLine(const nlohmann::json& json);
 
-/// The text with nothing in it that moves a terminal's cursor.
-std::string Printable(std::string text);
+using utility::Printable;
 
 }  // namespace cli

@@ -62,14 +62,14 @@ nlohmann::json LevelsForJSON(const std::vector<float>& peaks)
     return list;
 }
 
-const char* NameOf(SampleFormat format)
+const char* NameOf(record::SampleFormat format)
 {
     switch (format) {
-        case SampleFormat::Float32:
+        case record::SampleFormat::Float32:
             return "f32";
-        case SampleFormat::Signed24:
+        case record::SampleFormat::Signed24:
             return "s24";
-        case SampleFormat::Signed16:
+        case record::SampleFormat::Signed16:
             return "s16";
     }
     return "";

@@ -12,8 +12,9 @@ namespace {
 
 constexpr double kLongestSeconds = 366.0 * 86400;
 
-std::string ReadFormat(const std::string& text, SampleFormat& format)
+std::string ReadFormat(const std::string& text, record::SampleFormat& format)
 {
+    using record::SampleFormat;
     if (text == "f32")
         format = SampleFormat::Float32;
     else if (text == "s24")

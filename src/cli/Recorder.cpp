@@ -22,7 +22,13 @@ constexpr uint64_t kHeaderEveryNanos = 1'000'000'000;
 
 Recorder::Recorder(RecordingWish wish)
     : mWish(std::move(wish)),
-      mFile(mWish.mFormat, mWish.mChannels, mWish.mRateHz),
+      mFile({.mPath = mWish.mPath,
+             .mType = mWish.mType,
+             .mFormat = mWish.mFormat,
+             .mChannels = mWish.mChannels,
+             .mRateHz = mWish.mRateHz,
+             .mReplace = mWish.mReplace,
+             .mTracksAreApart = mWish.mKeepsChannels && mWish.mTracks.size() > 1}),
       mFeed(MakeFeed(mWish, *this)),
       mPiece(kPieceFrames * mWish.mChannels),
       mPeaks(mWish.mChannels)
@@ -36,7 +42,7 @@ Recorder::~Recorder()
 
 int Recorder::OpenFile()
 {
-    return mFile.Open(mWish.mPath, mWish.mReplace);
+    return mFile.Open();
 }
 
 int Recorder::Start()

@@ -5,9 +5,9 @@
 #pragma once
 
 #include "cli/Feed.h"
-#include "cli/WavWriter.h"
 #include "platform/kernel/Realtime.h"
 #include "platform/vector/FrameQueue.h"
+#include "record/RecordingFile.h"
 #include "utility/CAGuard.h"
 
 #include <atomic>
@@ -20,7 +20,8 @@ namespace cli {
 
 /// What to record, and where to.
 struct RecordingWish : FeedWish {
-    SampleFormat mFormat = SampleFormat::Float32;
+    record::FileType mType = record::FileType::Wav;
+    record::SampleFormat mFormat = record::SampleFormat::Float32;
     std::optional<uint64_t> mFrames;  // to stop after; none: until stopped
     std::string mPath;
     bool mReplace = false;
@@ -68,7 +69,7 @@ private:
     void MeasurePeaks(const float* samples, size_t frames);
 
     const RecordingWish mWish;
-    WavWriter mFile;
+    record::RecordingFile mFile;
     std::optional<platform::vector::FrameQueue> mQueue;  // from Start on
     const std::unique_ptr<Feed> mFeed;
 

@@ -104,7 +104,7 @@ int Recorder::OpenFile()
 void Recorder::Stop()
 {
     if (mEnd.load(std::memory_order_acquire) == kNotYet) EndAt(FrameNow());
-    const CAGuard::Locker lock(mGuard);
+    const CAMutex::Scope lock(mGuard);
     mGuard.NotifyAll();
 }
 
@@ -115,7 +115,7 @@ void Recorder::EndAt(uint64_t frame)
 
 bool Recorder::WaitFor(uint64_t nanos)
 {
-    const CAGuard::Locker lock(mGuard);
+    const CAMutex::Scope lock(mGuard);
     if (!mFinished && !mWoken) mGuard.WaitFor(nanos);
     mWoken = false;
     return mFinished;
@@ -123,7 +123,7 @@ bool Recorder::WaitFor(uint64_t nanos)
 
 void Recorder::Wake()
 {
-    const CAGuard::Locker lock(mGuard);
+    const CAMutex::Scope lock(mGuard);
     mWoken = true;
     mGuard.NotifyAll();
 }
@@ -132,7 +132,7 @@ int Recorder::Finish()
 {
     if (std::exchange(mWriterRuns, false)) {
         {
-            const CAGuard::Locker lock(mGuard);
+            const CAMutex::Scope lock(mGuard);
             mQuit = true;
             mGuard.NotifyAll();
         }
@@ -151,7 +151,7 @@ int Recorder::SetTargets(size_t source, const TapTargets& targets)
 
 void Recorder::NoteServer(bool isThere)
 {
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     mAccount.NoteServer(isThere, FrameNow());
 }
 
@@ -160,14 +160,14 @@ RecordingEvent Recorder::NoteEvent(std::string kind, std::string source, std::st
     const uint64_t start = mStart.load(std::memory_order_acquire), now = FrameNow();
     const uint64_t frame = start != kNotYet && now > start ? now - start : 0;
     RecordingEvent event{frame, std::move(kind), std::move(source), std::move(text)};
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     if (mEvents.size() < kMostSilences) mEvents.push_back(event);
     return event;
 }
 
 std::vector<RecordingEvent> Recorder::TakeEvents()
 {
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     return std::exchange(mNewEvents, {});
 }
 
@@ -184,10 +184,10 @@ RecordingState Recorder::TakeState()
         first += track.mChannels;
     }
     {
-        const CAGuard::Locker lock(mGuard);
+        const CAMutex::Scope lock(mGuard);
         state.mFinished = mFinished;
     }
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     for (size_t i = 0; i < mSettings.mSources.size(); ++i) {
         SourceState& source = state.mSources.emplace_back(SourceState{.mName = mSettings.mSources[i].mName});
         for (const SilenceCause cause : kSilenceCauses) source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause);
@@ -235,7 +235,7 @@ void Recorder::WriteUntilDone()
         mHeaderNanos = now + kSecondNanos;
         mFile.UpdateHeader();  // an error shows again at the next write, or at the end
     }
-    const CAGuard::Locker lock(mGuard);
+    const CAMutex::Scope lock(mGuard);
     mFinished = true;
     mGuard.NotifyAll();
 }
@@ -244,7 +244,7 @@ void Recorder::WriteUntilDone()
 bool Recorder::WaitForWork()
 {
     const uint64_t wake = mach_absolute_time() + (mSettings.mLive ? kLiveWakeNanos : kRelaxedWakeNanos);
-    const CAGuard::Locker lock(mGuard);
+    const CAMutex::Scope lock(mGuard);
     while (!mQuit && mach_absolute_time() < wake) mGuard.WaitUntil(wake);
     return !mQuit;
 }
@@ -254,7 +254,7 @@ bool Recorder::Assemble()
 {
     const uint64_t now = mach_absolute_time();
     {
-        const std::lock_guard lock(mAccountMutex);
+        const CAMutex::Scope lock(mAccountMutex);
         for (size_t i = 0; i < mInputs.size(); ++i) mInputs[i].mSource->CollectSilences(mAccount, i);
     }
     if (mAt == kNotYet && !FindStart(now)) return true;
@@ -263,7 +263,7 @@ bool Recorder::Assemble()
     if (end != kNotYet) limit = std::min(limit, end);
     if (!WritePieces(limit)) return false;
     if (end == kNotYet || mAt < end) return true;
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     for (size_t i = 0; i < mInputs.size(); ++i) mInputs[i].mSource->CollectOpenSilence(mAccount, i, end);
     return false;
 }
@@ -283,7 +283,7 @@ bool Recorder::FindStart(uint64_t now)
     mAt = first;
     mStart.store(first, std::memory_order_release);
     if (mSettings.mFrames) EndAt(first + *mSettings.mFrames);
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     mAccount.SetStart(first);
     return true;
 }
@@ -305,7 +305,7 @@ uint64_t Recorder::ReadyFrame(uint64_t now)
 void Recorder::LeaveOut(Input& input, bool leftOut, uint64_t frame)
 {
     const auto& name = mSettings.mSources[size_t(&input - mInputs.data())].mName;
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     input.mLeftOut = leftOut;
     const uint64_t start = mStart.load(std::memory_order_relaxed);
     RecordingEvent event{frame - std::min(frame, start), leftOut ? "silent" : "delivers", name,
@@ -349,7 +349,7 @@ void Recorder::AccountFor(size_t source, const FrameSpan& missing)
     const Input& input = mInputs[source];
     const bool refused = missing.mStart < input.mSource->GetStrand().RefusedEnd();
     const SilenceCause cause = refused || input.mTap ? SilenceCause::TooSlow : SilenceCause::NotDelivered;
-    const std::lock_guard lock(mAccountMutex);
+    const CAMutex::Scope lock(mAccountMutex);
     mAccount.Add(source, cause, missing);
 }
 

@@ -12,7 +12,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -143,7 +142,7 @@ private:
     std::atomic<int> mWriteError{0};
     std::vector<std::atomic<float>> mPeaks;  // raised by the writer, cleared by the owner
 
-    std::mutex mAccountMutex;  // for what follows: the writer's and the owner's, never in a cycle
+    CAMutex mAccountMutex{"SilenceAccount"};  // for what follows: the writer's and the owner's, never in a cycle
     SilenceAccount mAccount;
     std::vector<RecordingEvent> mEvents, mNewEvents;
 };

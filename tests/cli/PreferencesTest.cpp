@@ -5,75 +5,24 @@
 #include "cli/PreferenceFile.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "support/FakeMachine.h"
-#include "support/Faults.h"
+#include "support/FileFaults.h"
 #include "support/FolderTree.h"
 #include "support/Forked.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <CLI/CLI.hpp>
 
-#include <cstdarg>
 #include <iterator>
 
 namespace {
 
 namespace fs = std::filesystem;
 using cf::Ref;
-using testing::ElementsAre;
+using testing::ContainsRegex;
 using testing::HasSubstr;
-
-support::Faults* sFaults = nullptr;  // of the calls below; null: none fails
-bool sDies = false;                  // where one would fail
-
-bool FailsNow()
-{
-    if (!sFaults || !sFaults->FailsNow()) return false;
-    if (sDies) _exit(0);
-    errno = ENOSPC;
-    return true;
-}
-
-}  // namespace
-
-// The calls by which the command writes. Nothing reaches the disk sooner for a test.
-extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_close(int file);
-int __real_rename(const char* from, const char* to);
-ssize_t __real_write(int file, const void* data, size_t bytes);
-
-int __wrap_open(const char* path, int flags, ...)
-{
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return FailsNow() ? -1 : __real_open(path, flags, mode);
-}
-int __wrap_close(int file)
-{
-    const int result = __real_close(file);
-    return FailsNow() ? -1 : result;
-}
-int __wrap_fsync(int)
-{
-    return FailsNow() ? -1 : 0;
-}
-int __wrap_rename(const char* from, const char* to)
-{
-    return FailsNow() ? -1 : __real_rename(from, to);
-}
-ssize_t __wrap_write(int file, const void* data, size_t bytes)
-{
-    return FailsNow() ? -1 : __real_write(file, data, std::min<size_t>(bytes, 100));
-}
-}
-
-namespace {
 
 class Preferences : public testing::Test {
 protected:
@@ -135,17 +84,21 @@ TEST_F(Preferences, AreTheOldOnesOrTheNewOnesWholeWhicheverCallFailsOrIsTheLast)
             std::string problem;
             ASSERT_EQ(Add("Old", problem), cli::kExitDone) << problem;
             const std::string old = Bytes();
-            support::Faults faults{failing};
+            support::FileFaults faults(failing);
+            faults.mDies = dies;
             int code = cli::kExitDone;
             const auto add = [&] {
-                sDies = dies;
-                sFaults = &faults;
+                faults.Start();
                 code = Add("New", problem);
-                sFaults = nullptr;
+                faults.Stop();
             };
             EXPECT_TRUE(!dies || support::RunForked(add).mPassed);
             if (!dies) add();
-            if (!dies && faults.mCalls <= failing) calls = failing;
+            if (!dies && faults.mCalls <= failing) {
+                calls = failing;
+                EXPECT_THAT(faults.mOrder, ContainsRegex("wf[^w]*r[^w]*d"))
+                    << "the content is on the disk before it has the name, and the name before it is said to be done";
+            }
             const bool isNew = Bytes() != old;
             if (!dies) {
                 EXPECT_EQ(code == cli::kExitDone, problem.empty());

@@ -20,10 +20,10 @@ TEST(RecordWords, RightWordsBecomeAWish)
     RecordingWish wish;
     EXPECT_EQ(Read({.mRate = "44100", .mFormat = "s24", .mSeconds = "2.5"}, wish), "");
     EXPECT_EQ(wish.mRateHz, 44100u);
-    EXPECT_EQ(wish.mFormat, SampleFormat::Signed24);
+    EXPECT_EQ(wish.mFormat, record::SampleFormat::Signed24);
     EXPECT_EQ(wish.mFrames, 110250u);
     EXPECT_EQ(Read({}, wish), "");
-    EXPECT_EQ(wish.mFormat, SampleFormat::Float32);
+    EXPECT_EQ(wish.mFormat, record::SampleFormat::Float32);
 }
 
 TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)

@@ -25,7 +25,8 @@ ALLOWED = {
     "plugin/settings": {"platform", "utility", "capture/buffers"},
     "plugin": {"platform", "utility", "framework", "plugin/settings", "capture", "capture/buffers", "avcapture"},
     "tap": {"platform", "platform/machine", "tap/wire"},
-    "cli": {"platform", "platform/machine", "utility", "plugin/settings", "capture", "capture/buffers", "avcapture"},
+    "record": {"platform", "platform/machine", "utility", "capture", "capture/buffers", "avcapture", "tap/wire"},
+    "cli": {"platform", "platform/machine", "utility", "plugin/settings", "capture", "capture/buffers", "avcapture", "record"},
 }
 ALLOWED["platform"] |= {"platform/machine"}
 ALLOWED["platform/machine"] |= {"platform/machine"}

@@ -136,6 +136,7 @@ public:
     std::string Resolve(const std::string& wellKnownPath) override { return mRoot + wellKnownPath; }
     std::string BundleFolder() override { return mRoot + "/bundles"; }
     std::string PreferencesFolder() override { return mRoot + "/preferences"; }
+    int64_t WriteToStream(int, const void*, size_t, uint64_t) override { return -ENOSYS; }
 };
 
 class FakeIdentity final : public platform::machine::Identity {

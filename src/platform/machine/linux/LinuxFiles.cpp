@@ -1,8 +1,14 @@
 #include "platform/machine/linux/LinuxFiles.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <pwd.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -52,6 +58,19 @@ std::string LinuxFiles::PreferencesFolder()
     std::string home = EnvironmentFolder("HOME");
     if (home.empty()) home = DatabaseHome();
     return home.empty() ? home : home + "/.config/corvane";
+}
+
+int64_t LinuxFiles::WriteToStream(int descriptor, const void* bytes, size_t count, uint64_t waitNanos)
+{
+    pollfd stream = {descriptor, POLLOUT, 0};
+    const int ready = poll(&stream, 1, int((waitNanos + 999'999) / 1'000'000));
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
+    if (ready < 0) return -errno;
+    ssize_t written = send(descriptor, bytes, count, MSG_DONTWAIT | MSG_NOSIGNAL);
+    // A pipe that is ready takes as much as this at once; more would wait for its reader.
+    if (written < 0 && errno == ENOTSOCK) written = write(descriptor, bytes, std::min<size_t>(count, PIPE_BUF));
+    if (written >= 0) return written;
+    return errno == EAGAIN || errno == EINTR ? 0 : -errno;
 }
 
 }  // namespace platform::machine

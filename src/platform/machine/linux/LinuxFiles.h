@@ -12,6 +12,7 @@ public:
     std::string BundleFolder() override;
     /// "corvane" in the folder that the desktop gives settings: $XDG_CONFIG_HOME, else .config in the user's home.
     std::string PreferencesFolder() override;
+    int64_t WriteToStream(int descriptor, const void* bytes, size_t count, uint64_t waitNanos) override;
 };
 
 }  // namespace platform::machine

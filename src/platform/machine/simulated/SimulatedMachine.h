@@ -41,6 +41,8 @@ public:
     std::string Resolve(const std::string& wellKnownPath) override { return mRoot + wellKnownPath; }
     std::string BundleFolder() override { return mBundleFolder; }
     std::string PreferencesFolder() override { return mPreferencesFolder; }
+    /// No stream is part of the world.
+    int64_t WriteToStream(int, const void*, size_t, uint64_t) override { return -ENOSYS; }
 };
 
 /// An ordinary user who runs the command, unless the script says otherwise before anything asks.

@@ -1,4 +1,6 @@
-#include "cli/WavWriter.h"
+#include "record/RecordingFile.h"
+
+#include "record/WavFile.h"
 
 #include "support/FolderTree.h"
 #include "support/Recording.h"
@@ -18,14 +20,20 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace cli {
+namespace record {
 namespace {
 
 namespace fs = std::filesystem;
 using support::ReadRecording;
 using support::Recording;
 
-class WavWriterTest : public ::testing::Test {
+/// A file of `channels` at 48 kHz.
+FileSettings Settings(const std::string& path, SampleFormat format = SampleFormat::Float32, bool replace = false)
+{
+    return {.mPath = path, .mFormat = format, .mReplace = replace};
+}
+
+class RecordingFileTest : public ::testing::Test {
 protected:
     std::string Path(const char* name = "a.wav") const { return mFolder.Path(name); }
 
@@ -42,12 +50,12 @@ std::vector<float> Ramp(size_t frames)
     return samples;
 }
 
-TEST_F(WavWriterTest, EveryFormatIsReadBackAsItWasWritten)
+TEST_F(RecordingFileTest, EveryFormatIsReadBackAsItWasWritten)
 {
     const std::vector<float> samples = Ramp(10000);
     for (const SampleFormat format : {SampleFormat::Float32, SampleFormat::Signed24, SampleFormat::Signed16}) {
-        WavWriter writer(format, 2, 44100);
-        ASSERT_EQ(writer.Open(Path(), true), 0);
+        RecordingFile writer({.mPath = Path(), .mFormat = format, .mRateHz = 44100, .mReplace = true});
+        ASSERT_EQ(writer.Open(), 0);
         ASSERT_EQ(writer.Write(samples.data(), 10000), 0);
         ASSERT_EQ(writer.Close(), 0);
         const Recording recording = ReadRecording(Path());
@@ -57,11 +65,11 @@ TEST_F(WavWriterTest, EveryFormatIsReadBackAsItWasWritten)
     }
 }
 
-TEST_F(WavWriterTest, IntegersRoundToTheNearestAndClipAtFullScale)
+TEST_F(RecordingFileTest, IntegersRoundToTheNearestAndClipAtFullScale)
 {
     const float samples[] = {1.0f, -1.0f, 1.5f, -1.5f, 0.4f / 32768, -0.6f / 32768, std::nanf(""), 0.0f};
-    WavWriter writer(SampleFormat::Signed16, 2, 48000);
-    ASSERT_EQ(writer.Open(Path(), false), 0);
+    RecordingFile writer(Settings(Path(), SampleFormat::Signed16));
+    ASSERT_EQ(writer.Open(), 0);
     ASSERT_EQ(writer.Write(samples, 4), 0);
     EXPECT_EQ(writer.ClippedSamples(), 3u) << "1.0 has no 16-bit value, 1.5 and -1.5 lie beyond";
     ASSERT_EQ(writer.Close(), 0);
@@ -69,11 +77,11 @@ TEST_F(WavWriterTest, IntegersRoundToTheNearestAndClipAtFullScale)
     EXPECT_EQ(ReadRecording(Path()).mSamples, (std::vector<float>{1 - kOne, -1, 1 - kOne, -1, 0, -kOne, 0, 0}));
 }
 
-TEST_F(WavWriterTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
+TEST_F(RecordingFileTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
 {
     const std::vector<float> samples = Ramp(3000);
-    WavWriter writer(SampleFormat::Float32, 2, 48000);
-    ASSERT_EQ(writer.Open(Path(), false), 0);
+    RecordingFile writer(Settings(Path()));
+    ASSERT_EQ(writer.Open(), 0);
     ASSERT_EQ(writer.Write(samples.data(), 2000), 0);
     ASSERT_EQ(writer.UpdateHeader(), 0);
     ASSERT_EQ(writer.Write(samples.data() + 4000, 1000), 0);
@@ -83,11 +91,11 @@ TEST_F(WavWriterTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
     EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + 4000, recording.mSamples.begin()));
 }
 
-TEST_F(WavWriterTest, FourGigabytesAreNoLimit)
+TEST_F(RecordingFileTest, FourGigabytesAreNoLimit)
 {
     const uint64_t limit = 0xFFFFFFFF / 8;
     for (const uint64_t frames : {limit - 12, limit - 10, limit + 1, 3 * limit}) {
-        const auto header = MakeWavHeader(SampleFormat::Float32, 2, 192000, frames, false);
+        const auto header = MakeWavHeader({SampleFormat::Float32, 2, 192000}, frames, false);
         const float last[2] = {0.25f, -0.5f};
         std::ofstream out(Path(), std::ios::binary);
         out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
@@ -107,15 +115,15 @@ TEST_F(WavWriterTest, FourGigabytesAreNoLimit)
     }
 }
 
-TEST_F(WavWriterTest, AFullDiskLeavesAFileOfWholeFrames)
+TEST_F(RecordingFileTest, AFullDiskLeavesAFileOfWholeFrames)
 {
     // The limit on file size stands for the disk: it too lets a write through in part, then refuses.
     std::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit = {100'001, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     const std::vector<float> samples = Ramp(50000);
-    WavWriter writer(SampleFormat::Float32, 2, 48000);
-    ASSERT_EQ(writer.Open(Path(), false), 0);
+    RecordingFile writer(Settings(Path()));
+    ASSERT_EQ(writer.Open(), 0);
     EXPECT_EQ(writer.Write(samples.data(), 50000), EFBIG);
     EXPECT_EQ(writer.Close(), EFBIG);
     const Recording recording = ReadRecording(Path());
@@ -124,16 +132,16 @@ TEST_F(WavWriterTest, AFullDiskLeavesAFileOfWholeFrames)
     EXPECT_TRUE(std::equal(recording.mSamples.begin(), recording.mSamples.end(), samples.begin()));
 }
 
-TEST_F(WavWriterTest, AFileThatExistsOrALinkIsNotTouched)
+TEST_F(RecordingFileTest, AFileThatExistsOrALinkIsNotTouched)
 {
     std::ofstream(Path()) << "precious";
     fs::create_symlink(Path(), Path("link.wav"));
-    EXPECT_EQ(WavWriter(SampleFormat::Float32, 2, 48000).Open(Path(), false), EEXIST);
-    EXPECT_EQ(WavWriter(SampleFormat::Float32, 2, 48000).Open(Path("link.wav"), true), ELOOP);
+    EXPECT_EQ(RecordingFile(Settings(Path())).Open(), EEXIST);
+    EXPECT_EQ(RecordingFile(Settings(Path("link.wav"), SampleFormat::Float32, true)).Open(), ELOOP);
     std::string text;
     std::ifstream(Path()) >> text;
     EXPECT_EQ(text, "precious");
 }
 
 }  // namespace
-}  // namespace cli
+}  // namespace record

@@ -1,0 +1,12 @@
+#include "utility/Printable.h"
+
+namespace utility {
+
+std::string Printable(std::string text)
+{
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    return text;
+}
+
+}  // namespace utility
