@@ -237,7 +237,7 @@ int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
 
 int SetDevice(const std::string& words, const DeviceOptions& options)
 {
-    if (options.mSources.empty() && options.mFrom.empty() && options.mChannels.empty() && options.mRate.empty())
+    if (options.mSources.empty() && options.mFrom.empty() && !options.mChannels && !options.mRate)
         return Complain("nothing to set; for example corvane set Podcast -c 0", kExitUsage);
     return Change([&](DeviceList& list) {
         size_t place = 0;
