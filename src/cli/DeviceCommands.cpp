@@ -183,6 +183,13 @@ int ListVirtualDevices(bool json)
     return kExitDone;
 }
 
+std::vector<std::string> VirtualDeviceNames()
+{
+    std::string problem;
+    const auto root = settings::ReadPreferences(settings::kFileName, problem);
+    return problem.empty() ? DeviceList(root.Get()).Names() : std::vector<std::string>();
+}
+
 int ShowDevice(const std::string& words, bool json)
 {
     std::unique_ptr<DeviceList> list;
