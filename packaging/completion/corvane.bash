@@ -1,58 +1,70 @@
-# Completion of corvane's words for bash: commands, options, devices, sources and outputs.
+# Completion of corvane's words for bash. Names come from other programs: nothing here evaluates one.
 
-# The values of a field in a list's JSON, a line each. sed alone: nothing else need be installed.
-_corvane_values() {
-    corvane list "$1" --json 2>/dev/null | sed -n "s/^ *\"$2\": \"\(.*\)\",\{0,1\}\$/\1/p"
+# Reads the command line up to the cursor as bash does, without expanding anything. Sets
+#   words  the whole words before the cursor's
+#   word   the cursor's word, without its quotes
+#   quote  the quote that is open at the cursor, or nothing
+#   kept   characters of `word` that readline leaves alone: it replaces what follows a break character or an open quote
+_corvane_split() {
+    local line=${COMP_LINE:0:COMP_POINT} c started= i
+    words=() word= quote= kept=0
+    for ((i = 0; i < ${#line}; i++)); do
+        c=${line:i:1}
+        case $quote$c in
+            "''" | '""') quote= ;;
+            "'"?) word+=$c ;;
+            '"\')
+                if [[ ${line:i+1:1} == [\\\"\$\`] ]]; then ((i++)); fi
+                word+=${line:i:1}
+                ;;
+            '"'?) word+=$c ;;
+            "'" | '"') quote=$c started=1 opened=${#word} ;;
+            '\') ((i++)); word+=${line:i:1} started=1 ;;
+            ' ' | $'\t' | $'\n')
+                if [[ $started ]]; then words+=("$word"); fi
+                word= started= kept=0
+                ;;
+            *)
+                word+=$c started=1
+                if [[ $COMP_WORDBREAKS == *"$c"* ]]; then kept=${#word}; fi
+                ;;
+        esac
+    done
+    if [[ $quote ]]; then kept=$opened; fi
 }
 
-_corvane_offer() {
-    local IFS=$'\n'
-    COMPREPLY=($(compgen -W "$1" -- "$2"))
-    local i
-    for i in "${!COMPREPLY[@]}"; do COMPREPLY[i]=$(printf %q "${COMPREPLY[i]}"); done
-}
-
-_corvane_sources() {
-    printf '%s\n' system input:default
-    _corvane_values apps name | sed 's/^/app:/'
-    _corvane_values inputs uid | sed 's/^/input:/'
+# $1 as it is written behind an open quote $2.
+_corvane_quoted() {
+    local text=$1 c i out=
+    case $2 in
+        "'") out=${text//\'/"'\\''"} ;;
+        '"')
+            for ((i = 0; i < ${#text}; i++)); do
+                c=${text:i:1}
+                case $c in
+                    '!') out+='"\!"' ;; # between double quotes, history would be put in its place
+                    [\\\"\$\`]) out+=\\$c ;;
+                    *) out+=$c ;;
+                esac
+            done
+            ;;
+        *) if [[ $text ]]; then printf -v out %q "$text"; fi ;;
+    esac
+    REPLY=$out
 }
 
 _corvane() {
-    local word previous words cword
-    _get_comp_words_by_ref -n : word previous words cword 2>/dev/null ||
-        { word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words=("${COMP_WORDS[@]}") cword=$COMP_CWORD; }
-    local command=${words[1]}
-    local commands="list record add show set rename remove enable disable route doctor watch"
-    case $previous in
-        --source) _corvane_offer "$(_corvane_sources)" "$word" ;;
-        --from) _corvane_offer "$(printf '%s\n' default all; _corvane_values outputs uid)" "$word" ;;
-        -f | --format) _corvane_offer $'f32\ns24\ns16' "$word" ;;
-        -c | --channels | -r | --rate | -d | --duration) COMPREPLY=() ;;
-        *)
-            if ((cword == 1)); then
-                _corvane_offer "$(tr ' ' '\n' <<<"$commands")" "$word"
-            elif [[ $word == -* ]]; then
-                _corvane_offer "$(corvane "$command" --help 2>/dev/null | grep -o -e '--[a-z]*' | sort -u)" "$word"
-            else
-                case $command in
-                    list) _corvane_offer $'apps\noutputs\ninputs\ndevices' "$word" ;;
-                    show | set | rename | remove | enable | disable)
-                        _corvane_offer "$(_corvane_values devices name)" "$word" ;;
-                    route)
-                        if ((cword == 2)); then
-                            _corvane_offer "$(_corvane_values apps name | sed 's/^/app:/')" "$word"
-                        else
-                            _corvane_offer "$(printf '%s\n' default; _corvane_values outputs uid)" "$word"
-                        fi ;;
-                    record) compopt -o default ;;
-                esac
-            fi ;;
-    esac
-    # A colon ends a word for bash: what stands before it must not come again.
-    if [[ $word == *:* && $COMP_WORDBREAKS == *:* ]]; then
-        local prefix=${word%"${word##*:}"} i
-        for i in "${!COMPREPLY[@]}"; do COMPREPLY[i]=${COMPREPLY[i]#"$prefix"}; done
-    fi
+    local IFS=$' \t\n' words word quote kept opened=0 candidate description REPLY
+    COMPREPLY=()
+    _corvane_split
+    while IFS= read -r candidate; do
+        candidate=${candidate%%$'\t'*}
+        if [[ ! $candidate ]]; then
+            compopt -o default 2>/dev/null
+        elif [[ ${candidate,,} == "${word,,}"* && $candidate == "${word:0:kept}"* ]]; then
+            _corvane_quoted "${candidate:kept}" "$quote"
+            COMPREPLY+=("$REPLY")
+        fi
+    done < <("$1" complete "${words[@]:1}" "$word" 2>/dev/null)
 }
 complete -F _corvane corvane

@@ -183,6 +183,13 @@ int ListVirtualDevices(bool json)
     return kExitDone;
 }
 
+std::vector<std::string> VirtualDeviceNames()
+{
+    std::string problem;
+    const auto root = settings::ReadPreferences(settings::kFileName, problem);
+    return problem.empty() ? DeviceList(root.Get()).Names() : std::vector<std::string>();
+}
+
 int ShowDevice(const std::string& words, bool json)
 {
     std::unique_ptr<DeviceList> list;
@@ -237,7 +244,7 @@ int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
 
 int SetDevice(const std::string& words, const DeviceOptions& options)
 {
-    if (options.mSources.empty() && options.mFrom.empty() && options.mChannels.empty() && options.mRate.empty())
+    if (options.mSources.empty() && options.mFrom.empty() && !options.mChannels && !options.mRate)
         return Complain("nothing to set; for example corvane set Podcast -c 0", kExitUsage);
     return Change([&](DeviceList& list) {
         size_t place = 0;

@@ -13,6 +13,9 @@ namespace cli {
 int ListVirtualDevices(bool json);
 int ShowDevice(const std::string& device, bool json);
 
+/// Of all virtual devices, in their order; none where the list cannot be read.
+std::vector<std::string> VirtualDeviceNames();
+
 /// Adds a device, and turns the master switch on.
 int AddDevice(const std::string& name, const DeviceOptions& options, bool json);
 int SetDevice(const std::string& device, const DeviceOptions& options);

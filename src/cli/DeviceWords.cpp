@@ -160,14 +160,14 @@ int ReadOutputs(const std::vector<std::string>& words, CVNDevice& settings, std:
 int ApplyWords(const DeviceOptions& options, CVNDevice& settings, std::string& problem)
 {
     int32_t channels = settings.mOutputChannelCount;
-    if (!options.mChannels.empty() &&
-        (!ReadNumber(options.mChannels, channels) || channels < 0 || channels > kWidestMix)) {
+    if (options.mChannels && (!ReadNumber(*options.mChannels, channels) || channels < 0 || channels > kWidestMix)) {
         problem = fmt::format("'{}' is not 1 or 2 channels, or 0 for every source's own; for example -c 2",
-                              options.mChannels);
+                              *options.mChannels);
         return kExitUsage;
     }
     unsigned rateHz = 0;
-    if (problem = ReadRate(options.mRate, rateHz); !problem.empty()) return kExitUsage;
+    if (options.mRate)
+        if (problem = ReadRate(*options.mRate, rateHz); !problem.empty()) return kExitUsage;
     if (!options.mSources.empty())
         if (const int code = ReadSources(options.mSources, settings, problem)) return code;
     if (!options.mFrom.empty())

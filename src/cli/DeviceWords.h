@@ -3,17 +3,18 @@
 
 #include "cli/DeviceList.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace cli {
 
-/// As they were written; what was not stays empty.
+/// As they were written.
 struct DeviceOptions {
     std::vector<std::string> mSources;
     std::vector<std::string> mFrom;
-    std::string mChannels;
-    std::string mRate;
+    std::optional<std::string> mChannels;
+    std::optional<std::string> mRate;
 };
 
 /// Puts what was written into the settings; what was not stays as it is there.

@@ -14,6 +14,7 @@ namespace cli {
 namespace {
 
 constexpr uint64_t kServerPatienceNanos = 2'000'000'000;
+constexpr uint64_t kAtOnceNanos = 300'000'000;
 
 }  // namespace
 
@@ -35,6 +36,11 @@ std::optional<std::string> WhyNoServer()
     platform::machine::AudioServer& server = platform::machine::Machine::Current().GetAudioServer();
     if (server.WaitUntilReady(mach_absolute_time() + kServerPatienceNanos)) return std::nullopt;
     return server.Describe();
+}
+
+bool ServerAnswersAtOnce()
+{
+    return platform::machine::Machine::Current().GetAudioServer().WaitUntilReady(mach_absolute_time() + kAtOnceNanos);
 }
 
 std::optional<std::string> WhyNoVirtualDevices()

@@ -23,6 +23,9 @@ std::vector<Device> CopyDevices(Side side);
 /// Whether the audio server can be reached; if not, one sentence that says what was tried and what to start.
 std::optional<std::string> WhyNoServer();
 
+/// Whether the audio server answers within a moment that a person who presses a key does not notice.
+bool ServerAnswersAtOnce();
+
 /// Whether programs of this user have virtual devices; if not, one sentence that says why.
 std::optional<std::string> WhyNoVirtualDevices();
 

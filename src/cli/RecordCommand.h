@@ -1,6 +1,7 @@
 // RecordCommand: "corvane record": from the words of a command line to a finished file.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,11 +11,16 @@ namespace cli {
 struct RecordOptions {
     std::vector<std::string> mSources;
     std::vector<std::string> mFrom;
-    std::string mChannels = "2";  // of the mix; "0": every source keeps its own
-    std::string mRate;            // empty: that of the device
+    std::string mChannels = "2";       // of the mix; "0": every source keeps its own
+    std::vector<std::string> mTracks;  // NAME=SOURCE,SOURCE; read by ReadTrack
+    std::optional<std::string> mRate;  // none: that of the device
     std::string mFormat = "f32";
-    std::string mSeconds;  // empty: until stopped
+    std::optional<std::string> mFileType;     // wav, flac or raw; none: by the name of the file
+    std::optional<std::string> mTime;         // none: until stopped
+    std::optional<std::string> mMaxFileTime;  // none: one file; read by ReadDuration
+    std::optional<std::string> mProgress;     // json: levels as JSON lines while it records
     std::string mFile;
+    bool mWait = false;  // for applications that do not play yet
     bool mReplace = false;
     bool mJSON = false;
     bool mVerbose = false;

@@ -36,21 +36,100 @@ std::string ReadChannels(const std::string& text, RecordingWish& wish)
     return {};
 }
 
-std::string CheckSeconds(const std::string& text)
+std::string CheckTimes(const RecordOptions& options)
 {
     double seconds = 0;
-    if (text.empty() || (ReadNumber(text, seconds) && seconds > 0 && seconds <= kLongestSeconds)) return {};
-    return fmt::format("'{}' is not a time in seconds; for example -d 10 or -d 2.5", text);
+    for (const auto& time : {options.mTime, options.mMaxFileTime})
+        if (time)
+            if (auto wrong = ReadDuration(*time, seconds); !wrong.empty()) return wrong;
+    return {};
+}
+
+// The parts between commas; a backslash takes the character behind it as it is.
+std::vector<std::string> SplitAtCommas(const std::string& text)
+{
+    std::vector<std::string> parts(1);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == ',')
+            parts.emplace_back();
+        else
+            parts.back() += text[i] == '\\' && i + 1 < text.size() ? text[++i] : text[i];
+    }
+    return parts;
+}
+
+// "1:30:00" or "10:00": all but the first below 60, and only the last with a fraction.
+bool ReadClock(const std::string& text, double& seconds)
+{
+    size_t begin = 0;
+    seconds = 0;
+    for (int part = 0; part < 3; ++part) {
+        const size_t colon = text.find(':', begin);
+        const std::string number = text.substr(begin, colon == text.npos ? text.npos : colon - begin);
+        unsigned whole = 0;
+        double value = 0;
+        if (colon != text.npos ? !ReadNumber(number, whole) : !ReadNumber(number, value)) return false;
+        if (colon != text.npos) value = whole;
+        if (value < 0 || (part > 0 && value >= 60)) return false;
+        seconds = seconds * 60 + value;
+        if (colon == text.npos) return true;
+        begin = colon + 1;
+    }
+    return false;
+}
+
+// "1h30m", "5m", "250ms": each unit once, the larger first.
+bool ReadUnits(const std::string& text, double& seconds)
+{
+    constexpr std::pair<const char*, double> kUnits[] = {{"h", 3600}, {"m", 60}, {"s", 1}, {"ms", 0.001}};
+    size_t next = 0, begin = 0;
+    seconds = 0;
+    while (begin < text.size()) {
+        const size_t unit = text.find_first_not_of("0123456789.", begin);
+        if (unit == text.npos) return false;
+        const size_t end = std::min(text.find_first_of("0123456789.", unit), text.size());
+        const std::string name = text.substr(unit, end - unit);
+        while (next < std::size(kUnits) && name != kUnits[next].first) ++next;
+        double value = 0;
+        if (next == std::size(kUnits) || !ReadNumber(text.substr(begin, unit - begin), value)) return false;
+        seconds += value * kUnits[next++].second;
+        begin = end;
+    }
+    return !text.empty();
 }
 
 }  // namespace
 
 std::string ReadRate(const std::string& text, unsigned& rateHz)
 {
-    if (text.empty()) return {};
-    if (ReadNumber(text, rateHz) && rateHz >= kMinimumRateHz && rateHz <= kMaximumRateHz) return {};
-    return fmt::format("'{}' is not a sample rate in hertz from {} to {}; for example -r 48000", text, kMinimumRateHz,
-                       kMaximumRateHz);
+    double rate = 0;
+    const bool isInThousands = text.ends_with('k') || text.ends_with('K');
+    if (ReadNumber(std::string_view(text).substr(0, text.size() - isInThousands), rate)) {
+        rate = std::round(rate * (isInThousands ? 1e6 : 1e3)) / 1e3;
+        if (rate >= kMinimumRateHz && rate <= kMaximumRateHz && rate == std::floor(rate)) {
+            rateHz = unsigned(rate);
+            return {};
+        }
+    }
+    return fmt::format("'{}' is not a sample rate in hertz from {} to {}; for example -r 48000 or -r 44.1k", text,
+                       kMinimumRateHz, kMaximumRateHz);
+}
+
+std::string ReadDuration(const std::string& text, double& seconds)
+{
+    if ((ReadClock(text, seconds) || ReadUnits(text, seconds)) && seconds > 0 && seconds <= kLongestSeconds) return {};
+    return fmt::format("'{}' is not a time; for example 90 (seconds), 2.5, 10:00, 1:30:00, 250ms, 5m or 1h30m", text);
+}
+
+std::string ReadTrack(const std::string& text, TrackWish& track)
+{
+    const size_t equals = text.find('=');
+    if (equals == 0 || equals == text.npos)
+        return fmt::format("'{}' is not a track; for example --track 'voices=app:discord,input:default'", text);
+    track = {text.substr(0, equals), {}};
+    for (const std::string& part : SplitAtCommas(text.substr(equals + 1)))
+        if (auto wrong = ParseSource(part, track.mSources.emplace_back()); !wrong.empty()) return wrong;
+    return {};
 }
 
 std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources)
@@ -59,10 +138,11 @@ std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::ve
     wish.mPath = options.mFile;
     wish.mReplace = options.mReplace;
     if (options.mFile.empty()) return "a file is missing; for example corvane record talk.wav";
-    if (auto wrong = ReadRate(options.mRate, wish.mRateHz); !wrong.empty()) return wrong;
+    if (options.mRate)
+        if (auto wrong = ReadRate(*options.mRate, wish.mRateHz); !wrong.empty()) return wrong;
     if (auto wrong = ReadChannels(options.mChannels, wish); !wrong.empty()) return wrong;
     if (auto wrong = ReadFormat(options.mFormat, wish.mFormat); !wrong.empty()) return wrong;
-    if (auto wrong = CheckSeconds(options.mSeconds); !wrong.empty()) return wrong;
+    if (auto wrong = CheckTimes(options); !wrong.empty()) return wrong;
     for (const std::string& text : options.mSources) {
         Source source;
         if (auto wrong = ParseSource(text, source); !wrong.empty()) return wrong;
@@ -86,7 +166,7 @@ std::string CountKeptChannels(RecordingWish& wish)
 void FixFrames(const RecordOptions& options, RecordingWish& wish)
 {
     double seconds = 0;
-    if (ReadNumber(options.mSeconds, seconds))
+    if (options.mTime && ReadDuration(*options.mTime, seconds).empty())
         wish.mFrames = uint64_t(std::max(1.0, std::round(seconds * wish.mRateHz)));
 }
 

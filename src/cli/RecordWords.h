@@ -14,8 +14,20 @@ constexpr unsigned kMinimumRateHz = 8000;
 constexpr unsigned kMaximumRateHz = 384000;
 constexpr unsigned kMostChannels = 64;
 
-/// Reads a sample rate; nothing written leaves it alone. @return an empty string, or what is wrong
+/// One "--track NAME=SOURCE,SOURCE".
+struct TrackWish {
+    std::string mName;
+    std::vector<Source> mSources;  // at least one
+};
+
+/// Reads a sample rate: "48000", "48k", "44.1k". @return an empty string, or what is wrong
 std::string ReadRate(const std::string& text, unsigned& rateHz);
+
+/// Reads a time above 0: "90", "2.5", "10:00", "1:30:00", "250ms", "5m", "1h30m". @return as ReadRate
+std::string ReadDuration(const std::string& text, double& seconds);
+
+/// Reads "NAME=SOURCE,SOURCE"; "\," is a comma in a source. @return as ReadRate
+std::string ReadTrack(const std::string& text, TrackWish& track);
 
 /// Reads rate, channels, format, file and sources into the wish. A rate that was not given stays 0.
 /// @return an empty string, or what is wrong: the word quoted, and an example of a right one

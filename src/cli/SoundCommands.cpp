@@ -47,7 +47,7 @@ void AddRecord(CLI::App& app, Words& words)
         ->type_name("COUNT");
     record->add_option("-r,--rate", options.mRate, "sample rate (default: the output's)")->type_name("HZ");
     record->add_option("-f,--format", options.mFormat, "f32, s24 or s16 (default f32)")->type_name("FORMAT");
-    record->add_option("-d,--duration", options.mSeconds, "stop after this time")->type_name("SECONDS");
+    record->add_option("-d,--duration", options.mTime, "stop after this time")->type_name("SECONDS");
     record->add_flag("--force", options.mReplace, "replace a file that exists");
     record->add_flag("--json", options.mJSON, "the result as JSON, with stable fields");
     record->add_flag("--verbose", options.mVerbose, "say what was had of scheduling and locked memory");

@@ -14,7 +14,8 @@ using platform::process::Application;
 namespace {
 
 constexpr const char* kExample =
-    "for example app:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234, input:default or system";
+    "for example app:firefox, app-inverse:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234, "
+    "device:default, input:default or system";
 
 std::string Lower(std::string text)
 {
@@ -52,6 +53,7 @@ bool Matches(const Source& source, const Application& application)
 {
     switch (source.mKind) {
         case Source::Kind::Application:
+        case Source::Kind::AllBut:
             return Lower(application.mName) == Lower(source.mValue);
         case Source::Kind::Identifier:
             return application.mIdentifier == source.mValue;
@@ -60,6 +62,11 @@ bool Matches(const Source& source, const Application& application)
         default:
             return false;
     }
+}
+
+ApplicationIdentity IdentityOf(const Application& application)
+{
+    return {application.mName, application.mIdentifier};
 }
 
 std::string KeyOf(const Source& source, const Application& application)
@@ -105,6 +112,8 @@ std::string Written(const Source& source)
     switch (source.mKind) {
         case Source::Kind::Application:
             return "app:" + source.mValue;
+        case Source::Kind::AllBut:
+            return "app-inverse:" + source.mValue;
         case Source::Kind::Identifier:
             return "id:" + source.mValue;
         case Source::Kind::Path:
@@ -113,6 +122,8 @@ std::string Written(const Source& source)
             return fmt::format("pid:{}", source.mPID);
         case Source::Kind::System:
             return "system";
+        case Source::Kind::Output:
+            return "device:" + source.mValue;
         case Source::Kind::Input:
             return "input:" + source.mValue;
     }
@@ -131,12 +142,18 @@ std::string ParseSource(const std::string& text, Source& source)
     if (colon == text.npos || value.empty()) return fmt::format("'{}' is not a source; {}", text, kExample);
     if (kind == "app")
         source = {Source::Kind::Application, value, 0};
+    else if (kind == "app-inverse")
+        source = {Source::Kind::AllBut, value, 0};
     else if (kind == "id")
         source = {Source::Kind::Identifier, value, 0};
     else if (kind == "path")
         source = {Source::Kind::Path, value, 0};
     else if (kind == "input")
         source = {Source::Kind::Input, value, 0};
+    else if (kind == "device" && value == "default_input")
+        source = {Source::Kind::Input, "default", 0};
+    else if (kind == "device")
+        source = {Source::Kind::Output, value == "default_output" ? "default" : value, 0};
     else if (kind == "pid") {
         pid_t pid = 0;
         if (!ReadNumber(value, pid) || pid < 1)
@@ -150,22 +167,36 @@ std::string ParseSource(const std::string& text, Source& source)
 
 Resolution Resolve(const Source& source, const std::vector<Application>& applications, bool (*processExists)(pid_t))
 {
-    if (source.mKind == Source::Kind::System) return {};
-    if (source.mKind == Source::Kind::Process) {
-        if (processExists(source.mPID)) return {{source.mPID}, {}};
-        return {{}, fmt::format("There is no process {}. {}", source.mPID, ListWhatIsThere(source, applications))};
+    using Kind = Source::Kind;
+    if (source.mKind == Kind::System || source.mKind == Kind::Output || source.mKind == Kind::Input) return {};
+    if (source.mKind == Kind::Process) {
+        if (processExists(source.mPID)) return {{source.mPID}, {}, {}};
+        return {{}, {}, fmt::format("There is no process {}. {}", source.mPID, ListWhatIsThere(source, applications))};
     }
     std::vector<const Application*> found;
     for (const Application& application : applications)
         if (Matches(source, application)) found.push_back(&application);
     if (found.empty())
         return {{},
+                {},
                 fmt::format("'{}' matches no application. {}", Written(source), ListWhatIsThere(source, applications))};
-    if (found.size() > 1) return {{}, TellApart(Written(source), found)};
-    Resolution resolution{{found.front()->mPID}, {}};
-    const auto& helpers = found.front()->mHelpers;
-    resolution.mProcesses.insert(resolution.mProcesses.end(), helpers.begin(), helpers.end());
-    return resolution;
+    const ApplicationIdentity identity = IdentityOf(*found.front());
+    if (std::ranges::any_of(found, [&](const Application* other) { return IdentityOf(*other) != identity; }))
+        return {{}, {}, TellApart(Written(source), found)};
+    return {ProcessesOf(identity, applications), identity, {}};
+}
+
+std::vector<pid_t> ProcessesOf(const ApplicationIdentity& identity, const std::vector<Application>& applications)
+{
+    std::vector<pid_t> processes;
+    for (const Application& application : applications) {
+        const bool same = (identity.mName.empty() || identity.mName == application.mName) &&
+                          (identity.mIdentifier.empty() || identity.mIdentifier == application.mIdentifier);
+        if (!same) continue;
+        processes.push_back(application.mPID);
+        processes.insert(processes.end(), application.mHelpers.begin(), application.mHelpers.end());
+    }
+    return processes;
 }
 
 std::vector<std::string> ClosestFirst(const std::string& wanted, std::vector<std::string> names)

@@ -3,6 +3,7 @@
 
 #include "platform/process/Applications.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,16 @@ namespace cli {
 
 /// A source as it was written: kind and value, "app:firefox".
 struct Source {
-    enum class Kind { Application, Identifier, Path, Process, System, Input };
+    enum class Kind {
+        Application,  // app:NAME
+        AllBut,       // app-inverse:NAME, everything except that application
+        Identifier,   // id:IDENTIFIER
+        Path,         // path:EXECUTABLE
+        Process,      // pid:N
+        System,       // system, everything
+        Output,       // device:NAME, everything that plays on that output; "default" follows the default output
+        Input,        // input:NAME; "default" is the default input
+    };
     Kind mKind = Kind::System;
     std::string mValue;
     pid_t mPID = 0;  // for Process
@@ -22,18 +32,30 @@ std::string Written(const Source& source);
 /// Reads a source. @return an empty string, or what is wrong with it, with an example of a right one
 std::string ParseSource(const std::string& text, Source& source);
 
-/// The processes that a source stands for, which is no input.
-struct Resolution {
-    std::vector<pid_t> mProcesses;  // empty for the whole system
-    std::string mError;             // for a person; empty where the source was found
+/// What stays the same when an application is started again.
+struct ApplicationIdentity {
+    std::string mName, mIdentifier;  // an empty one matches any
+
+    bool operator==(const ApplicationIdentity&) const = default;
 };
 
-/// Finds a source among the applications that run. One that matches nothing, or applications that differ,
-/// is an error that lists what is there, close names first.
+/// The processes that a source stands for. Input and Output sources have none: see FindInput and FindOutput.
+struct Resolution {
+    std::vector<pid_t> mProcesses;                 // of AllBut: the ones to leave out; empty for System
+    std::optional<ApplicationIdentity> mIdentity;  // of app:, app-inverse:, id: and path:, to find later instances
+    std::string mError;                            // for a person; empty where the source was found
+};
+
+/// Finds a source among the applications that run. A source that matches nothing, or several different applications,
+/// is an error that lists the applications, close names first.
 ///
 /// @param processExists  says whether a process is there, for "pid:N"
 Resolution Resolve(const Source& source, const std::vector<platform::process::Application>& applications,
                    bool (*processExists)(pid_t));
+
+/// The processes of all running instances of an application; empty where none runs.
+std::vector<pid_t> ProcessesOf(const ApplicationIdentity& identity,
+                               const std::vector<platform::process::Application>& applications);
 
 /// `names` with those most like `wanted` first; equally like ones keep their order.
 std::vector<std::string> ClosestFirst(const std::string& wanted, std::vector<std::string> names);

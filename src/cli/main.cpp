@@ -1,9 +1,12 @@
 // corvane: the command. Reads the words, and hands them to one command.
 #include "cli/Commands.h"
+#include "cli/Completion.h"
 #include "cli/ExitCodes.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
+
+#include <string_view>
 
 int main(int argc, char** argv)
 {
@@ -14,6 +17,8 @@ int main(int argc, char** argv)
     Words words;
     AddSoundCommands(app, words);
     AddDeviceCommands(app, words);
+    // Not a subcommand: its arguments are another command's, options among them.
+    if (argc > 1 && std::string_view(argv[1]) == "complete") return PrintCandidates(app, {argv + 2, argv + argc});
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

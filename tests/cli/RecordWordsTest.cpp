@@ -18,7 +18,7 @@ std::string Read(RecordOptions options, RecordingWish& wish)
 TEST(RecordWords, RightWordsBecomeAWish)
 {
     RecordingWish wish;
-    EXPECT_EQ(Read({.mRate = "44100", .mFormat = "s24", .mSeconds = "2.5"}, wish), "");
+    EXPECT_EQ(Read({.mRate = "44100", .mFormat = "s24", .mTime = "2.5"}, wish), "");
     EXPECT_EQ(wish.mRateHz, 44100u);
     EXPECT_EQ(wish.mFormat, record::SampleFormat::Signed24);
     EXPECT_EQ(wish.mFrames, 110250u);
@@ -31,9 +31,9 @@ TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
     const std::pair<RecordOptions, const char*> cases[] = {
         {{.mRate = "fast"}, "'fast'"}, {{.mRate = "48000.5"}, "'48000.5'"}, {{.mRate = "-1"}, "'-1'"},
         {{.mRate = "0"}, "'0'"},       {{.mRate = "4000000"}, "'4000000'"}, {{.mFormat = "u8"}, "'u8'"},
-        {{.mChannels = "65"}, "'65'"}, {{.mChannels = "both"}, "'both'"},   {{.mSeconds = "soon"}, "'soon'"},
-        {{.mSeconds = "0"}, "'0'"},    {{.mSeconds = "nan"}, "'nan'"},      {{.mSeconds = "inf"}, "'inf'"},
-        {{.mSeconds = "-3"}, "'-3'"},  {{.mSeconds = "10s"}, "'10s'"},      {{.mSources = {"nobody"}}, "'nobody'"},
+        {{.mChannels = "65"}, "'65'"}, {{.mChannels = "both"}, "'both'"},   {{.mTime = "soon"}, "'soon'"},
+        {{.mTime = "0"}, "'0'"},       {{.mTime = "nan"}, "'nan'"},         {{.mTime = "inf"}, "'inf'"},
+        {{.mTime = "-3"}, "'-3'"},     {{.mTime = "10q"}, "'10q'"},         {{.mSources = {"nobody"}}, "'nobody'"},
     };
     for (const auto& [options, quoted] : cases) {
         RecordingWish wish;
