@@ -2,7 +2,7 @@
 
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
-#include "cli/Lists.h"
+#include "record/Lists.h"
 #include "cli/ReadNumber.h"
 #include "cli/RecordWords.h"
 #include "platform/process/ProcessManager.h"
@@ -151,7 +151,7 @@ int ReadOutputs(const std::vector<std::string>& words, CVNDevice& settings, std:
         if (code != kExitDone) return code;
         uids.push_back(uid);
     }
-    settings.mCaptureDevices = ArrayOf(uids);
+    settings.mCaptureDevices = record::ArrayOf(uids);
     return kExitDone;
 }
 

@@ -26,22 +26,52 @@ std::string ReadFormat(const std::string& text, record::SampleFormat& format)
     return {};
 }
 
-std::string ReadChannels(const std::string& text, RecordingWish& wish)
+std::string ReadChannels(const std::string& text, RecordWish& wish)
 {
     if (!ReadNumber(text, wish.mChannels) || wish.mChannels > kMostChannels)
         return fmt::format(
             "'{}' is not a number of channels from 1 to {}, or 0 for every source's own; for example -c 2", text,
             kMostChannels);
-    wish.mKeepsChannels = wish.mChannels == 0;
     return {};
 }
 
-std::string CheckTimes(const RecordOptions& options)
+std::string ReadTime(const std::optional<std::string>& text, std::optional<double>& seconds)
 {
-    double seconds = 0;
-    for (const auto& time : {options.mTime, options.mMaxFileTime})
-        if (time)
-            if (auto wrong = ReadDuration(*time, seconds); !wrong.empty()) return wrong;
+    if (!text) return {};
+    double value = 0;
+    auto wrong = ReadDuration(*text, value);
+    if (wrong.empty()) seconds = value;
+    return wrong;
+}
+
+std::string ReadFileWords(const RecordOptions& options, record::FileSettings& file)
+{
+    using record::FileType;
+    if (options.mFile.empty()) return "a file is missing; for example corvane record talk.wav";
+    file.mPath = options.mFile;
+    file.mReplace = options.mReplace;
+    if (!options.mFileType) {
+        if (auto wrong = record::ReadFileType(file.mPath, file.mType, file.mFormat); !wrong.empty()) return wrong;
+    } else if (*options.mFileType == "wav") {
+        file.mType = FileType::Wav;
+    } else if (*options.mFileType == "flac") {
+        file.mType = FileType::Flac;
+        file.mFormat = record::SampleFormat::Signed24;
+    } else if (*options.mFileType == "raw") {
+        file.mType = FileType::Raw;
+    } else {
+        return fmt::format("'{}' is not a type of file; use wav, flac or raw, for example -t flac", *options.mFileType);
+    }
+    return options.mFormat ? ReadFormat(*options.mFormat, file.mFormat) : std::string();
+}
+
+std::string ReadSources(const RecordOptions& options, RecordWish& wish)
+{
+    for (const std::string& text : options.mSources)
+        if (auto wrong = ParseSource(text, wish.mSources.emplace_back()); !wrong.empty()) return wrong;
+    for (const std::string& text : options.mTracks)
+        if (auto wrong = ReadTrack(text, wish.mTracks.emplace_back()); !wrong.empty()) return wrong;
+    if (wish.mSources.empty() && wish.mTracks.empty()) wish.mSources.emplace_back();  // everything
     return {};
 }
 
@@ -132,42 +162,19 @@ std::string ReadTrack(const std::string& text, TrackWish& track)
     return {};
 }
 
-std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources)
+std::string ReadWords(const RecordOptions& options, RecordWish& wish)
 {
-    wish.mRateHz = 0;
-    wish.mPath = options.mFile;
-    wish.mReplace = options.mReplace;
-    if (options.mFile.empty()) return "a file is missing; for example corvane record talk.wav";
+    wish.mFile.mRateHz = 0;
+    if (auto wrong = ReadFileWords(options, wish.mFile); !wrong.empty()) return wrong;
     if (options.mRate)
-        if (auto wrong = ReadRate(*options.mRate, wish.mRateHz); !wrong.empty()) return wrong;
+        if (auto wrong = ReadRate(*options.mRate, wish.mFile.mRateHz); !wrong.empty()) return wrong;
     if (auto wrong = ReadChannels(options.mChannels, wish); !wrong.empty()) return wrong;
-    if (auto wrong = ReadFormat(options.mFormat, wish.mFormat); !wrong.empty()) return wrong;
-    if (auto wrong = CheckTimes(options); !wrong.empty()) return wrong;
-    for (const std::string& text : options.mSources) {
-        Source source;
-        if (auto wrong = ParseSource(text, source); !wrong.empty()) return wrong;
-        sources.push_back(source);
-    }
-    return {};
-}
-
-std::string CountKeptChannels(RecordingWish& wish)
-{
-    if (!wish.mKeepsChannels) return {};
-    wish.mChannels = 0;
-    for (const Track& track : wish.mTracks) wish.mChannels += track.mChannels;
-    if (wish.mChannels <= kMostChannels) return {};
-    return fmt::format(
-        "the sources have {} channels together, and a file takes {}; leave some out, or mix them, "
-        "for example with -c 2",
-        wish.mChannels, kMostChannels);
-}
-
-void FixFrames(const RecordOptions& options, RecordingWish& wish)
-{
-    double seconds = 0;
-    if (options.mTime && ReadDuration(*options.mTime, seconds).empty())
-        wish.mFrames = uint64_t(std::max(1.0, std::round(seconds * wish.mRateHz)));
+    if (auto wrong = ReadTime(options.mTime, wish.mSeconds); !wrong.empty()) return wrong;
+    if (auto wrong = ReadTime(options.mMaxFileTime, wish.mMaxSeconds); !wrong.empty()) return wrong;
+    if (options.mProgress && *options.mProgress != "json")
+        return fmt::format("'{}' is not a kind of progress; use --progress json", *options.mProgress);
+    wish.mReportsLevels = options.mProgress.has_value();
+    return ReadSources(options, wish);
 }
 
 }  // namespace cli

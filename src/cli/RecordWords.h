@@ -2,9 +2,10 @@
 #pragma once
 
 #include "cli/RecordCommand.h"
-#include "cli/Recorder.h"
 #include "cli/Sources.h"
+#include "record/FileSettings.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,15 +30,19 @@ std::string ReadDuration(const std::string& text, double& seconds);
 /// Reads "NAME=SOURCE,SOURCE"; "\," is a comma in a source. @return as ReadRate
 std::string ReadTrack(const std::string& text, TrackWish& track);
 
-/// Reads rate, channels, format, file and sources into the wish. A rate that was not given stays 0.
+/// The words of a recording, read.
+struct RecordWish {
+    record::FileSettings mFile;         // a rate of 0: that of the device; its channels are not known yet
+    unsigned mChannels = 2;             // of the mix; 0: every source keeps its own
+    std::vector<Source> mSources;       // of the mix, or a track each where every source keeps its own
+    std::vector<TrackWish> mTracks;     // as they were named; then the sources above are one more track, if any
+    std::optional<double> mSeconds;     // none: until stopped
+    std::optional<double> mMaxSeconds;  // of one file
+    bool mReportsLevels = false;        // as JSON lines, while it records
+};
+
+/// Reads and checks all words but those that only the server can judge.
 /// @return an empty string, or what is wrong: the word quoted, and an example of a right one
-std::string ReadWords(const RecordOptions& options, RecordingWish& wish, std::vector<Source>& sources);
-
-/// Gives a recording that keeps channels as many as its tracks have together.
-/// @return an empty string, or what is wrong: they are more than a mix takes
-std::string CountKeptChannels(RecordingWish& wish);
-
-/// The count of frames that the time asked for means, once the rate is known.
-void FixFrames(const RecordOptions& options, RecordingWish& wish);
+std::string ReadWords(const RecordOptions& options, RecordWish& wish);
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 #include "record/InputSource.h"
 
 #include "capture/buffers/CAAudioBufferList.h"
+#include "platform/foundation/CFDictionary.h"
 #include "platform/kernel/HostTime.h"
 #include "platform/machine/Clock.h"
 #include "platform/machine/Machine.h"

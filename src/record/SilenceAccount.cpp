@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace record {
 
@@ -11,6 +12,17 @@ constexpr size_t kMostKept = 1'000'000;  // entries of a source
 constexpr uint64_t kForEver = std::numeric_limits<uint64_t>::max() / 2;
 
 }  // namespace
+
+void SilenceAccount::SetStart(uint64_t frame)
+{
+    mStart = frame;
+    for (Source& source : mSources) {
+        const auto before = std::exchange(source, {}).mEntries;
+        for (const auto& [start, entry] : before)
+            if (const uint64_t from = std::max(start, mStart); from < entry.mEnd)
+                Insert(source, entry.mCause, {from, entry.mEnd - from});
+    }
+}
 
 void SilenceAccount::NoteServer(bool isThere, uint64_t frame)
 {

@@ -20,8 +20,8 @@ class SilenceAccount {
 public:
     explicit SilenceAccount(size_t sources) : mSources(sources) {}
 
-    /// What lies before this frame is not of the recording; nothing counts before it is known.
-    void SetStart(uint64_t frame) { mStart = frame; }
+    /// What lies before this frame is not of the recording; what was added of it is forgotten.
+    void SetStart(uint64_t frame);
 
     /// This process did not run in `span`. Before the silences that it caused are added.
     void AddStall(const FrameSpan& span) { mStalls.push_back(span); }

@@ -34,7 +34,7 @@ int TapSource::Open()
     AVCapture* session = nullptr;
     const int status =
         AVCapture::CreateAudio(&session, Callback, this, format, ArrayOf(mTargets.mDeviceUIDs).Get(),
-                               ArrayOf(mTargets.mProcesses).Get(), mLive ? kAVCaptureLowLatencyAudio : 0);
+                               ArrayOf(mTargets.mProcesses).Get(), mLive ? unsigned(kAVCaptureLowLatencyAudio) : 0);
     mSession.reset(session);
     return status;
 }
