@@ -108,7 +108,8 @@ void Following::FollowDefault(const ServerSnapshot& snapshot)
     if (name == mDefaultOutput) return;
     const bool isFirst = mDefaultOutput.empty();
     mDefaultOutput = name;
-    if (!isFirst && mFollowsDefault && output) Note("default_output", "", fmt::format("the default output is now {}", name));
+    if (!isFirst && mFollowsDefault && output)
+        Note("default_output", "", fmt::format("the default output is now {}", name));
 }
 
 void Following::FollowSource(size_t index, const ServerSnapshot& snapshot, const std::vector<Application>& applications)
@@ -122,12 +123,13 @@ void Following::FollowSource(size_t index, const ServerSnapshot& snapshot, const
     auto processes = identity ? ProcessesOf(*identity, applications) : std::vector<pid_t>{};
     if (standing.mFollowed.mSource.mKind == Source::Kind::Process && ProcessExists(standing.mFollowed.mSource.mPID))
         processes.push_back(standing.mFollowed.mSource.mPID);
-    NotePresence(standing, std::move(processes));
+    NotePresence(index, std::move(processes));
     NotePlace(standing, snapshot);
 }
 
-void Following::NotePresence(Standing& standing, std::vector<pid_t> processes)
+void Following::NotePresence(size_t source, std::vector<pid_t> processes)
 {
+    Standing& standing = mSources[source];
     const bool runs = !processes.empty();
     if (runs != standing.mRuns) {
         const bool lives = std::ranges::any_of(standing.mProcesses, ProcessExists);
@@ -142,6 +144,7 @@ void Following::NotePresence(Standing& standing, std::vector<pid_t> processes)
         else if (mRecorder.HeadNanos())
             Note("started", standing.mName, standing.mName + " plays now");
         standing.mRuns = runs;
+        mRecorder.NotePresence(source, runs);
     }
     if (runs) standing.mProcesses = std::move(processes);
 }
@@ -154,7 +157,9 @@ void Following::NotePlace(Standing& standing, const ServerSnapshot& snapshot)
     if (playsOn.empty() || playsOn == standing.mPlaysOn) return;
     const bool isFirst = standing.mPlaysOn.empty();
     standing.mPlaysOn = std::move(playsOn);
-    if (!isFirst) Note("moved", standing.mName, fmt::format("{} plays on {} now", standing.mName, fmt::join(standing.mPlaysOn, " and ")));
+    if (!isFirst)
+        Note("moved", standing.mName,
+             fmt::format("{} plays on {} now", standing.mName, fmt::join(standing.mPlaysOn, " and ")));
 }
 
 }  // namespace cli

@@ -37,7 +37,7 @@ private:
     void FollowDefault(const platform::machine::ServerSnapshot& snapshot);
     void FollowSource(size_t source, const platform::machine::ServerSnapshot& snapshot,
                       const std::vector<platform::process::Application>& applications);
-    void NotePresence(Standing& standing, std::vector<pid_t> processes);
+    void NotePresence(size_t source, std::vector<pid_t> processes);
     void NotePlace(Standing& standing, const platform::machine::ServerSnapshot& snapshot);
     void Note(const char* kind, const std::string& source, std::string text);
 

@@ -11,10 +11,10 @@ namespace cli {
 struct RecordOptions {
     std::vector<std::string> mSources;
     std::vector<std::string> mFrom;
-    std::string mChannels = "2";       // of the mix; "0": every source keeps its own
-    std::vector<std::string> mTracks;  // NAME=SOURCE,SOURCE; read by ReadTrack
-    std::optional<std::string> mRate;  // none: that of the device
-    std::optional<std::string> mFormat;    // f32, s24 or s16; none: by the type of the file
+    std::string mChannels = "2";              // of the mix; "0": every source keeps its own
+    std::vector<std::string> mTracks;         // NAME=SOURCE,SOURCE; read by ReadTrack
+    std::optional<std::string> mRate;         // none: that of the device
+    std::optional<std::string> mFormat;       // f32, s24 or s16; none: by the type of the file
     std::optional<std::string> mFileType;     // wav, flac or raw; none: by the name of the file
     std::optional<std::string> mTime;         // none: until stopped
     std::optional<std::string> mMaxFileTime;  // none: one file; read by ReadDuration

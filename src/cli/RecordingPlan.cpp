@@ -99,7 +99,8 @@ private:
 
     static int ComplainAboutDevice(const char* kind, const std::string& name, const std::vector<Device>& there)
     {
-        if (there.empty()) return Complain(fmt::format("The audio server has no {}; connect one.", kind), kExitNotFound);
+        if (there.empty())
+            return Complain(fmt::format("The audio server has no {}; connect one.", kind), kExitNotFound);
         std::vector<std::string> names;
         for (const Device& device : there) names.push_back(device.mUID);
         std::string text;

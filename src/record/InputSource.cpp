@@ -47,8 +47,8 @@ int InputSource::Open()
     mOpen = true;
     mBuffers = CAAudioBufferList::Create(&format, kCycleFrames);
     if (!mBuffers || !mBuffers->mBuffers[0].mData) return -108;
-    const auto uid = cf::Ref<cf::String>::Adopt(
-        CFStringCreateWithCString(kCFAllocatorDefault, mUID.c_str(), kCFStringEncodingUTF8));
+    const auto uid =
+        cf::Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, mUID.c_str(), kCFStringEncodingUTF8));
     if (const int status = mCapture.AddInputDeviceCapture(uid.Get(), 0)) return status;
     if (const int status = mCapture.Initialize()) return status;
     return mCapture.GetLatencyNanos(&mLatencyNanos);

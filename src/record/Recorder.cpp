@@ -25,6 +25,7 @@ constexpr uint64_t kLiveWakeNanos = 10'000'000;
 constexpr uint64_t kHeadNanos = 250'000'000;
 // For so long all wait for a source that brings nothing.
 constexpr uint64_t kPatienceNanos = 1'000'000'000;
+constexpr uint64_t kStallNanos = 100'000'000;
 constexpr uint64_t kNotYet = 0;
 
 unsigned SumOfChannels(const std::vector<TrackSettings>& tracks)
@@ -80,11 +81,12 @@ int Recorder::OpenSource(const SourceSettings& settings)
     const size_t queueFrames = size_t(mGrid.RateHz()) * kQueueSeconds;
     const unsigned channels = settings.mIsInput ? settings.mChannels : 2;
     const TrackSettings& track = mSettings.mTracks[settings.mTrack];
-    Input input{.mMix{channels, track.mChannels, FirstChannel(mSettings.mTracks, settings.mTrack),
-                      mSettings.mFile.mChannels},
-                .mSamples = std::vector<float>(kPieceFrames * channels)};
+    Input input{
+        .mMix{channels, track.mChannels, FirstChannel(mSettings.mTracks, settings.mTrack), mSettings.mFile.mChannels},
+        .mSamples = std::vector<float>(kPieceFrames * channels)};
     if (settings.mIsInput) {
-        input.mSource = std::make_unique<InputSource>(mGrid, settings.mInputUID, channels, mSettings.mLive, queueFrames);
+        input.mSource =
+            std::make_unique<InputSource>(mGrid, settings.mInputUID, channels, mSettings.mLive, queueFrames);
     } else {
         auto tap = std::make_unique<TapSource>(mGrid, settings.mTargets, mSettings.mLive, queueFrames);
         input.mTap = tap.get();
@@ -155,6 +157,12 @@ void Recorder::NoteServer(bool isThere)
     mAccount.NoteServer(isThere, FrameNow());
 }
 
+void Recorder::NotePresence(size_t source, bool plays)
+{
+    const CAMutex::Scope lock(mAccountMutex);
+    mAccount.NotePresence(source, plays, FrameNow());
+}
+
 RecordingEvent Recorder::NoteEvent(std::string kind, std::string source, std::string text)
 {
     const uint64_t start = mStart.load(std::memory_order_acquire), now = FrameNow();
@@ -190,7 +198,8 @@ RecordingState Recorder::TakeState()
     const CAMutex::Scope lock(mAccountMutex);
     for (size_t i = 0; i < mSettings.mSources.size(); ++i) {
         SourceState& source = state.mSources.emplace_back(SourceState{.mName = mSettings.mSources[i].mName});
-        for (const SilenceCause cause : kSilenceCauses) source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause);
+        for (const SilenceCause cause : kSilenceCauses)
+            source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause);
         source.mDelivers = i >= mInputs.size() || !mInputs[i].mLeftOut;
     }
     state.mFramesLost = mAccount.LostFrames(mStart.load(std::memory_order_acquire) + state.mFrames);
@@ -200,7 +209,8 @@ RecordingState Recorder::TakeState()
 RecordingResult Recorder::Result()
 {
     RecordingResult result{.mState = TakeState()};
-    result.mSilences = mAccount.List(mStart.load(std::memory_order_acquire) + result.mState.mFrames, result.mSilencesCut);
+    result.mSilences =
+        mAccount.List(mStart.load(std::memory_order_acquire) + result.mState.mFrames, result.mSilencesCut);
     result.mEvents = mEvents;
     result.mPaths = mFile.Paths();
     return result;
@@ -246,6 +256,9 @@ bool Recorder::WaitForWork()
     const uint64_t wake = mach_absolute_time() + (mSettings.mLive ? kLiveWakeNanos : kRelaxedWakeNanos);
     const CAMutex::Scope lock(mGuard);
     while (!mQuit && mach_absolute_time() < wake) mGuard.WaitUntil(wake);
+    // A process that stood still has to catch up, and so have its sources.
+    const uint64_t now = mach_absolute_time(), late = now - std::min(now, wake);
+    if (late > kStallNanos) mPatientNanos = std::max(mPatientNanos, now + kPatienceNanos + 3 * late);
     return !mQuit;
 }
 
@@ -291,7 +304,7 @@ bool Recorder::FindStart(uint64_t now)
 /// One past the last frame that every source has, but for sources that have brought nothing for too long.
 uint64_t Recorder::ReadyFrame(uint64_t now)
 {
-    const uint64_t overdue = mGrid.FrameAt(now - mDelayNanos - kPatienceNanos);
+    const uint64_t overdue = now < mPatientNanos ? 0 : mGrid.FrameAt(now - mDelayNanos - kPatienceNanos);
     uint64_t ready = UINT64_MAX;
     for (Input& input : mInputs) {
         const uint64_t end = input.mSource->GetStrand().End();
@@ -308,9 +321,9 @@ void Recorder::LeaveOut(Input& input, bool leftOut, uint64_t frame)
     const CAMutex::Scope lock(mAccountMutex);
     input.mLeftOut = leftOut;
     const uint64_t start = mStart.load(std::memory_order_relaxed);
-    RecordingEvent event{frame - std::min(frame, start), leftOut ? "silent" : "delivers", name,
-                         leftOut ? name + " brings no sound; the recording goes on without it"
-                                 : name + " brings sound again"};
+    RecordingEvent event{
+        frame - std::min(frame, start), leftOut ? "silent" : "delivers", name,
+        leftOut ? name + " brings no sound; the recording goes on without it" : name + " brings sound again"};
     mNewEvents.push_back(event);
     if (mEvents.size() < kMostSilences) mEvents.push_back(std::move(event));
 }

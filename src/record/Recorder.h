@@ -1,6 +1,6 @@
 // Recorder: one recording, from its sources to its file.
-// Why: sources stop, come late and come back, each for itself. A thread of the recorder's own goes along the grid of the
-// host clock, takes from each strand what is there, writes silence for what is not, and keeps the account of it.
+// Why: sources stop, come late and come back, each for itself. A thread of the recorder's own goes along the grid of
+// the host clock, takes from each strand what is there, writes silence for what is not, and keeps the account of it.
 // Start at Start; the writer's work is Assemble.
 #pragma once
 
@@ -49,7 +49,8 @@ public:
     explicit Recorder(RecordingSettings settings);
     ~Recorder();
 
-    /// Finds out whether the file can be written, without touching what is there. @return 0 or the system's error number
+    /// Finds out whether the file can be written, without touching what is there. @return 0 or the system's error
+    /// number
     int Check() const { return mFile.Check(); }
     /// Opens the sources and lets sound flow; nothing is written yet. @return 0 or the status of a source
     int Start();
@@ -72,6 +73,8 @@ public:
     int SetTargets(size_t source, const TapTargets& targets);
     /// The audio server went, or came back.
     void NoteServer(bool isThere);
+    /// The application of a source ended or stopped playing, or plays again.
+    void NotePresence(size_t source, bool plays);
     /// Something happened now. @return the event as it was noted, for a person to see
     RecordingEvent NoteEvent(std::string kind, std::string source, std::string text);
     /// What the recorder itself found out since the last call: sources that bring nothing, and those that came back.
@@ -127,13 +130,14 @@ private:
     bool mWriterRuns = false;
 
     // The writer's.
-    uint64_t mAt = 0;           // next frame of the grid to be written; 0: the start is not known
-    uint64_t mHeaderNanos = 0;  // when the header is brought up to date next
+    uint64_t mAt = 0;            // next frame of the grid to be written; 0: the start is not known
+    uint64_t mPatientNanos = 0;  // until then no source is left out: this process stood still
+    uint64_t mHeaderNanos = 0;   // when the header is brought up to date next
     std::vector<float> mPiece;
     std::vector<FrameSpan> mMissing;
 
-    // One past the last frame of the recording; 0: not known. Stored by the owner (release), and by the writer where the
-    // length is given; loaded by both (acquire).
+    // One past the last frame of the recording; 0: not known. Stored by the owner (release), and by the writer where
+    // the length is given; loaded by both (acquire).
     std::atomic<uint64_t> mEnd{0};
     std::atomic<uint64_t> mStart{0};  // first frame; stored by the writer (release), loaded by the owner (acquire)
     // Counters, stored by the writer, loaded by the owner (relaxed).

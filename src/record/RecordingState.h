@@ -25,7 +25,10 @@ constexpr std::array kSilenceCauses{SilenceCause::NotPlaying, SilenceCause::NotD
 /// Stable, for JSON: "not_playing", "not_delivered", "server_away", "stopped", "too_slow".
 std::string_view NameOf(SilenceCause cause);
 /// Whether sound was lost; a source that does not play loses none.
-constexpr bool IsLoss(SilenceCause cause) { return cause != SilenceCause::NotPlaying; }
+constexpr bool IsLoss(SilenceCause cause)
+{
+    return cause != SilenceCause::NotPlaying;
+}
 
 /// Silence that the recorder wrote in place of one source's sound.
 struct Silence {

@@ -17,34 +17,45 @@ void SilenceAccount::SetStart(uint64_t frame)
 {
     mStart = frame;
     for (Source& source : mSources) {
-        const auto before = std::exchange(source, {}).mEntries;
+        const auto before = std::exchange(source.mEntries, {});
+        source.mFrames = {};
         for (const auto& [start, entry] : before)
             if (const uint64_t from = std::max(start, mStart); from < entry.mEnd)
                 Insert(source, entry.mCause, {from, entry.mEnd - from});
     }
 }
 
+void SilenceAccount::NoteOutage(std::vector<FrameSpan>& outages, bool ends, uint64_t frame)
+{
+    const bool lasts = !outages.empty() && outages.back().mFrames == kForEver;
+    if (ends != lasts) return;
+    if (ends)
+        outages.back().mFrames = std::max(frame, outages.back().mStart) - outages.back().mStart;
+    else
+        outages.push_back({frame, kForEver});
+}
+
 void SilenceAccount::NoteServer(bool isThere, uint64_t frame)
 {
-    const bool wasAway = !mAways.empty() && mAways.back().mFrames == kForEver;
-    if (isThere == !wasAway) return;
-    if (isThere)
-        mAways.back().mFrames = std::max(frame, mAways.back().mStart) - mAways.back().mStart;
-    else
-        mAways.push_back({frame, kForEver});
+    NoteOutage(mAways, isThere, frame);
+}
+
+void SilenceAccount::NotePresence(size_t source, bool plays, uint64_t frame)
+{
+    NoteOutage(mSources[source].mAbsences, plays, frame);
 }
 
 bool SilenceAccount::Overlaps(const std::vector<FrameSpan>& spans, const FrameSpan& span)
 {
-    return std::any_of(spans.rbegin(), spans.rend(), [&](const FrameSpan& other) {
-        return other.mStart < span.End() && span.mStart < other.End();
-    });
+    return std::any_of(spans.rbegin(), spans.rend(),
+                       [&](const FrameSpan& other) { return other.mStart < span.End() && span.mStart < other.End(); });
 }
 
-SilenceCause SilenceAccount::Judge(SilenceCause cause, const FrameSpan& span) const
+SilenceCause SilenceAccount::Judge(const Source& source, SilenceCause cause, const FrameSpan& span) const
 {
-    if (Overlaps(mStalls, span)) return SilenceCause::Stopped;
-    return Overlaps(mAways, span) ? SilenceCause::ServerAway : cause;
+    if (Overlaps(mAways, span)) return SilenceCause::ServerAway;
+    if (Overlaps(source.mAbsences, span)) return SilenceCause::NotPlaying;
+    return Overlaps(mStalls, span) ? SilenceCause::Stopped : cause;
 }
 
 void SilenceAccount::Add(size_t source, SilenceCause cause, const FrameSpan& span)
@@ -52,7 +63,7 @@ void SilenceAccount::Add(size_t source, SilenceCause cause, const FrameSpan& spa
     const uint64_t end = span.End();
     uint64_t at = std::max(span.mStart, mStart);
     if (at >= end) return;
-    cause = Judge(cause, span);
+    cause = Judge(mSources[source], cause, span);
     auto& entries = mSources[source].mEntries;
     while (at < end) {
         auto next = entries.upper_bound(at);

@@ -28,6 +28,9 @@ public:
     /// The server went, or came back, at `frame`.
     void NoteServer(bool isThere, uint64_t frame);
 
+    /// A source's application ended or stopped playing, or plays again, at `frame`.
+    void NotePresence(size_t source, bool plays, uint64_t frame);
+
     /// A source was silent. Frames that are in the account already are passed over.
     void Add(size_t source, SilenceCause cause, const FrameSpan& span);
 
@@ -46,9 +49,11 @@ private:
     struct Source {
         std::map<uint64_t, Entry> mEntries;  // by start; they do not overlap
         std::array<uint64_t, kSilenceCauses.size()> mFrames{};
+        std::vector<FrameSpan> mAbsences;  // the last one has no end yet while it lasts
     };
 
-    SilenceCause Judge(SilenceCause cause, const FrameSpan& span) const;
+    SilenceCause Judge(const Source& source, SilenceCause cause, const FrameSpan& span) const;
+    static void NoteOutage(std::vector<FrameSpan>& outages, bool ends, uint64_t frame);
     static bool Overlaps(const std::vector<FrameSpan>& spans, const FrameSpan& span);
     static void Insert(Source& source, SilenceCause cause, const FrameSpan& span);
 

@@ -140,7 +140,8 @@ void TapSource::Sound(Lane& lane, uint64_t frame, LogKind kind, SilenceAccount& 
 void TapSource::CollectOpenSilence(SilenceAccount& account, size_t source, uint64_t end)
 {
     CollectSilences(account, source);
-    if (!AnySounds() && end > mSilentFrom) account.Add(source, SilenceCause::NotPlaying, {mSilentFrom, end - mSilentFrom});
+    if (!AnySounds() && end > mSilentFrom)
+        account.Add(source, SilenceCause::NotPlaying, {mSilentFrom, end - mSilentFrom});
 }
 
 }  // namespace record

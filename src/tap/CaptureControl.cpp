@@ -1,5 +1,6 @@
 #include "tap/CaptureControl.h"
 
+#include "platform/kernel/HostTime.h"
 #include "platform/kernel/MutexGuard.h"
 
 #include <algorithm>
@@ -131,6 +132,7 @@ void CaptureControl::ApplyLocked()
     auto streams = mMembership.Assign(snapshot);
     for (size_t i = 0; i < mCaptures.size(); ++i) {
         if (streams[i] == mCaptures[i].mStreams) continue;
+        mLanes.All()[i]->SetLeft(streams[i].empty() ? mach_absolute_time() : 0);
         mCaptures[i].mNode->SetStreams(streams[i]);
         mCaptures[i].mStreams = std::move(streams[i]);
     }

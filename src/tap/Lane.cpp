@@ -180,6 +180,7 @@ void Lane::Sound(uint64_t frame, wire::LogKind kind) noexcept
 {
     if (mSounding) return;
     mSounding = true;
+    mSoundsFrom = frame;
     if (mLog.mRing) mLog.mRing->Log({frame, 0, kind, mLog.mLane});
 }
 

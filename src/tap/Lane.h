@@ -15,7 +15,9 @@
 #include "tap/StereoMix.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
+#include <optional>
 
 namespace tap {
 
@@ -42,6 +44,22 @@ public:
     /// @param block  interleaved
     /// @thread       the pacer
     void RenderBlock(uint64_t firstFrame, float* block);
+
+    /// Whether the device's streams have all left, at host time `nanos`; what is in the lane is still given. 0: they
+    /// have not. @thread any
+    void SetLeft(uint64_t nanos) noexcept { mLeftNanos.store(nanos, std::memory_order_relaxed); }
+    bool HasLeft() const noexcept { return mLeftNanos.load(std::memory_order_relaxed) != 0; }
+    /// The tap's frame at which the sound of that time is heard. @thread the pacer
+    uint64_t LeftFrame() const noexcept
+    {
+        return mSchedule.FramesBy(mLeftNanos.load(std::memory_order_relaxed) + mLatencyNanos);
+    }
+
+    /// The tap's frame from which the lane has been giving sound; none while it gives silence. @thread the pacer
+    std::optional<uint64_t> SoundsFrom() const noexcept
+    {
+        return mSounding ? std::optional(mSoundsFrom) : std::nullopt;
+    }
 
     /// Says that the blocks up to the next one were not asked for: their sound is discarded. @thread the pacer
     void SkipBlocks() noexcept;
@@ -115,7 +133,9 @@ private:
     uint64_t mRendered = 0;  // one past the last tap frame that was asked for
     // Where input frame i of the Take in hand is heard: tap frame mHeardFrom + i / mHeardRatio.
     double mHeardFrom = 0, mHeardRatio = 1;
-    bool mSounding = false;                        // as the log has it
+    bool mSounding = false;  // as the log has it
+    uint64_t mSoundsFrom = 0;
+    std::atomic<uint64_t> mLeftNanos{0};  // stored by control, loaded by the pacer; a time alone, no order needed
     wire::LogKind mGapKind = wire::LogKind::None;  // of the silence in mSilenceLeft
     uint32_t mDiscarded = 0, mStarved = 0, mMissed = 0;
 };

@@ -11,13 +11,20 @@ namespace tap {
 
 namespace kernel = platform::kernel;
 
+namespace {
+
+constexpr uint64_t kMoveNanos = 250'000'000;  // a stream that moves is on its way for less
+
+}  // namespace
+
 Pacer::Pacer(const Schedule& schedule, RingWriter& ring, const LaneTable& lanes, unsigned channels,
              unsigned blocksAWake)
     : mSchedule(schedule),
       mRing(ring),
       mLanes(lanes),
       mBlocksAWake(blocksAWake),
-      mBlock(size_t(kBlockFrames) * channels)
+      mBlock(size_t(kBlockFrames) * channels),
+      mLaneBlock(mBlock.size())
 {
 }
 
@@ -41,9 +48,29 @@ void* Pacer::Run(void* self)
     platform::machine::Clock& clock = platform::machine::Machine::Current().GetClock();
     while (!pacer.mStop.load(std::memory_order_relaxed)) {
         clock.SleepUntil(pacer.NextDueNanos());
-        pacer.PublishDue(mach_absolute_time());
+        pacer.PublishInParts(mach_absolute_time());
     }
     return nullptr;
+}
+
+/// After a stall the client still has the last part to fetch, and the lanes hold what came before it: an eighth of the
+/// ring at a time leaves the client room for both. Of a stall that is too long for that only the first part is kept.
+void Pacer::PublishInParts(uint64_t nanos)
+{
+    constexpr uint64_t kLongestStallSeconds = 30;
+    const uint64_t part = mRing.BlocksInLoop() / 8;
+    const uint64_t due = mSchedule.FramesBy(nanos) / kBlockFrames;
+    if (due > mBlocks + mBlocksAWake) LogStall(due - mBlocks - mBlocksAWake);
+    const uint64_t longest =
+        mSchedule.FramesBy(mSchedule.TimeOf(0) + kLongestStallSeconds * 1'000'000'000) / kBlockFrames;
+    unsigned parts = due - std::min(due, mBlocks) > longest ? 2 : UINT32_MAX;
+    const uint64_t pauseNanos = mBlocksAWake > 1 ? 100'000'000 : 10'000'000;
+    platform::machine::Clock& clock = platform::machine::Machine::Current().GetClock();
+    while (mBlocks + 2 * part < due && parts-- > 0 && !mStop.load(std::memory_order_relaxed)) {
+        PublishDue(mSchedule.TimeOf((mBlocks + part) * kBlockFrames));
+        clock.SleepUntil(mach_absolute_time() + pauseNanos);
+    }
+    PublishDue(nanos);
 }
 
 void Pacer::PublishDue(uint64_t nanos)
@@ -52,12 +79,38 @@ void Pacer::PublishDue(uint64_t nanos)
     if (due <= mBlocks) return;
     const uint64_t behind = due - mBlocks;
     const auto passes = uint32_t(behind > mRing.BlocksInLoop() ? (behind - 1) / mRing.BlocksInLoop() : 0);
-    if (behind > mBlocksAWake) LogStall(behind - mBlocksAWake);
     mCounters.mSkippedPasses += passes;
 
     PublishBlock(passes);
     while (mBlocks < due) PublishBlock(0);
     PublishCounters();
+}
+
+/// The frame at which another lane took over what a lane's streams play, or the end of time. A server asks a stream
+/// that it moves for sound on the new device before the last cycle of the old one has passed: both speak of the same
+/// moments.
+uint64_t Pacer::TakenOverAt(const Lane& lane) const noexcept
+{
+    const uint64_t left = lane.LeftFrame();
+    const uint64_t near = mSchedule.FramesBy(mSchedule.TimeOf(0) + kMoveNanos);
+    uint64_t frame = UINT64_MAX;
+    for (const auto& other : mLanes.All()) {
+        if (other->HasLeft()) continue;
+        const auto from = other->SoundsFrom();
+        if (from && *from + near > left && *from < left + near) frame = std::min(frame, *from);
+    }
+    return frame;
+}
+
+/// Adds what a lane gives to the block, up to frame `until` of the tap.
+void Pacer::AddLane(Lane& lane, uint64_t until)
+{
+    const uint64_t first = mBlocks * kBlockFrames;
+    std::fill(mLaneBlock.begin(), mLaneBlock.end(), 0.0f);
+    lane.RenderBlock(first, mLaneBlock.data());
+    const uint64_t frames = until > first ? std::min<uint64_t>(until - first, kBlockFrames) : 0;
+    const size_t samples = size_t(frames) * (mBlock.size() / kBlockFrames);
+    for (size_t i = 0; i < samples; ++i) mBlock[i] += mLaneBlock[i];
 }
 
 /// A wake that is late by some blocks is usual; one that is later tells of a process that was stopped.
@@ -78,7 +131,11 @@ void Pacer::PublishBlock(uint32_t skippedPasses)
     mBlocks += uint64_t(skippedPasses) * mRing.BlocksInLoop();
 
     std::fill(mBlock.begin(), mBlock.end(), 0.0f);
-    for (const auto& lane : mLanes.All()) lane->RenderBlock(mBlocks * kBlockFrames, mBlock.data());
+    // Lanes whose streams have left go last: then it is known where others took over.
+    for (const auto& lane : mLanes.All())
+        if (!lane->HasLeft()) lane->RenderBlock(mBlocks * kBlockFrames, mBlock.data());
+    for (const auto& lane : mLanes.All())
+        if (lane->HasLeft()) AddLane(*lane, TakenOverAt(*lane));
     mRing.WriteBlock(mBlock.data(), skippedPasses);
     ++mBlocks;
 }

@@ -42,7 +42,10 @@ public:
 
 private:
     static void* Run(void* self);
+    void PublishInParts(uint64_t nanos);
     void PublishBlock(uint32_t skippedPasses);
+    void AddLane(Lane& lane, uint64_t until);
+    uint64_t TakenOverAt(const Lane& lane) const noexcept;
     void AskForPriority();
     void LogStall(uint64_t blocks) noexcept;
     void PublishCounters() noexcept;
@@ -51,7 +54,7 @@ private:
     RingWriter& mRing;
     const LaneTable& mLanes;
     const unsigned mBlocksAWake;
-    std::vector<float> mBlock;
+    std::vector<float> mBlock, mLaneBlock;
     uint64_t mBlocks = 0;  // published or skipped so far
     TapCounters mCounters;
     pthread_t mThread{};
