@@ -3,7 +3,6 @@
 #include "plugin/PlugInRig.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "support/Forked.h"
-#include "support/LoopThread.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -178,7 +177,7 @@ TEST(PlugInDevices, FollowTheOutputThatIsAssignedToTheHost)
     });
 }
 
-TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereThereIsALoopToWaitOn)
+TEST(PlugInDevices, OfTheCompanionFollowTheLocalNotificationAloneAlsoOneFromAThreadWithoutARunLoop)
 {
     ExpectForked([] {
         PlugInRig rig;
@@ -188,16 +187,9 @@ TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereTh
         rig.Write(true, {kTwo});
         rig.Tell();
         EXPECT_THAT(rig.Names(), ElementsAre("Corvane: One"));
-        const auto post = [] {
-            CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetLocalCenter(),
-                                                            CFSTR(settings::kLocallyChangedNotification), nullptr,
-                                                            nullptr, kCFNotificationDeliverImmediately);
-        };
-        post();
-        rig.mScenario.runFor(5ms);
-        EXPECT_THAT(rig.Names(), IsEmpty());
-        LoopThread loop("loop");
-        cf::PerformAndWait(loop.Loop(), post);
+        CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetLocalCenter(),
+                                                        CFSTR(settings::kLocallyChangedNotification), nullptr, nullptr,
+                                                        kCFNotificationDeliverImmediately);
         rig.mScenario.runFor(5ms);
         EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Two"));
     });
