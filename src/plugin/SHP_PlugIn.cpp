@@ -247,9 +247,9 @@ void SHP_PlugIn::InitializeCorvaneDevices()
 AudioObjectID SHP_PlugIn::CreateDeviceWithSettings(const CVNDevice* settings)
 {
     UInt32 channels = 2;
-    if (settings && (settings->GetChannelCount(&channels) != 0 || channels == 0))
+    if (settings && (settings->GetChannelCount(&channels) != 0 || !CVNDevice::IsUsableChannelCount(channels)))
         channels = UInt32(settings->mCachedChannelCount);
-    if (channels == 0) return 0;
+    if (!CVNDevice::IsUsableChannelCount(channels)) return 0;
 
     AudioObjectID number = 0;
     CAException::ThrowIf(AudioObjectCreate(GetInterface(), kAudioObjectSystemObject, kAudioDeviceClassID, &number));

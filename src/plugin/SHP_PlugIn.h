@@ -61,7 +61,7 @@ private:
     void InitializeCorvaneDevices();
     void UpdateDevices();
     void KillDevices();
-    /// @return the new device's number, or 0 where it has no channels
+    /// @return the new device's number, or 0 where it has no channels or more than a device can have
     AudioObjectID CreateDeviceWithSettings(const CVNDevice* settings);
     bool IsToDie(const SHP_Device& device, const Wanted& wanted) const;
 

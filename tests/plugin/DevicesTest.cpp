@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -33,15 +35,30 @@ TEST(PlugInDevices, AreThoseOfTheListWithTheirNamesRatesWidthsAndTheOutputOfTheH
     ExpectForked([] {
         PlugInRig rig;
         rig.mScenario.output("speakers");
-        rig.Write(true, {kOne, {"", 7, 1, 0}, kTwo, {"One again", 1}, {"No width", 9, 0}},
+        rig.Write(true,
+                  {kOne,
+                   {"", 7, 1, 0},
+                   kTwo,
+                   {"One again", 1},
+                   {"No width", 9, 0},
+                   {"Negative", 10, -1},
+                   {"Too wide", 11, 65},
+                   {"Wide", 12, 64, 768001},
+                   {"Slow", 13, 1, 999},
+                   {"Fast", 14, 1, 768000},
+                   {"No rate", 15, 1, NAN},
+                   {"Backwards", 16, 1, -48000}},
                   RouteOfHost("com.ostrel.corvane.default_output"));
         const auto devices = PlugInRig::Devices();
-        ASSERT_EQ(devices.size(), 3u) << "the second of a number, and one without any channel, are not made";
+        ASSERT_EQ(devices.size(), 8u) << "the second of a number, and ones of 0, -1 and 65 channels, are not made";
         const std::string uid = "com.ostrel.audio.corvane.halplugin.device.";
         const auto number = [&](size_t i) { return devices[i].mNumber; };
         EXPECT_EQ(devices[0], (SeenDevice{number(0), uid + "1", "Corvane: One", 48000, 2, 1}));
         EXPECT_EQ(devices[1], (SeenDevice{number(1), uid + "7", "Corvane: ", 44100, 1, 1}));
         EXPECT_EQ(devices[2], (SeenDevice{number(2), uid + "2", "Corvane: Two", 44100, 1, 1}));
+        EXPECT_EQ(devices[3], (SeenDevice{number(3), uid + "12", "Corvane: Wide", 44100, 64, 1}));
+        for (const size_t i : {4, 6, 7}) EXPECT_EQ(devices[i].mRateHz, 44100) << devices[i].mName;
+        EXPECT_EQ(devices[5].mRateHz, 768000);
         EXPECT_EQ(PlugInRig::SystemWord(kAudioHardwarePropertyDefaultOutputDevice), PlugInRig::Numbers().front());
     });
 }
