@@ -88,6 +88,9 @@ TEST(PlugInDevices, AnswerByAddressAsByTheOlderCalls)
         EXPECT_EQ(AudioObjectSetPropertyData(device, &frameSize, 0, nullptr, size, &frames), 0);
         EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, FourCC("fsiz"), &size, &(frames = 0)), 0);
         EXPECT_EQ(frames, 256u);
+        const AudioObjectPropertyAddress mixable{FourCC("mix?"), kAudioObjectPropertyScopeGlobal, 0};
+        EXPECT_EQ(AudioObjectSetPropertyData(stream, &mixable, 0, nullptr, size, &(frames = 0)),
+                  kAudioHardwareIllegalOperationError);
     });
 }
 
