@@ -69,6 +69,7 @@ SHP_PlugIn::SHP_PlugIn(CFUUIDRef factory) : HP_HardwarePlugIn(factory), mBundleI
 SHP_PlugIn::~SHP_PlugIn()
 {
     if (!IsDaemon()) RemoveSignalHandler();
+    CancelDelayedInitTimer();  // after the handler, which may start one
 }
 
 void SHP_PlugIn::SetMode(bool isCoreAudioD, bool isRoot)
@@ -93,8 +94,11 @@ void SHP_PlugIn::Teardown()
 {
     const bool isExiting = IsSystemFlagSet(kAudioHardwarePropertyIsInitingOrExiting);
     if (isExiting && !IsSystemFlagSet(kAudioHardwarePropertyProcessIsMaster)) {
-        for (const auto& device : mDevices) device->Finalize();
-        return;
+        for (auto& device : mDevices) {
+            device->Finalize();
+            static_cast<void>(device.release());  // not destroyed: threads of the ending process may still use it
+        }
+        return mDevices.clear();
     }
     CancelDelayedInitTimer();
     for (const auto& device : mDevices) {
