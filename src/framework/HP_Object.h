@@ -87,8 +87,9 @@ public:
 
     /// The mutex that calls for this number take before they touch the object: the one that was set, else the object's
     /// own, for whoever destroys an object clears its entry first, and calls may still come. Null where there is none.
-    /// Entries stay, also after their objects, but keep no mutex alive.
+    /// An entry keeps no mutex alive.
     static std::shared_ptr<CAMutex> GetObjectStateMutexByID(AudioObjectID objectID);
+    /// @param mutex  null: takes the entry away
     static void SetObjectStateMutexForID(AudioObjectID objectID, const std::shared_ptr<CAMutex>& mutex);
 
 private:

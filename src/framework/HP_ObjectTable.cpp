@@ -11,7 +11,7 @@ namespace {
 struct Tables {
     CAMutex mMutex{"CATokenMap Mutex"};  // guards both maps, for the time of a look-up or a change
     std::map<AudioObjectID, HP_Object*> mObjects;
-    // A mutex is its object's: an entry that outlives its object keeps nothing alive and finds nothing.
+    // A mutex is its object's: an entry that outlives its object keeps no mutex alive, and goes at the next change.
     std::map<AudioObjectID, std::weak_ptr<CAMutex>> mStateMutexes;
 };
 
@@ -88,5 +88,8 @@ void HP_Object::SetObjectStateMutexForID(AudioObjectID objectID, const std::shar
 {
     Tables& tables = TablesOfProcess();
     const CAMutex::Scope locked(tables.mMutex);
-    tables.mStateMutexes[objectID] = mutex;
+    // A weak entry holds the memory of its mutex. Numbers never come back, so entries of the dead would add up.
+    std::erase_if(tables.mStateMutexes,
+                  [&](const auto& entry) { return entry.first == objectID || entry.second.expired(); });
+    if (mutex) tables.mStateMutexes.emplace(objectID, mutex);
 }

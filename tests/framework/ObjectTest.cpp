@@ -39,6 +39,13 @@ TEST(HP_Object, IsFoundByItsNumberAndClassFromItsBirthToItsTeardown)
     HP_Object::SetObjectStateMutexForID(7, nullptr);
     EXPECT_EQ(HP_Object::GetObjectStateMutexByID(7), mutex.lock());  // the object is still there
     rig.mDevice->AddStream(&stream);
+
+    // A deleter lives as long as the memory of its mutex: the entries that were set do not keep it.
+    const auto witness = std::make_shared<int>();
+    for (const AudioObjectID number : {30, 31})
+        HP_Object::SetObjectStateMutexForID(number, {new CAMutex("gone"), [witness](CAMutex* mutex) { delete mutex; }});
+    HP_Object::SetObjectStateMutexForID(31, nullptr);
+    EXPECT_EQ(witness.use_count(), 1);
 }
 
 class Listed final : public HP_Property {
