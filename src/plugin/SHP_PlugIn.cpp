@@ -232,9 +232,9 @@ void SHP_PlugIn::CoreAudioDInitDevices()
                                  nullptr);
 }
 
-void SHP_PlugIn::InitializeCorvaneDevices()
+OSStatus SHP_PlugIn::InitializeCorvaneDevices()
 {
-    if (!CorvaneIsEnabled()) return;
+    if (!CorvaneIsEnabled()) return 0;
     std::vector<AudioObjectID> made;
     const auto entries = Ref<cf::Array>::Adopt(CopyDeviceSettings());
     for (CFIndex i = 0; entries && i < CFArrayGetCount(entries.Get()); ++i) {
@@ -244,8 +244,8 @@ void SHP_PlugIn::InitializeCorvaneDevices()
         if (DeviceWithID(settings.mUID)) continue;
         if (const AudioObjectID device = CreateDeviceWithSettings(&settings)) made.push_back(device);
     }
-    CAException::ThrowIf(AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, UInt32(made.size()),
-                                                      made.data(), 0, nullptr));
+    return AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, UInt32(made.size()), made.data(), 0,
+                                        nullptr);
 }
 
 AudioObjectID SHP_PlugIn::CreateDeviceWithSettings(const CVNDevice* settings)

@@ -58,7 +58,8 @@ private:
     void RemoveSignalHandler();
 
     void CoreAudioDInitDevices();
-    void InitializeCorvaneDevices();
+    /// @return the status of the publication; the plug-in goes on whatever it is
+    OSStatus InitializeCorvaneDevices();
     void UpdateDevices();
     void KillDevices();
     /// @return the new device's number, or 0 where it has no channels or more than a device can have
