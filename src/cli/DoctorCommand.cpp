@@ -16,7 +16,6 @@
 #include <sys/stat.h>
 #include <nlohmann/json.hpp>
 
-#include <cmath>
 #include <set>
 #include <vector>
 
@@ -53,9 +52,10 @@ void CheckEntries(const DeviceList& list, Findings& findings)
         };
         if (!uids.insert(settings.mUID).second)
             tell(fmt::format("its number {} is another device's too; remove one and add it again", settings.mUID));
-        if (!std::isfinite(settings.mSampleRate) || settings.mSampleRate < 0 || settings.mSampleRate > 1e6)
+        if (settings.mSampleRate != 0 && !CVNDevice::IsUsableRate(settings.mSampleRate))
             tell("its sample rate cannot be; corvane set -r 48000 gives it one");
-        if (settings.mOutputChannelCount < 0) tell("its channels cannot be; corvane set -c 2 gives it some");
+        if (settings.mOutputChannelCount < 0 || settings.mCachedChannelCount < 0 || settings.mCachedChannelCount > 64)
+            tell("its channels cannot be; corvane set -c 2 gives it some");
         if (device.mExtras)
             findings.push_back({Verdict::Note, fmt::format("device '{}': keys that are not known, or of another type, "
                                                            "are kept and not used: {}",

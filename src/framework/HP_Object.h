@@ -11,7 +11,6 @@
 #include "framework/HP_Property.h"
 #include "utility/CAMutex.h"
 
-#include <initializer_list>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -85,10 +84,14 @@ public:
     static HP_Device* GetDeviceByID(AudioObjectID objectID);
     static HP_Stream* GetStreamByID(AudioObjectID objectID);
 
+    /// Whether a class is `baseClassID` or derives from it. Every class derives from "aobj".
+    static bool IsSubClass(AudioClassID classID, AudioClassID baseClassID);
+
     /// The mutex that calls for this number take before they touch the object: the one that was set, else the object's
     /// own, for whoever destroys an object clears its entry first, and calls may still come. Null where there is none.
-    /// Entries stay, also after their objects, but keep no mutex alive.
+    /// An entry keeps no mutex alive.
     static std::shared_ptr<CAMutex> GetObjectStateMutexByID(AudioObjectID objectID);
+    /// @param mutex  null: takes the entry away
     static void SetObjectStateMutexForID(AudioObjectID objectID, const std::shared_ptr<CAMutex>& mutex);
 
 private:
@@ -96,8 +99,7 @@ private:
 
     PropertyList::const_iterator FindPropertyByAddress(const AudioObjectPropertyAddress& address) const;
     HP_Property& RequireActiveProperty(const AudioObjectPropertyAddress& address) const;
-    /// @param classes  none: any
-    static HP_Object* FindByID(AudioObjectID objectID, std::initializer_list<AudioClassID> classes);
+    static HP_Object* FindByID(AudioObjectID objectID, AudioClassID baseClassID);
     void EnterTable();
     void LeaveTable();
 

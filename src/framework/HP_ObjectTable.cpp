@@ -1,9 +1,11 @@
-// The tables behind HP_Object's statics: objects and state mutexes of this process by number.
+// The tables behind HP_Object's statics: objects and state mutexes of this process by number, and which class derives
+// from which.
 #include "framework/HP_Device.h"
 #include "framework/HP_Object.h"
 #include "framework/HP_Stream.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace {
@@ -11,8 +13,36 @@ namespace {
 struct Tables {
     CAMutex mMutex{"CATokenMap Mutex"};  // guards both maps, for the time of a look-up or a change
     std::map<AudioObjectID, HP_Object*> mObjects;
-    // A mutex is its object's: an entry that outlives its object keeps nothing alive and finds nothing.
+    // A mutex is its object's: an entry that outlives its object keeps no mutex alive, and goes at the next change.
     std::map<AudioObjectID, std::weak_ptr<CAMutex>> mStateMutexes;
+};
+
+constexpr AudioClassID kObjectClassID = FourCC("aobj"), kControl = FourCC("actl"), kSelector = FourCC("slct"),
+                       kBoolean = FourCC("togl"), kLevel = FourCC("levl");
+
+struct DerivedClass {
+    AudioClassID mClass, mBase;
+};
+
+// What derives from "aobj" alone is left out.
+constexpr DerivedClass kDerivedClasses[] = {
+    {kAudioAggregateDeviceClassID, kAudioDeviceClassID},
+    {kSelector, kControl},
+    {kBoolean, kControl},
+    {kLevel, kControl},
+    {FourCC("span"), kControl},
+    {FourCC("clck"), kSelector},
+    {FourCC("dest"), kSelector},
+    {FourCC("dsrc"), kSelector},
+    {FourCC("nlvl"), kSelector},
+    {FourCC("atch"), kBoolean},
+    {FourCC("jack"), kBoolean},
+    {FourCC("mute"), kBoolean},
+    {FourCC("solo"), kBoolean},
+    {FourCC("subm"), kBoolean},
+    {FourCC("pram"), kLevel},
+    {FourCC("subv"), kLevel},
+    {FourCC("vlme"), kLevel},
 };
 
 // Never destroyed: calls may still come while the process ends.
@@ -48,29 +78,34 @@ void HP_Object::SetObjectID(AudioObjectID objectID)
     EnterTable();
 }
 
-HP_Object* HP_Object::FindByID(AudioObjectID objectID, std::initializer_list<AudioClassID> classes)
+HP_Object* HP_Object::FindByID(AudioObjectID objectID, AudioClassID baseClassID)
 {
     Tables& tables = TablesOfProcess();
     const CAMutex::Scope locked(tables.mMutex);
     const auto found = tables.mObjects.find(objectID);
-    if (found == tables.mObjects.end()) return nullptr;
-    const bool fits = classes.size() == 0 || std::ranges::find(classes, found->second->mClassID) != classes.end();
-    return fits ? found->second : nullptr;
+    return found != tables.mObjects.end() && IsSubClass(found->second->mClassID, baseClassID) ? found->second : nullptr;
+}
+
+bool HP_Object::IsSubClass(AudioClassID classID, AudioClassID baseClassID)
+{
+    if (classID == baseClassID || baseClassID == kObjectClassID) return true;
+    const auto* const derived = std::ranges::find(kDerivedClasses, classID, &DerivedClass::mClass);
+    return derived != std::end(kDerivedClasses) && IsSubClass(derived->mBase, baseClassID);
 }
 
 HP_Object* HP_Object::GetObjectByID(AudioObjectID objectID)
 {
-    return FindByID(objectID, {});
+    return FindByID(objectID, kObjectClassID);
 }
 
 HP_Device* HP_Object::GetDeviceByID(AudioObjectID objectID)
 {
-    return static_cast<HP_Device*>(FindByID(objectID, {kAudioDeviceClassID, kAudioAggregateDeviceClassID}));
+    return static_cast<HP_Device*>(FindByID(objectID, kAudioDeviceClassID));
 }
 
 HP_Stream* HP_Object::GetStreamByID(AudioObjectID objectID)
 {
-    return static_cast<HP_Stream*>(FindByID(objectID, {kAudioStreamClassID}));
+    return static_cast<HP_Stream*>(FindByID(objectID, kAudioStreamClassID));
 }
 
 std::shared_ptr<CAMutex> HP_Object::GetObjectStateMutexByID(AudioObjectID objectID)
@@ -88,5 +123,8 @@ void HP_Object::SetObjectStateMutexForID(AudioObjectID objectID, const std::shar
 {
     Tables& tables = TablesOfProcess();
     const CAMutex::Scope locked(tables.mMutex);
-    tables.mStateMutexes[objectID] = mutex;
+    // A weak entry holds the memory of its mutex. Numbers never come back, so entries of the dead would add up.
+    std::erase_if(tables.mStateMutexes,
+                  [&](const auto& entry) { return entry.first == objectID || entry.second.expired(); });
+    if (mutex) tables.mStateMutexes.emplace(objectID, mutex);
 }

@@ -46,7 +46,7 @@ void SHP_Device::SetSettings(const CVNDevice& settings, UInt32 channels)
 void SHP_Device::Initialize()
 {
     HP_Device::Initialize();
-    if (mSampleRate == 0) mSampleRate = kAutomaticRateHz;
+    if (!CVNDevice::IsUsableRate(mSampleRate)) mSampleRate = kAutomaticRateHz;
     CreateStreams();
     SetIOBufferFrameSize(kFirstFrameSize, false);
     SetIOBufferFrameSize(DetermineIOBufferFrameSize(), false);

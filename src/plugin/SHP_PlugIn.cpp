@@ -69,6 +69,7 @@ SHP_PlugIn::SHP_PlugIn(CFUUIDRef factory) : HP_HardwarePlugIn(factory), mBundleI
 SHP_PlugIn::~SHP_PlugIn()
 {
     if (!IsDaemon()) RemoveSignalHandler();
+    CancelDelayedInitTimer();  // after the handler, which may start one
 }
 
 void SHP_PlugIn::SetMode(bool isCoreAudioD, bool isRoot)
@@ -93,8 +94,11 @@ void SHP_PlugIn::Teardown()
 {
     const bool isExiting = IsSystemFlagSet(kAudioHardwarePropertyIsInitingOrExiting);
     if (isExiting && !IsSystemFlagSet(kAudioHardwarePropertyProcessIsMaster)) {
-        for (const auto& device : mDevices) device->Finalize();
-        return;
+        for (auto& device : mDevices) {
+            device->Finalize();
+            static_cast<void>(device.release());  // not destroyed: threads of the ending process may still use it
+        }
+        return mDevices.clear();
     }
     CancelDelayedInitTimer();
     for (const auto& device : mDevices) {
@@ -228,9 +232,9 @@ void SHP_PlugIn::CoreAudioDInitDevices()
                                  nullptr);
 }
 
-void SHP_PlugIn::InitializeCorvaneDevices()
+OSStatus SHP_PlugIn::InitializeCorvaneDevices()
 {
-    if (!CorvaneIsEnabled()) return;
+    if (!CorvaneIsEnabled()) return 0;
     std::vector<AudioObjectID> made;
     const auto entries = Ref<cf::Array>::Adopt(CopyDeviceSettings());
     for (CFIndex i = 0; entries && i < CFArrayGetCount(entries.Get()); ++i) {
@@ -240,16 +244,16 @@ void SHP_PlugIn::InitializeCorvaneDevices()
         if (DeviceWithID(settings.mUID)) continue;
         if (const AudioObjectID device = CreateDeviceWithSettings(&settings)) made.push_back(device);
     }
-    CAException::ThrowIf(AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, UInt32(made.size()),
-                                                      made.data(), 0, nullptr));
+    return AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, UInt32(made.size()), made.data(), 0,
+                                        nullptr);
 }
 
 AudioObjectID SHP_PlugIn::CreateDeviceWithSettings(const CVNDevice* settings)
 {
     UInt32 channels = 2;
-    if (settings && (settings->GetChannelCount(&channels) != 0 || channels == 0))
+    if (settings && (settings->GetChannelCount(&channels) != 0 || !CVNDevice::IsUsableChannelCount(channels)))
         channels = UInt32(settings->mCachedChannelCount);
-    if (channels == 0) return 0;
+    if (!CVNDevice::IsUsableChannelCount(channels)) return 0;
 
     AudioObjectID number = 0;
     CAException::ThrowIf(AudioObjectCreate(GetInterface(), kAudioObjectSystemObject, kAudioDeviceClassID, &number));

@@ -1,7 +1,7 @@
 // SHP_PlugIn: the one object of a process that makes, changes and ends virtual devices, as the shared preferences say.
 // Why: every process that opens audio has one, and all of them agree by reading the same file.
-// Start at InitializeWithObjectID and SharedPrefsChanged. All of it runs on the audio system's run loop, where the
-// notifications and its one timer come too, so that there is no lock of its own.
+// Start at InitializeWithObjectID and SharedPrefsChanged. All of it runs on the audio system's run loop, which also
+// delivers the notifications of both centers and fires the one timer. So the plug-in has no lock of its own.
 #pragma once
 
 #include "framework/HP_HardwarePlugIn.h"
@@ -58,10 +58,11 @@ private:
     void RemoveSignalHandler();
 
     void CoreAudioDInitDevices();
-    void InitializeCorvaneDevices();
+    /// @return the status of the publication; the plug-in goes on whatever it is
+    OSStatus InitializeCorvaneDevices();
     void UpdateDevices();
     void KillDevices();
-    /// @return the new device's number, or 0 where it has no channels
+    /// @return the new device's number, or 0 where it has no channels or more than a device can have
     AudioObjectID CreateDeviceWithSettings(const CVNDevice* settings);
     bool IsToDie(const SHP_Device& device, const Wanted& wanted) const;
 

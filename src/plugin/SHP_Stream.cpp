@@ -74,7 +74,7 @@ void SHP_Stream::Finalize()
         GetFormatList().BestMatchForPhysicalFormat(format);
     }
     GetFormatList().BestMatchForPhysicalFormat(format);
-    TellHardwareToSetPhysicalFormat(format);
+    GetFormatList().SetCurrentPhysicalFormat(format, true);
 }
 
 void SHP_Stream::SetPropertyData(const AudioObjectPropertyAddress& address, UInt32 qualifierSize, const void* qualifier,
@@ -88,6 +88,8 @@ void SHP_Stream::SetPropertyData(const AudioObjectPropertyAddress& address, UInt
             return SetFormat(Take<AudioStreamBasicDescription>(size, data), false);
         case kSupportsMixing: {
             const auto mixable = Take<UInt32>(size, data) != 0;
+            // Without this the current format would be one that the list does not have, and buffers half as large.
+            if (!GetFormatList().CanSetIsMixable()) throw CAException(kAudioHardwareIllegalOperationError);
             mNonMixable = !mixable;
             return GetFormatList().SetIsMixable(mixable, true);
         }

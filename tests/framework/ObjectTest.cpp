@@ -39,6 +39,22 @@ TEST(HP_Object, IsFoundByItsNumberAndClassFromItsBirthToItsTeardown)
     HP_Object::SetObjectStateMutexForID(7, nullptr);
     EXPECT_EQ(HP_Object::GetObjectStateMutexByID(7), mutex.lock());  // the object is still there
     rig.mDevice->AddStream(&stream);
+
+    // A deleter lives as long as the memory of its mutex: the entries that were set do not keep it.
+    const auto witness = std::make_shared<int>();
+    for (const AudioObjectID number : {30, 31})
+        HP_Object::SetObjectStateMutexForID(number, {new CAMutex("gone"), [witness](CAMutex* gone) { delete gone; }});
+    HP_Object::SetObjectStateMutexForID(31, nullptr);
+    EXPECT_EQ(witness.use_count(), 1);
+}
+
+TEST(HP_Object, ClassesDeriveFromTheirBaseFromItsBaseAndFromTheClassOfAllObjects)
+{
+    for (const char* pair : {"aagg adev", "clck slct", "clck actl", "span actl", "mute togl", "vlme levl", "vlme actl",
+                             "levl levl", "zzzz zzzz", "zzzz aobj"})
+        EXPECT_TRUE(HP_Object::IsSubClass(Code(pair), Code(pair + 5))) << pair;
+    for (const char* pair : {"adev aagg", "vlme togl", "span levl", "slct clck", "aagg actl", "aobj adev"})
+        EXPECT_FALSE(HP_Object::IsSubClass(Code(pair), Code(pair + 5))) << pair;
 }
 
 class Listed final : public HP_Property {

@@ -3,10 +3,11 @@
 #include "plugin/PlugInRig.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "support/Forked.h"
-#include "support/LoopThread.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cmath>
 
 namespace {
 
@@ -20,10 +21,12 @@ const Entry kOne{"One", 1}, kTwo{"Two", 2, 1, 44100};
 constexpr AudioObjectPropertyAddress kDevices{kAudioHardwarePropertyDevices, kAudioObjectPropertyScopeGlobal,
                                               kAudioObjectPropertyElementMaster};
 
-/// Notes in the trace how many devices there are whenever the system says that they changed.
-OSStatus NoteCount(AudioObjectID, UInt32, const AudioObjectPropertyAddress*, void* rig)
+/// Notes in the trace how many devices there are whenever the system says that they changed, and which one dies.
+OSStatus NoteCount(AudioObjectID object, UInt32, const AudioObjectPropertyAddress*, void* rig)
 {
-    static_cast<PlugInRig*>(rig)->mScenario.trace().Add(std::to_string(PlugInRig::Numbers().size()) + " devices");
+    const std::string what = object == kAudioObjectSystemObject ? "" : std::to_string(object) + " died, ";
+    static_cast<PlugInRig*>(rig)->mScenario.trace().Add(what + std::to_string(PlugInRig::Numbers().size()) +
+                                                        " devices");
     return 0;
 }
 
@@ -34,15 +37,30 @@ TEST(PlugInDevices, AreThoseOfTheListWithTheirNamesRatesWidthsAndTheOutputOfTheH
     ExpectForked([] {
         PlugInRig rig;
         rig.mScenario.output("speakers");
-        rig.Write(true, {kOne, {"", 7, 1, 0}, kTwo, {"One again", 1}, {"No width", 9, 0}},
+        rig.Write(true,
+                  {kOne,
+                   {"", 7, 1, 0},
+                   kTwo,
+                   {"One again", 1},
+                   {"No width", 9, 0},
+                   {"Negative", 10, -1},
+                   {"Too wide", 11, 65},
+                   {"Wide", 12, 64, 768001},
+                   {"Slow", 13, 1, 999},
+                   {"Fast", 14, 1, 768000},
+                   {"No rate", 15, 1, NAN},
+                   {"Backwards", 16, 1, -48000}},
                   RouteOfHost("com.ostrel.corvane.default_output"));
         const auto devices = PlugInRig::Devices();
-        ASSERT_EQ(devices.size(), 3u) << "the second of a number, and one without any channel, are not made";
+        ASSERT_EQ(devices.size(), 8u) << "the second of a number, and ones of 0, -1 and 65 channels, are not made";
         const std::string uid = "com.ostrel.audio.corvane.halplugin.device.";
         const auto number = [&](size_t i) { return devices[i].mNumber; };
         EXPECT_EQ(devices[0], (SeenDevice{number(0), uid + "1", "Corvane: One", 48000, 2, 1}));
         EXPECT_EQ(devices[1], (SeenDevice{number(1), uid + "7", "Corvane: ", 44100, 1, 1}));
         EXPECT_EQ(devices[2], (SeenDevice{number(2), uid + "2", "Corvane: Two", 44100, 1, 1}));
+        EXPECT_EQ(devices[3], (SeenDevice{number(3), uid + "12", "Corvane: Wide", 44100, 64, 1}));
+        for (const size_t i : {4, 6, 7}) EXPECT_EQ(devices[i].mRateHz, 44100) << devices[i].mName;
+        EXPECT_EQ(devices[5].mRateHz, 768000);
         EXPECT_EQ(PlugInRig::SystemWord(kAudioHardwarePropertyDefaultOutputDevice), PlugInRig::Numbers().front());
     });
 }
@@ -136,6 +154,9 @@ TEST(PlugInDevices, ThatChangeGoAtOnceAndComeBackAMillisecondLaterChangesWithinI
         PlugInRig rig;
         rig.Write(true, {kOne, kTwo});
         AudioObjectAddPropertyListener(kAudioObjectSystemObject, &kDevices, &NoteCount, &rig);
+        const AudioObjectPropertyAddress alive{FourCC("livn"), kAudioObjectPropertyScopeGlobal, 0};
+        const AudioDeviceID one = rig.Numbers().at(0);
+        AudioObjectAddPropertyListener(one, &alive, &NoteCount, &rig);
         const auto post = [&](auto when) {
             rig.mScenario.at(when).post(settings::kChangedNotification, settings::kChangedNotification);
         };
@@ -148,7 +169,9 @@ TEST(PlugInDevices, ThatChangeGoAtOnceAndComeBackAMillisecondLaterChangesWithinI
         rig.mScenario.runUntil(1s);
         AudioObjectRemovePropertyListener(kAudioObjectSystemObject, &kDevices, &NoteCount, &rig);
         const std::string told = " data: com.ostrel.corvane.prefschanged is told\n";
-        EXPECT_EQ(rig.mScenario.trace().Text(), "0.020000000" + told + "0.020000000 corvane-system: 1 devices\n" +
+        EXPECT_EQ(rig.mScenario.trace().Text(), "0.020000000" + told +
+                                                    "0.020000000 corvane-system: " + std::to_string(one) +
+                                                    " died, 1 devices\n" + "0.020000000 corvane-system: 1 devices\n" +
                                                     "0.020300000" + told + "0.020300000 corvane-system: 0 devices\n" +
                                                     "0.020600000" + told + "0.021000000 corvane-system: 2 devices\n");
         EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Uno", "Corvane: Due"));
@@ -178,7 +201,7 @@ TEST(PlugInDevices, FollowTheOutputThatIsAssignedToTheHost)
     });
 }
 
-TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereThereIsALoopToWaitOn)
+TEST(PlugInDevices, OfTheCompanionFollowTheLocalNotificationAloneAlsoOneFromAThreadWithoutARunLoop)
 {
     ExpectForked([] {
         PlugInRig rig;
@@ -188,16 +211,9 @@ TEST(PlugInDevices, OfTheCompanionsOwnProcessFollowItsOwnWordAloneAndComeWhereTh
         rig.Write(true, {kTwo});
         rig.Tell();
         EXPECT_THAT(rig.Names(), ElementsAre("Corvane: One"));
-        const auto post = [] {
-            CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetLocalCenter(),
-                                                            CFSTR(settings::kLocallyChangedNotification), nullptr,
-                                                            nullptr, kCFNotificationDeliverImmediately);
-        };
-        post();
-        rig.mScenario.runFor(5ms);
-        EXPECT_THAT(rig.Names(), IsEmpty());
-        LoopThread loop("loop");
-        cf::PerformAndWait(loop.Loop(), post);
+        CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetLocalCenter(),
+                                                        CFSTR(settings::kLocallyChangedNotification), nullptr, nullptr,
+                                                        kCFNotificationDeliverImmediately);
         rig.mScenario.runFor(5ms);
         EXPECT_THAT(rig.Names(), ElementsAre("Corvane: Two"));
     });

@@ -42,7 +42,9 @@ constexpr uint32_t kAudioHardwarePropertyUserSessionIsActiveOrHeadless = FourCC(
 constexpr uint32_t kAudioHardwarePropertyProcessIsAudible = FourCC("pmut");               // UInt32, settable
 constexpr uint32_t kAudioHardwarePropertyMixStereoToMono = FourCC("stmo");                // UInt32, settable
 
-/// Called with what changed, on the audio system's run loop, no lock of an object held. It may ask anything.
+/// Called with what changed, on the audio system's run loop, no lock of an object held. It may ask anything. The call
+/// comes after the change: a listener of "livn" is called once the device is gone, and gets "!obj" where it asks the
+/// device.
 using AudioObjectPropertyListenerProc = OSStatus (*)(AudioObjectID object, UInt32 count,
                                                      const AudioObjectPropertyAddress* addresses, void* clientData);
 

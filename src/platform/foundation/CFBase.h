@@ -55,6 +55,24 @@ CFStringRef CFCopyDescription(CFTypeRef object);
 
 namespace cf {
 
+/// The type of every class, counted by the compiler: two classes of one number would be taken for each other.
+enum : CFTypeID {
+    kStringType = 1,
+    kBooleanType,
+    kNumberType,
+    kDataType,
+    kDateType,
+    kUIDType,
+    kArrayType,
+    kDictionaryType,
+    kUUIDType,
+    kURLType,
+    kBundleType,
+    kRunLoopType,
+    kRunLoopTimerType,
+    kReadStreamType,
+};
+
 /// The base of everything counted. A new object has one owner, who made it.
 class Object {
 public:

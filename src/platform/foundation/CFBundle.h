@@ -14,7 +14,7 @@ constexpr const char* kBundleIdentifier = "CFBundleIdentifier";
 /// A folder, its Info.plist, and its library once that is loaded.
 class Bundle final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 29;
+    static constexpr CFTypeID kTypeID = kBundleType;
     Bundle(std::string folder, Ref<Dictionary> info) : mFolder(std::move(folder)), mInfo(std::move(info)) {}
 
     CFTypeID TypeID() const override { return kTypeID; }

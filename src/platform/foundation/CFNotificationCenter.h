@@ -22,9 +22,9 @@ CFNotificationCenterRef CFNotificationCenterGetLocalCenter();
 CFNotificationCenterRef CFNotificationCenterGetDistributedCenter();
 
 /// Calls `callback` for each notification of that name, and of that object where `object` is not null: objects are
-/// strings, and compared as such. The local center calls it on the thread that posts, before the post returns; the
-/// distributed one on the run loop that was current here, or on the thread that brings it where none was. While 64 wait
-/// for an observer's loop, later ones pass him over.
+/// strings, and compared as such. The callback runs on the run loop that is current here. Where none is, it runs on the
+/// thread that posts, before the post returns, and for a post of another process on the messenger's thread. While 64
+/// notifications wait for an observer's loop, the observer misses later ones.
 ///
 /// @param name  not null
 /// @thread      any that may block, as the next ones

@@ -16,7 +16,7 @@ namespace cf {
 /// Text, always valid UTF-8.
 class String final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 7;
+    static constexpr CFTypeID kTypeID = kStringType;
     explicit String(std::string text) : mText(std::move(text)) {}
 
     CFTypeID TypeID() const override { return kTypeID; }
@@ -33,7 +33,7 @@ private:
 /// True or false: one object each, so that they are compared as objects.
 class Boolean final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 21;
+    static constexpr CFTypeID kTypeID = kBooleanType;
     explicit constexpr Boolean(bool value) : mValue(value) {}
 
     CFTypeID TypeID() const override { return kTypeID; }
@@ -48,7 +48,7 @@ private:
 /// A whole number or a real one. They are equal where their values are, whatever their kinds.
 class Number final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 22;
+    static constexpr CFTypeID kTypeID = kNumberType;
     /// An unsigned one only beyond the signed ones.
     using Value = std::variant<int64_t, uint64_t, double>;
     explicit Number(Value value) : mValue(value) {}
@@ -67,7 +67,7 @@ private:
 /// Bytes of no meaning here. Nothing asks for them; a list that is read and written keeps them.
 class Data final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 20;
+    static constexpr CFTypeID kTypeID = kDataType;
     explicit Data(std::string bytes) : mBytes(std::move(bytes)) {}
 
     CFTypeID TypeID() const override { return kTypeID; }
@@ -84,7 +84,7 @@ private:
 /// A moment, kept as bytes are.
 class Date final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 42;
+    static constexpr CFTypeID kTypeID = kDateType;
     /// @param seconds  since the beginning of 2001, universal time; any value at all
     explicit Date(double seconds) : mSeconds(seconds) {}
 
@@ -102,7 +102,7 @@ private:
 /// A reference to an object of an archive, kept as bytes are.
 class UID final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 43;
+    static constexpr CFTypeID kTypeID = kUIDType;
     explicit UID(uint64_t value) : mValue(value) {}
 
     CFTypeID TypeID() const override { return kTypeID; }
@@ -119,7 +119,7 @@ private:
 /// Objects in order. Only the thread that made a mutable one may use it until it stops changing.
 class Array final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 19;
+    static constexpr CFTypeID kTypeID = kArrayType;
     using Values = std::vector<Ref<Object>>;
     explicit Array(Values values) : mValues(std::move(values)) {}
 
@@ -138,7 +138,7 @@ private:
 /// Objects by name, in the order of their names, so that descriptions repeat. Changed as an array is.
 class Dictionary final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 18;
+    static constexpr CFTypeID kTypeID = kDictionaryType;
     using Entries = std::map<std::string, Ref<Object>, std::less<>>;
     explicit Dictionary(Entries entries) : mEntries(std::move(entries)) {}
 

@@ -88,7 +88,7 @@ bool PerformAndWait(CFRunLoopRef loop, const std::function<void()>& work);
 /// The class behind a CFRunLoopTimerRef.
 class RunLoopTimer final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 45;
+    static constexpr CFTypeID kTypeID = kRunLoopTimerType;
     RunLoopTimer(CFAbsoluteTime fireDate, CFTimeInterval interval, CFRunLoopTimerCallBack callback,
                  const CFRunLoopTimerContext& context);
     ~RunLoopTimer() override;
@@ -116,7 +116,7 @@ private:
 /// The class behind a CFRunLoopRef: what is to be done, and what waits for its time.
 class RunLoop final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 44;
+    static constexpr CFTypeID kTypeID = kRunLoopType;
     RunLoop();
     ~RunLoop() override;
 

@@ -8,7 +8,7 @@ namespace cf {
 /// A path.
 class URL final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 32;
+    static constexpr CFTypeID kTypeID = kURLType;
     explicit URL(Ref<String> path) : mPath(std::move(path)) {}
 
     CFTypeID TypeID() const override { return kTypeID; }

@@ -14,7 +14,7 @@ namespace cf {
 /// 16 bytes.
 class UUID final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 36;
+    static constexpr CFTypeID kTypeID = kUUIDType;
     explicit UUID(CFUUIDBytes bytes) : mBytes(bytes) {}
 
     CFTypeID TypeID() const override { return kTypeID; }

@@ -37,7 +37,7 @@ Ref<String> MakeString(std::string_view bytes)
 void DistributedCenter::Add(Observation observation)
 {
     Listen();
-    AddOn(CFRunLoopGetCurrent(), std::move(observation));
+    NotificationCenter::Add(std::move(observation));
 }
 
 void DistributedCenter::Post(const Notification& notification)

@@ -57,9 +57,9 @@ NotificationCenter::~NotificationCenter()
     kernel::pthread_cond_destroy(&mCalled);
 }
 
-void NotificationCenter::AddOn(CFRunLoopRef loop, Observation observation)
+void NotificationCenter::Add(Observation observation)
 {
-    auto observer = std::make_shared<Observer>(loop, std::move(observation));
+    auto observer = std::make_shared<Observer>(CFRunLoopGetCurrent(), std::move(observation));
     const MutexGuard guard(mMutex);
     mObservers.push_back(std::move(observer));
 }

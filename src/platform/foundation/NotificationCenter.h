@@ -1,7 +1,7 @@
 // NotificationCenter: who wants to hear of what in this process, and telling them.
 // Why: removal promises that nothing of an observer runs any more, whatever thread it runs on and from wherever the
-// removal is asked for. The center of this process calls observers on the thread that posts; the distributed one on the
-// run loop of each. Start at Post.
+// removal is asked for. An observer is called on the run loop that was current when it was added, so that it needs no
+// lock against its own timers. Start at Post.
 #pragma once
 
 #include "platform/foundation/CFNotificationCenter.h"
@@ -35,14 +35,13 @@ public:
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    virtual void Add(Observation observation) { AddOn(nullptr, std::move(observation)); }
+    /// The observer is called on the calling thread's run loop; where that thread has none, on the thread that tells.
+    virtual void Add(Observation observation);
     /// Nothing for a name or an object: whichever.
     void Remove(const void* observer, const std::optional<std::string>& name, const std::optional<std::string>& object);
     virtual void Post(const Notification& notification) { Tell(notification); }
 
 protected:
-    /// @param loop  where the observer is called; null: on the thread that tells
-    void AddOn(CFRunLoopRef loop, Observation observation);
     void Tell(const Notification& notification);
     bool IsObserved(std::string_view name);
 

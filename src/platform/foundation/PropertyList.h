@@ -18,7 +18,7 @@ namespace cf {
 /// A file that is read once it is open. One thread at a time.
 class ReadStream final : public Object {
 public:
-    static constexpr CFTypeID kTypeID = 45;
+    static constexpr CFTypeID kTypeID = kReadStreamType;
     explicit ReadStream(std::string path) : mPath(std::move(path)) {}
 
     CFTypeID TypeID() const override { return kTypeID; }

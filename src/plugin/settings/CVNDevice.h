@@ -30,6 +30,10 @@ public:
     /// The same, and what the dictionary says beyond; keys that are missing or of a wrong type say nothing.
     explicit CVNDevice(CFDictionaryRef dictionary);
 
+    /// Whether a device can be made with so many channels, and can run at this rate. The file may hold any numbers.
+    static bool IsUsableChannelCount(UInt32 channels) { return 1 <= channels && channels <= 64; }
+    static bool IsUsableRate(double hertz) { return 1'000 <= hertz && hertz <= 768'000; }
+
     /// Whether a key of an entry is one of these settings, and the value of its type.
     static bool Understands(const std::string& key, CFTypeRef value);
 

@@ -100,6 +100,7 @@ TEST(CFNumber, IsEqualByValueWhateverKindStoresIt)
     EXPECT_EQ(CFHash(Whole(0).Get()), CFHash(Real(-0.0).Get()));
     EXPECT_FALSE(CFEqual(Whole(3).Get(), Real(3.5).Get()));
     EXPECT_FALSE(CFEqual(Whole(largest).Get(), Real(9223372036854775808.0).Get()));
+    EXPECT_TRUE(CFEqual(Whole(-largest - 1).Get(), Real(-9223372036854775808.0).Get()));
     EXPECT_FALSE(CFEqual(Whole(3).Get(), String("3").Get()));
     EXPECT_FALSE(CFEqual(Whole(1).Get(), kCFBooleanTrue));
     const double nan = std::numeric_limits<double>::quiet_NaN();

@@ -247,7 +247,8 @@ TEST(PropertyList, ARefusalSaysWhatIsWrongAndWhere)
         {"Enabled = 1", "is neither of the binary form nor proper XML"},
         {whole.substr(0, whole.size() - 1), "is cut, or has a trailer that does not fit it, at byte 13"},
         {Binary({ArrayOf({1})}), "names an object that it does not have, at byte 9"},
-        {Binary({Text("x"), ""}).replace(10, 4, BigEndian(255, 4)), "has an object outside the file, at byte 10"},
+        {Binary({Text("x"), ""}).replace(10, 4, BigEndian(18, 4)),  // where the trailer begins
+         "has an object outside the file, at byte 10"},
         {NestedBinary(33), "is nested more than 32 deep, at byte 164"},
         {Binary({Counted(0x5, 200)}), "has an object that is longer than the file, at byte 18"},
         {XML("<true/><!ENTITY a 'b'>"), "declares entities or other things of its own, at byte 28"},

@@ -90,7 +90,7 @@ TEST_F(Settings, OfADictionaryAreItsValuesAndForWhatIsMissingOrOfAWrongTypeTheDe
     const Row rows[] = {
         {"", "untitled 1 0 -1 1 2 0 0"},
         {"<key>name</key><string/><key>uid</key><integer>3</integer>", " 1 0 3 1 2 0 0"},
-        {"<key>outputChannelCount</key><integer>7</integer>", "untitled 1 0 -1 0 0 0 0"},
+        {"<key>outputChannelCount</key><integer>3</integer>", "untitled 1 0 -1 0 0 0 0"},
         {"<key>outputChannelCount</key><integer>2</integer><key>downMix</key><integer>0</integer>",
          "untitled 1 0 -1 1 2 0 0"},
         {"<key>outputChannelCount</key><integer>1</integer>", "untitled 1 0 -1 0 1 0 0"},
