@@ -82,11 +82,12 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::Align(UInt32 frames) noexcept
         for (const auto& input : mInputs) input->NoteCycle(input->HasData(), frames);
         return Readiness::Waiting;
     }
+    const OSStatus status = SynchronizeInputs(&latest, reference, frames);
+    // What is ahead is there in one of the next cycles, which take the same stamps. What a ring has given up never comes
+    // back, and only new stamps lead to sound again.
+    if (status < 0) StartAnew();
+    if (status != 0) return Readiness::Silent;
     mNeedsSynchronize.store(false, kRelaxed);
-    if (SynchronizeInputs(&latest, reference, frames) != 0) {
-        mNeedsSynchronize.store(true, kRelaxed);  // the same again in the next cycle: the stamps stay
-        return Readiness::Silent;
-    }
     mAlignedHostTime.store(latest.mHostTime, kRelaxed);
     return Readiness::Ready;
 }
@@ -103,6 +104,7 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::CheckInputs(UInt32 frames) noe
         if (status < 0) Count(mRenderBehindCount);
         readiness = Readiness::Silent;
         if (mRenderBehindCount.load(kRelaxed) > kBehindLimit) {
+            mRenderBehindCount.store(0, kRelaxed);
             StartAnew();
             break;
         }
@@ -114,7 +116,6 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::CheckInputs(UInt32 frames) noe
 void CVNMatrixedCapture::StartAnew() noexcept
 {
     mNeedsSynchronize.store(true, kRelaxed);
-    mRenderBehindCount.store(0, kRelaxed);
     for (const auto& input : mInputs) {
         input->ResetBuffering();
         input->ResetGraph();
@@ -173,12 +174,13 @@ OSStatus CVNMatrixedCapture::SynchronizeInputs(AudioTimeStamp* time, OSLAudio_Co
         else
             input->Synchronize(time);
     }
+    OSStatus result = 0;
     for (const auto& input : mInputs) {
         const OSStatus status = input->CheckFetch(frames);
         input->NoteCycle(status == RingOK, frames);
-        if (status != RingOK) return status;
+        if (result == 0 || (result > 0 && status < 0)) result = status;
     }
-    return 0;
+    return result;
 }
 
 void CVNMatrixedCapture::AllowRendering() noexcept

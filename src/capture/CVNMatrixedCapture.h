@@ -100,7 +100,9 @@ public:
     ///
     /// @param requireAll  always true
     OSLAudio_ConvertedInputCapture* GetLatestTimeStamp(AudioTimeStamp* latest, bool requireAll) noexcept;
-    /// Puts every read head at the moment of `time`. @return 0, or the first RingStatus that says that one cannot read
+    /// Puts every read head at the moment of `time`, and notes for every input whether it can be read there.
+    ///
+    /// @return 0, or a RingStatus: the first negative one, or else the first positive one
     OSStatus SynchronizeInputs(AudioTimeStamp* time, OSLAudio_ConvertedInputCapture* reference, UInt32 frames) noexcept;
     /// Counts a buffer of the first input. @thread that source's
     void InputRendered() noexcept { mRenderCount.fetch_add(1, std::memory_order_relaxed); }

@@ -187,6 +187,23 @@ TEST_F(MatrixedCapture, TheThirdBehindCycleBeginsAnewHoweverFarApart)
     EXPECT_EQ(NextSampleTime(), 700'000 + 2 * kFrames - kDelay);
 }
 
+TEST_F(MatrixedCapture, AnAlignmentOlderThanTheRingsTakesNewFirstStamps)
+{
+    FakeSource& rests = Add();
+    FakeSource& delivers = Add();
+    Start();
+    rests.Push(0, 128);
+    delivers.Push(0, 20'000);
+    EXPECT_TRUE(Render().IsSilent());
+    EXPECT_EQ(mCapture.GetInputStatus(0).mSilentFrames, 2 * kFrames);
+    EXPECT_EQ(mCapture.GetInputStatus(1).mSilentFrames, 0u) << "noted though another refused before it";
+    for (double time = 20'000; time < 200'000; time += 20'000) delivers.Push(time, 20'000);
+    EXPECT_TRUE(Render().IsSilent());
+    for (FakeSource* const source : {&rests, &delivers}) source->Push(200'000, 20'000);
+    EXPECT_EQ(NextSampleTime(), 2 * (200'000 + 2 * kFrames - kDelay));
+    EXPECT_EQ(Behind(), 0u);
+}
+
 TEST_F(MatrixedCapture, InputsBehindInOneCycleCountOnceEach)
 {
     FakeSource& first = Add();
