@@ -70,7 +70,7 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::LookAtInputs(UInt32 frames) no
 {
     const Readiness readiness = mNeedsSynchronize.load(kRelaxed) ? Align(frames) : CheckInputs(frames);
     if (readiness == Readiness::Waiting) Count(mWaitingCycles);
-    if (readiness == Readiness::Silent) Count(mSilentCycles);
+    if (readiness == Readiness::Silent) NoteSilence(frames);
     return readiness;
 }
 
@@ -89,6 +89,7 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::Align(UInt32 frames) noexcept
     if (status != 0) return Readiness::Silent;
     mNeedsSynchronize.store(false, kRelaxed);
     mAlignedHostTime.store(latest.mHostTime, kRelaxed);
+    for (const auto& input : mInputs) input->ForgetSilence();
     return Readiness::Ready;
 }
 
@@ -146,7 +147,13 @@ void CVNMatrixedCapture::CountRefusals(UInt32 frames) noexcept
         input->NoteCycle(false, frames);
         refused = true;
     }
-    if (refused) Count(mSilentCycles);
+    if (refused) NoteSilence(frames);
+}
+
+void CVNMatrixedCapture::NoteSilence(UInt32 frames) noexcept
+{
+    Count(mSilentCycles);
+    for (const auto& input : mInputs) input->NoteSilence(frames);
 }
 
 OSLAudio_ConvertedInputCapture* CVNMatrixedCapture::GetLatestTimeStamp(AudioTimeStamp* latest, bool) noexcept

@@ -174,6 +174,7 @@ private:
     void SizeMixBuffer(UInt32 frames) noexcept;
     OSStatus RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept;
     void CountRefusals(UInt32 frames) noexcept;
+    void NoteSilence(UInt32 frames) noexcept;
 
     /// The crosspoint or input that a source's channel is, where it has one.
     OSStatus FindMixerChannel(CFStringRef source, UInt32 sourceChannel, UInt32* channel, bool* found);

@@ -87,6 +87,7 @@ OSStatus OSLAudio_BufferedInputCapture::RenderCallback(UInt32* flags, const Audi
     if (time->mHostTime != 0) mFirstInputTime.PublishOnce(*time);
     mLastInputHostTime.store(time->mHostTime, std::memory_order_relaxed);
     if (const OSStatus error = mRingBuffer->Store(data, frames, int64_t(time->mSampleTime))) return error;
+    mRateChanges.Note(time->mSampleTime + frames, mSource->GetRateScalar());
     CountMissed(*time, frames);
     mHasData.store(true, std::memory_order_release);
     if (mInputCallback) mInputCallback(mInputCallbackRefCon, flags, time, bus, frames, data);
@@ -187,6 +188,13 @@ double OSLAudio_BufferedInputCapture::GetHeldFrames() const noexcept
     int64_t start = 0, end = 0;
     mRingBuffer->GetTimeBounds(start, end);  // an overload leaves the zeros
     return double(end) - mFetchTime.mSampleTime;
+}
+
+double OSLAudio_BufferedInputCapture::RateScalarBefore(double frames) const noexcept
+{
+    int64_t start = 0, end = 0;
+    mRingBuffer->GetTimeBounds(start, end);  // an overload leaves what it read last, which is near enough
+    return mRateChanges.At(double(end) - frames, mSource->GetRateScalar());
 }
 
 AudioTimeStamp OSLAudio_BufferedInputCapture::BufferStartTimeStamp()

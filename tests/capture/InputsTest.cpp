@@ -80,7 +80,7 @@ TEST(ConvertedInput, SkippingCountsTheSourcesFramesAndDropsAFraction)
     EXPECT_EQ(rig.Readable(), 4800u - 581);
 }
 
-TEST(ConvertedInput, PlaysASlowCrystalFasterAndTakesNoScalarOfZero)
+TEST(ConvertedInput, PullsFewerFramesOfASlowCrystalAndTakesNoScalarOfZero)
 {
     struct {
         double mFirst, mThen;

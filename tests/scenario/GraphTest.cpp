@@ -187,6 +187,24 @@ TEST(Graph, ASourceThatNeverStartsSilencesTheMixAndIsTold)
     });
 }
 
+TEST(Graph, WhatAClockPaysBackIsPlayedAlsoWhereTheMixWasSilentMeanwhile)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& microphone = s.input("microphone").crystal(300).jitter(1ms, 7).plays(TheTone());
+        auto& rests = s.input("rests").startsLate(3ms).plays(TheTone());
+        Rig rig(s, 48000, 512);
+        rig.AddInput(microphone);
+        rig.AddInput(rests);
+        s.at(16s).stop(rests), s.at(17500ms).start(rests);
+        EXPECT_EQ(rig.Start(), 0);
+        rig.RunUntil(150s);
+        EXPECT_EQ(rig.mStatus, 0);
+        EXPECT_LE(std::abs(rig.mTracks[0].mOff), 2);
+        EXPECT_EQ(rig.Stop(), 0);
+    });
+}
+
 TEST(Graph, AChangeOfASourcesRateLeavesTheOthersAlone)
 {
     ExpectForked([] {
