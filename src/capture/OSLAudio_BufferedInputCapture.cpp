@@ -155,8 +155,9 @@ OSStatus OSLAudio_BufferedInputCapture::Synchronize(const AudioTimeStamp* time)
 double OSLAudio_BufferedInputCapture::SynchronizeSkipSamples(const AudioTimeStamp* time)
 {
     const AudioTimeStamp first = mFirstInputTime.Get();
-    // The same moment needs no clock, and so none of its rounding.
-    if (first.mHostTime == time->mHostTime) return std::ceil(time->mSampleTime - first.mSampleTime);
+    // One buffer of one timeline needs no clock, and so none of its rounding. Of two timelines the sample times have
+    // nothing to do with each other, though the moment may be the same.
+    if (first.mHostTime == time->mHostTime && first.mSampleTime == time->mSampleTime) return 0;
     AudioTimeStamp in = *time;
     in.mSampleTime = 0;
     in.mFlags = kAudioTimeStampHostTimeValid;

@@ -210,7 +210,7 @@ TEST(Graph, AChangeOfASourcesRateLeavesTheOthersAlone)
     ExpectForked([] {
         Scenario s;
         auto& microphone = s.input("microphone").plays(TheTone());
-        auto& line = s.input("line").crystal(100).startsLate(3ms).plays(TheTone());
+        auto& line = s.input("line").crystal(100).plays(TheTone());  // both begin at the same moment
         Rig rig(s, 48000, 512);
         rig.AddInput(microphone);
         rig.AddInput(line);
