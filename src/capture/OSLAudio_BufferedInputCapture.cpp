@@ -32,9 +32,9 @@ OSStatus OSLAudio_BufferedInputCapture::Initialize()
     if (!error) {
         error = capture::StatusOf([&] {
             mRingBuffer = std::make_unique<CARingBuffer>();
-            // A ring has one channel for each buffer of a list, and as many as the source has are enough for either
-            // kind.
-            mRingBuffer->Allocate(int(mSourceDesc.mChannelsPerFrame), mSourceDesc.mBytesPerFrame,
+            // One channel for each buffer of a list: an interleaved source has one, as wide as its frames.
+            const bool split = mSourceDesc.mFormatFlags & kAudioFormatFlagIsNonInterleaved;
+            mRingBuffer->Allocate(split ? int(mSourceDesc.mChannelsPerFrame) : 1, mSourceDesc.mBytesPerFrame,
                                   uint32_t(mBufferSeconds * mSourceDesc.mSampleRate));
             return 0;
         });

@@ -94,7 +94,8 @@ public:
 protected:
     std::unique_ptr<OSLAudio_InputCapture> mSource;
     AudioTimeStamp mFetchTime{};  // the read head: only its sample time counts
-    /// The source's rate scalar when its sound had come no further than `frames` before the newest. @thread the I/O thread
+    /// The source's rate scalar when its sound had come no further than `frames` before the newest. @thread the I/O
+    /// thread
     double RateScalarBefore(double frames) const noexcept;
     int FetchFromRing(double sampleTime, UInt32 frames, AudioBufferList* list) noexcept;
 

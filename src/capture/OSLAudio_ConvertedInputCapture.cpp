@@ -159,7 +159,8 @@ OSStatus OSLAudio_ConvertedInputCapture::Render(UInt32* flags, const AudioTimeSt
 {
     const Graph& graph = *Current();
     const double rateScalar = mSilenceFrames > 0 ? RateScalarBefore(mSilenceFrames) : mSource->GetRateScalar();
-    // A slow crystal gives fewer frames a second, and so fewer are pulled. Where the unit refuses, the last speed holds.
+    // A slow crystal gives fewer frames a second, and so fewer are pulled. Where the unit refuses, the last speed
+    // holds.
     if (rateScalar > 0.0)
         AudioUnitSetParameter(graph.mVarispeedUnit, kSpeed, kAudioUnitScope_Global, 0, float(1.0 / rateScalar), 0);
     return AudioUnitRender(graph.mOutputUnit, flags, time, 0, frames, data);

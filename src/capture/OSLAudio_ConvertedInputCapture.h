@@ -49,7 +49,8 @@ public:
     bool TakeRefusal() noexcept { return std::exchange(mRefused, false); }
     /// Notes whether a cycle found this input readable. @thread the I/O thread
     void NoteCycle(bool readable, UInt32 frames) noexcept;
-    /// Notes a cycle that plays nothing: what comes is played that much later, and at the speeds that were meant for it.
+    /// Notes a cycle that plays nothing: what comes is played that much later, and at the speeds that were meant for
+    /// it.
     /// @param frames  of the output @thread the I/O thread
     void NoteSilence(UInt32 frames) noexcept;
     /// Forgets such cycles, where the head has been placed. @thread the I/O thread
