@@ -62,8 +62,13 @@ OSStatus CVNMatrixedCapture::Render(UInt32* flags, const AudioTimeStamp* time, U
             if (const OSStatus error = RenderMix(flags, time, bus, frames)) return error;
             break;
     }
-    CAAudioBufferList::Clip(-1.0F, 1.0F, *mMixBuffer, *data);
+    CountClipped(CAAudioBufferList::Clip(-1.0F, 1.0F, *mMixBuffer, *data));
     return 0;
+}
+
+void CVNMatrixedCapture::CountClipped(uint64_t samples) noexcept
+{
+    if (samples != 0) mClippedSamples.store(mClippedSamples.load(kRelaxed) + samples, kRelaxed);  // one thread counts
 }
 
 CVNMatrixedCapture::Readiness CVNMatrixedCapture::LookAtInputs(UInt32 frames) noexcept
@@ -83,8 +88,8 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::Align(UInt32 frames) noexcept
         return Readiness::Waiting;
     }
     const OSStatus status = SynchronizeInputs(&latest, reference, frames);
-    // What is ahead is there in one of the next cycles, which take the same stamps. What a ring has given up never comes
-    // back, and only new stamps lead to sound again.
+    // What is ahead is there in one of the next cycles, which take the same stamps. What a ring has given up never
+    // comes back, and only new stamps lead to sound again.
     if (status < 0) StartAnew();
     if (status != 0) return Readiness::Silent;
     mNeedsSynchronize.store(false, kRelaxed);
@@ -210,7 +215,8 @@ void CVNMatrixedCapture::AdjustReadTime(double frames) noexcept
 
 CVNRenderCounts CVNMatrixedCapture::GetRenderCounts() const noexcept
 {
-    return {mWaitingCycles.load(kRelaxed), mSilentCycles.load(kRelaxed), mRenderBehindCount.load(kRelaxed)};
+    return {mWaitingCycles.load(kRelaxed), mSilentCycles.load(kRelaxed), mRenderBehindCount.load(kRelaxed),
+            mClippedSamples.load(kRelaxed)};
 }
 
 CVNInputStatus CVNMatrixedCapture::GetInputStatus(size_t index) const noexcept

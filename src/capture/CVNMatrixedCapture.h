@@ -14,9 +14,10 @@
 
 /// Cycles since Initialize. Counts wrap.
 struct CVNRenderCounts {
-    uint32_t mWaitingCycles = 0;  // silent: some input has not begun, or begins anew
-    uint32_t mSilentCycles = 0;   // silent, though all have begun: some input is late, or far behind
-    uint32_t mBehindCycles = 0;   // cycles of inputs that were behind, since the last reset
+    uint32_t mWaitingCycles = 0;   // silent: some input has not begun, or begins anew
+    uint32_t mSilentCycles = 0;    // silent, though all have begun: some input is late, or far behind
+    uint32_t mBehindCycles = 0;    // cycles of inputs that were behind, since the last reset
+    uint64_t mClippedSamples = 0;  // samples of the mix, in all its channels, that were beyond full scale and were cut
 };
 
 /// How one input does.
@@ -167,6 +168,7 @@ private:
     void SetRenderEnabled(bool enabled);
     static OSStatus MuteSource(const OSLAudio_ConvertedInputCapture& input, bool muted);
 
+    void CountClipped(uint64_t samples) noexcept;
     Readiness LookAtInputs(UInt32 frames) noexcept;
     Readiness Align(UInt32 frames) noexcept;
     Readiness CheckInputs(UInt32 frames) noexcept;
@@ -202,6 +204,7 @@ private:
     std::atomic<uint32_t> mRenderBehindCount{0};
     std::atomic<uint32_t> mWaitingCycles{0};
     std::atomic<uint32_t> mSilentCycles{0};
+    std::atomic<uint64_t> mClippedSamples{0};
     std::atomic<uint64_t> mAlignedHostTime{0};
     std::atomic<uint32_t> mRenderCount{0};
 };

@@ -131,6 +131,7 @@ OSStatus CVNMatrixedCapture::Initialize()
     mAlignedHostTime.store(0, std::memory_order_relaxed);
     mWaitingCycles.store(0, std::memory_order_relaxed);
     mSilentCycles.store(0, std::memory_order_relaxed);
+    mClippedSamples.store(0, std::memory_order_relaxed);
     if (const OSStatus error = MakeMixBuffer()) return error;
     SetRenderEnabled(true);
     return 0;

@@ -226,7 +226,9 @@ TEST_F(MatrixedCapture, LimitsTheMixToFullScale)
     Start();
     for (FakeSource* const source : sources) source->Push(600'000, 4096);
     Render(0, 1024);
+    const uint64_t before = mCapture.GetRenderCounts().mClippedSamples;
     EXPECT_EQ(Render()[1][0], 1.0F);
+    EXPECT_EQ(mCapture.GetRenderCounts().mClippedSamples - before, 2 * kFrames);
 }
 
 TEST_F(MatrixedCapture, FlagsOfStartAndPauseGoOneWay)
