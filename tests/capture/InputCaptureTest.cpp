@@ -159,6 +159,15 @@ TEST_F(InputCapture, DevicesAreListedByDirectionInTheServersOrder)
     EXPECT_EQ(alive + channels, 1u + 3u);
     EXPECT_EQ(AI_IsDeviceAlive(7, &alive), kAudioHardwareBadDeviceError);
     EXPECT_FALSE(AI_SupportsStereo(wide)) << "the pair is the device's to say";
+    EXPECT_FALSE(AI_SupportsGain(wide));
+    Float32 decibels = 0;
+    AudioValueRange range{};
+    UInt32* sources = nullptr;
+    EXPECT_EQ(AI_GetGain(wide, &decibels), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_GetGainRangeDecibels(wide, &range), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_SetGain(wide, decibels), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_GetListOfSources(wide, true, &sources, &names, &count), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_StreamsEnable(wide, true, nullptr), kAudioHardwareUnknownPropertyError);
     AudioStreamBasicDescription desc = FloatDesc(44100, 2);
     EXPECT_EQ(AI_SetDeviceToClosestFormatMatch(wide, &desc), 0);
     EXPECT_EQ(desc.mSampleRate, 96000) << "a native device stays as it is, and says so";
