@@ -50,6 +50,7 @@ OSStatus CVNMatrixedCapture::Render(UInt32* flags, const AudioTimeStamp* time, U
         mAllowRenderingPending = false;
         AllowRendering();
     }
+    if (mAlignAnewPending.exchange(false, std::memory_order_acquire)) StartAnew();
     SizeMixBuffer(frames);
     switch (LookAtInputs(frames)) {
         case Readiness::Waiting:

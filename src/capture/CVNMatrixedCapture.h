@@ -11,6 +11,7 @@
 #include "utility/CAMutex.h"
 
 #include <cstddef>
+#include <string>
 
 /// Cycles since Initialize. Counts wrap.
 struct CVNRenderCounts {
@@ -84,10 +85,13 @@ public:
     OSStatus Initialize();
     /// Ends the graph; no Render touches it from here on.
     OSStatus Uninitialize();
-    /// Stops the sources.
+    /// Stops the sources. What follows is aligned anew: their timelines may count otherwise when they start again.
     OSStatus Pause();
     /// Starts them. One that fails leaves those before it running.
+    /// @return 0, or the first failing step's status; ExplainRefusal says more of kAudioUnitErr_FormatNotSupported
     OSStatus Resume();
+    /// Why an input cannot be mixed, as a sentence for a person that says what to do; empty where it can.
+    std::string ExplainRefusal(size_t index) const;
 
     // ---- The cycle, and what goes with it. @thread the I/O thread @realtime yes
 
@@ -112,7 +116,7 @@ public:
     /// until the next start. Mixer, rings and read heads stay.
     void UpdateOutputSampleRate(double rateHz);
 
-    // ---- Who is heard where
+    // ---- Who is heard where. Before Initialize there is no mixer: volumes and counts are kAudioUnitErr_Uninitialized
 
     /// Connects a source's channel to one of the mix, at volume 1. @return 0 whatever came of it, as below
     OSStatus ConnectSourceChannel(CFStringRef source, UInt32 sourceChannel, UInt32 outputChannel);
@@ -191,6 +195,8 @@ private:
     // Stored by Initialize and by the I/O thread, loaded by the I/O thread and by Resume (relaxed: the mutex orders
     // what goes with it).
     std::atomic<bool> mNeedsSynchronize{false};
+    std::atomic<bool> mAlignAnewPending{
+        false};                          // stored by Pause (release) and Initialize, taken by the I/O thread (acquire)
     bool mAllowRenderingPending = true;  // Initialize's before the first cycle, the I/O thread's after it
     bool mInputCallbackInstalled = false;
     UInt32 mOutputChannelCount = 2;
