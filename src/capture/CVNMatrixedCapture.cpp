@@ -50,6 +50,7 @@ OSStatus CVNMatrixedCapture::Render(UInt32* flags, const AudioTimeStamp* time, U
         mAllowRenderingPending = false;
         AllowRendering();
     }
+    if (mAlignAnewPending.exchange(false, std::memory_order_acquire)) StartAnew();
     SizeMixBuffer(frames);
     switch (LookAtInputs(frames)) {
         case Readiness::Waiting:
@@ -62,15 +63,20 @@ OSStatus CVNMatrixedCapture::Render(UInt32* flags, const AudioTimeStamp* time, U
             if (const OSStatus error = RenderMix(flags, time, bus, frames)) return error;
             break;
     }
-    CAAudioBufferList::Clip(-1.0F, 1.0F, *mMixBuffer, *data);
+    CountClipped(CAAudioBufferList::Clip(-1.0F, 1.0F, *mMixBuffer, *data));
     return 0;
+}
+
+void CVNMatrixedCapture::CountClipped(uint64_t samples) noexcept
+{
+    if (samples != 0) mClippedSamples.store(mClippedSamples.load(kRelaxed) + samples, kRelaxed);  // one thread counts
 }
 
 CVNMatrixedCapture::Readiness CVNMatrixedCapture::LookAtInputs(UInt32 frames) noexcept
 {
     const Readiness readiness = mNeedsSynchronize.load(kRelaxed) ? Align(frames) : CheckInputs(frames);
     if (readiness == Readiness::Waiting) Count(mWaitingCycles);
-    if (readiness == Readiness::Silent) Count(mSilentCycles);
+    if (readiness == Readiness::Silent) NoteSilence(frames);
     return readiness;
 }
 
@@ -82,12 +88,14 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::Align(UInt32 frames) noexcept
         for (const auto& input : mInputs) input->NoteCycle(input->HasData(), frames);
         return Readiness::Waiting;
     }
+    const OSStatus status = SynchronizeInputs(&latest, reference, frames);
+    // What is ahead is there in one of the next cycles, which take the same stamps. What a ring has given up never
+    // comes back, and only new stamps lead to sound again.
+    if (status < 0) StartAnew();
+    if (status != 0) return Readiness::Silent;
     mNeedsSynchronize.store(false, kRelaxed);
-    if (SynchronizeInputs(&latest, reference, frames) != 0) {
-        mNeedsSynchronize.store(true, kRelaxed);  // the same again in the next cycle: the stamps stay
-        return Readiness::Silent;
-    }
     mAlignedHostTime.store(latest.mHostTime, kRelaxed);
+    for (const auto& input : mInputs) input->ForgetSilence();
     return Readiness::Ready;
 }
 
@@ -103,6 +111,7 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::CheckInputs(UInt32 frames) noe
         if (status < 0) Count(mRenderBehindCount);
         readiness = Readiness::Silent;
         if (mRenderBehindCount.load(kRelaxed) > kBehindLimit) {
+            mRenderBehindCount.store(0, kRelaxed);
             StartAnew();
             break;
         }
@@ -114,7 +123,6 @@ CVNMatrixedCapture::Readiness CVNMatrixedCapture::CheckInputs(UInt32 frames) noe
 void CVNMatrixedCapture::StartAnew() noexcept
 {
     mNeedsSynchronize.store(true, kRelaxed);
-    mRenderBehindCount.store(0, kRelaxed);
     for (const auto& input : mInputs) {
         input->ResetBuffering();
         input->ResetGraph();
@@ -145,7 +153,13 @@ void CVNMatrixedCapture::CountRefusals(UInt32 frames) noexcept
         input->NoteCycle(false, frames);
         refused = true;
     }
-    if (refused) Count(mSilentCycles);
+    if (refused) NoteSilence(frames);
+}
+
+void CVNMatrixedCapture::NoteSilence(UInt32 frames) noexcept
+{
+    Count(mSilentCycles);
+    for (const auto& input : mInputs) input->NoteSilence(frames);
 }
 
 OSLAudio_ConvertedInputCapture* CVNMatrixedCapture::GetLatestTimeStamp(AudioTimeStamp* latest, bool) noexcept
@@ -173,12 +187,13 @@ OSStatus CVNMatrixedCapture::SynchronizeInputs(AudioTimeStamp* time, OSLAudio_Co
         else
             input->Synchronize(time);
     }
+    OSStatus result = 0;
     for (const auto& input : mInputs) {
         const OSStatus status = input->CheckFetch(frames);
         input->NoteCycle(status == RingOK, frames);
-        if (status != RingOK) return status;
+        if (result == 0 || (result > 0 && status < 0)) result = status;
     }
-    return 0;
+    return result;
 }
 
 void CVNMatrixedCapture::AllowRendering() noexcept
@@ -201,7 +216,8 @@ void CVNMatrixedCapture::AdjustReadTime(double frames) noexcept
 
 CVNRenderCounts CVNMatrixedCapture::GetRenderCounts() const noexcept
 {
-    return {mWaitingCycles.load(kRelaxed), mSilentCycles.load(kRelaxed), mRenderBehindCount.load(kRelaxed)};
+    return {mWaitingCycles.load(kRelaxed), mSilentCycles.load(kRelaxed), mRenderBehindCount.load(kRelaxed),
+            mClippedSamples.load(kRelaxed)};
 }
 
 CVNInputStatus CVNMatrixedCapture::GetInputStatus(size_t index) const noexcept

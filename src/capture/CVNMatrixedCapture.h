@@ -11,12 +11,14 @@
 #include "utility/CAMutex.h"
 
 #include <cstddef>
+#include <string>
 
 /// Cycles since Initialize. Counts wrap.
 struct CVNRenderCounts {
-    uint32_t mWaitingCycles = 0;  // silent: some input has not begun, or begins anew
-    uint32_t mSilentCycles = 0;   // silent, though all have begun: some input is late, or far behind
-    uint32_t mBehindCycles = 0;   // cycles of inputs that were behind, since the last reset
+    uint32_t mWaitingCycles = 0;   // silent: some input has not begun, or begins anew
+    uint32_t mSilentCycles = 0;    // silent, though all have begun: some input is late, or far behind
+    uint32_t mBehindCycles = 0;    // cycles of inputs that were behind, since the last reset
+    uint64_t mClippedSamples = 0;  // samples of the mix, in all its channels, that were beyond full scale and were cut
 };
 
 /// How one input does.
@@ -83,10 +85,13 @@ public:
     OSStatus Initialize();
     /// Ends the graph; no Render touches it from here on.
     OSStatus Uninitialize();
-    /// Stops the sources.
+    /// Stops the sources. What follows is aligned anew: their timelines may count otherwise when they start again.
     OSStatus Pause();
     /// Starts them. One that fails leaves those before it running.
+    /// @return 0, or the first failing step's status; ExplainRefusal says more of kAudioUnitErr_FormatNotSupported
     OSStatus Resume();
+    /// Why an input cannot be mixed, as a sentence for a person that says what to do; empty where it can.
+    std::string ExplainRefusal(size_t index) const;
 
     // ---- The cycle, and what goes with it. @thread the I/O thread @realtime yes
 
@@ -100,7 +105,9 @@ public:
     ///
     /// @param requireAll  always true
     OSLAudio_ConvertedInputCapture* GetLatestTimeStamp(AudioTimeStamp* latest, bool requireAll) noexcept;
-    /// Puts every read head at the moment of `time`. @return 0, or the first RingStatus that says that one cannot read
+    /// Puts every read head at the moment of `time`, and notes for every input whether it can be read there.
+    ///
+    /// @return 0, or a RingStatus: the first negative one, or else the first positive one
     OSStatus SynchronizeInputs(AudioTimeStamp* time, OSLAudio_ConvertedInputCapture* reference, UInt32 frames) noexcept;
     /// Counts a buffer of the first input. @thread that source's
     void InputRendered() noexcept { mRenderCount.fetch_add(1, std::memory_order_relaxed); }
@@ -109,7 +116,7 @@ public:
     /// until the next start. Mixer, rings and read heads stay.
     void UpdateOutputSampleRate(double rateHz);
 
-    // ---- Who is heard where
+    // ---- Who is heard where. Before Initialize there is no mixer: volumes and counts are kAudioUnitErr_Uninitialized
 
     /// Connects a source's channel to one of the mix, at volume 1. @return 0 whatever came of it, as below
     OSStatus ConnectSourceChannel(CFStringRef source, UInt32 sourceChannel, UInt32 outputChannel);
@@ -165,6 +172,7 @@ private:
     void SetRenderEnabled(bool enabled);
     static OSStatus MuteSource(const OSLAudio_ConvertedInputCapture& input, bool muted);
 
+    void CountClipped(uint64_t samples) noexcept;
     Readiness LookAtInputs(UInt32 frames) noexcept;
     Readiness Align(UInt32 frames) noexcept;
     Readiness CheckInputs(UInt32 frames) noexcept;
@@ -172,6 +180,7 @@ private:
     void SizeMixBuffer(UInt32 frames) noexcept;
     OSStatus RenderMix(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames) noexcept;
     void CountRefusals(UInt32 frames) noexcept;
+    void NoteSilence(UInt32 frames) noexcept;
 
     /// The crosspoint or input that a source's channel is, where it has one.
     OSStatus FindMixerChannel(CFStringRef source, UInt32 sourceChannel, UInt32* channel, bool* found);
@@ -186,6 +195,8 @@ private:
     // Stored by Initialize and by the I/O thread, loaded by the I/O thread and by Resume (relaxed: the mutex orders
     // what goes with it).
     std::atomic<bool> mNeedsSynchronize{false};
+    std::atomic<bool> mAlignAnewPending{
+        false};                          // stored by Pause (release) and Initialize, taken by the I/O thread (acquire)
     bool mAllowRenderingPending = true;  // Initialize's before the first cycle, the I/O thread's after it
     bool mInputCallbackInstalled = false;
     UInt32 mOutputChannelCount = 2;
@@ -199,6 +210,7 @@ private:
     std::atomic<uint32_t> mRenderBehindCount{0};
     std::atomic<uint32_t> mWaitingCycles{0};
     std::atomic<uint32_t> mSilentCycles{0};
+    std::atomic<uint64_t> mClippedSamples{0};
     std::atomic<uint64_t> mAlignedHostTime{0};
     std::atomic<uint32_t> mRenderCount{0};
 };

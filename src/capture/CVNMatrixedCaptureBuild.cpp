@@ -4,10 +4,13 @@
 #include "capture/OSLAudio_SupportCapture.h"
 #include "capture/Status.h"
 #include "capture/buffers/CAAudioBufferList.h"
+#include "platform/audio/ConverterLimits.h"
 #include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFDictionary.h"
 #include "utility/CAStreamBasicDescription.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <span>
 
@@ -128,9 +131,11 @@ OSStatus CVNMatrixedCapture::Initialize()
     if (const OSStatus error = MakeMixer()) return error;
     mNeedsSynchronize.store(true, std::memory_order_relaxed);
     mAllowRenderingPending = true;
+    mAlignAnewPending.store(false, std::memory_order_relaxed);
     mAlignedHostTime.store(0, std::memory_order_relaxed);
     mWaitingCycles.store(0, std::memory_order_relaxed);
     mSilentCycles.store(0, std::memory_order_relaxed);
+    mClippedSamples.store(0, std::memory_order_relaxed);
     if (const OSStatus error = MakeMixBuffer()) return error;
     SetRenderEnabled(true);
     return 0;
@@ -191,6 +196,7 @@ OSStatus CVNMatrixedCapture::Pause()
         if (const OSStatus error = input->GetSource()->Pause()) return error;
     }
     mIsPaused = true;
+    mAlignAnewPending.store(true, std::memory_order_release);
     return 0;
 }
 
@@ -203,6 +209,29 @@ OSStatus CVNMatrixedCapture::Resume()
     }
     mIsRunning = true;
     return 0;
+}
+
+std::string CVNMatrixedCapture::ExplainRefusal(size_t index) const
+{
+    using namespace platform::audio;
+    AudioStreamBasicDescription desc{};
+    if (mInputs[index]->GetSource()->GetAudioDesc(&desc) != 0) return {};
+    const double rate = desc.mSampleRate, mixRate = mCaptureDesc.mSampleRate;
+    char text[200] = "";
+    if (desc.mChannelsPerFrame > kMostConvertedChannels)
+        std::snprintf(text, sizeof text, "It has %u channels, and a mix takes at most %u of one source. Take fewer.",
+                      desc.mChannelsPerFrame, kMostConvertedChannels);
+    else if (rate != mixRate && std::min(rate, mixRate) < kLeastConvertedHz)
+        std::snprintf(text, sizeof text,
+                      "It runs at %.0f Hz and the mix at %.0f Hz. Below %.0f Hz no rate is converted: "
+                      "choose %.0f Hz for the mix.",
+                      rate, mixRate, kLeastConvertedHz, rate);
+    else if (rate * kMostRateRatio < mixRate || mixRate * kMostRateRatio < rate)
+        std::snprintf(text, sizeof text,
+                      "It runs at %.0f Hz, too far from the %.0f Hz of the mix. Choose %.0f to %.0f Hz for the mix.",
+                      rate, mixRate, std::max(kLeastConvertedHz, std::ceil(rate / kMostRateRatio)),
+                      std::floor(rate * kMostRateRatio));
+    return text;
 }
 
 void CVNMatrixedCapture::UpdateOutputSampleRate(double rateHz)

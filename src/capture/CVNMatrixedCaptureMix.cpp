@@ -20,6 +20,7 @@ OSStatus CVNMatrixedCapture::GetChannelsForMixerSource(CFStringRef source, UInt3
 {
     const OSLAudio_InputCapture* const capture = GetCaptureWithSource(source);
     if (!capture) return capture::kSourceNotFound;
+    if (!mMixer) return kAudioUnitErr_Uninitialized;
     for (UInt32 bus = 0; bus < mInputs.size(); ++bus) {
         OSLAudio_Source* onBus = nullptr;
         if (const OSStatus error = mMixer->GetInputAudioSource(bus, &onBus)) return error;
@@ -81,6 +82,7 @@ bool CVNMatrixedCapture::IsSourceConnected(CFStringRef source, UInt32 sourceChan
 OSStatus CVNMatrixedCapture::DisconnectAllSources()
 {
     if (mInputs.empty()) return 0;
+    if (!mMixer) return kAudioUnitErr_Uninitialized;
     UInt32 first = 0, rows = 0, outputs = 0;
     if (const OSStatus error =
             mMixer->GetChannelRange(kAudioUnitScope_Input, UInt32(mInputs.size() - 1), &first, &rows))
@@ -113,32 +115,32 @@ OSStatus CVNMatrixedCapture::GetMixerSourceVolume(CFStringRef source, UInt32 sou
 
 OSStatus CVNMatrixedCapture::SetMixerInputVolume(UInt32 channel, float volume)
 {
-    return mMixer->SetInputVolume(channel, volume);
+    return mMixer ? mMixer->SetInputVolume(channel, volume) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::GetMixerInputVolume(UInt32 channel, float* volume)
 {
-    return mMixer->GetInputVolume(channel, volume);
+    return mMixer ? mMixer->GetInputVolume(channel, volume) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::SetMixerOutputVolume(UInt32 channel, float volume)
 {
-    return mMixer->SetOutputVolume(channel, volume);
+    return mMixer ? mMixer->SetOutputVolume(channel, volume) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::GetMixerOutputVolume(UInt32 channel, float* volume)
 {
-    return mMixer->GetOutputVolume(channel, volume);
+    return mMixer ? mMixer->GetOutputVolume(channel, volume) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::GetMixerInputChannelCount(UInt32* count)
 {
-    return mMixer->GetNumberChannels(kAudioUnitScope_Input, count);
+    return mMixer ? mMixer->GetNumberChannels(kAudioUnitScope_Input, count) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::GetMixerOutputChannelCount(UInt32* count)
 {
-    return mMixer->GetNumberChannels(kAudioUnitScope_Output, count);
+    return mMixer ? mMixer->GetNumberChannels(kAudioUnitScope_Output, count) : kAudioUnitErr_Uninitialized;
 }
 
 OSStatus CVNMatrixedCapture::SetSoftwareSourcesMuted(bool muted)

@@ -32,9 +32,9 @@ OSStatus OSLAudio_BufferedInputCapture::Initialize()
     if (!error) {
         error = capture::StatusOf([&] {
             mRingBuffer = std::make_unique<CARingBuffer>();
-            // A ring has one channel for each buffer of a list, and as many as the source has are enough for either
-            // kind.
-            mRingBuffer->Allocate(int(mSourceDesc.mChannelsPerFrame), mSourceDesc.mBytesPerFrame,
+            // One channel for each buffer of a list: an interleaved source has one, as wide as its frames.
+            const bool split = mSourceDesc.mFormatFlags & kAudioFormatFlagIsNonInterleaved;
+            mRingBuffer->Allocate(split ? int(mSourceDesc.mChannelsPerFrame) : 1, mSourceDesc.mBytesPerFrame,
                                   uint32_t(mBufferSeconds * mSourceDesc.mSampleRate));
             return 0;
         });
@@ -87,6 +87,7 @@ OSStatus OSLAudio_BufferedInputCapture::RenderCallback(UInt32* flags, const Audi
     if (time->mHostTime != 0) mFirstInputTime.PublishOnce(*time);
     mLastInputHostTime.store(time->mHostTime, std::memory_order_relaxed);
     if (const OSStatus error = mRingBuffer->Store(data, frames, int64_t(time->mSampleTime))) return error;
+    mRateChanges.Note(time->mSampleTime + frames, mSource->GetRateScalar());
     CountMissed(*time, frames);
     mHasData.store(true, std::memory_order_release);
     if (mInputCallback) mInputCallback(mInputCallbackRefCon, flags, time, bus, frames, data);
@@ -154,8 +155,9 @@ OSStatus OSLAudio_BufferedInputCapture::Synchronize(const AudioTimeStamp* time)
 double OSLAudio_BufferedInputCapture::SynchronizeSkipSamples(const AudioTimeStamp* time)
 {
     const AudioTimeStamp first = mFirstInputTime.Get();
-    // The same moment needs no clock, and so none of its rounding.
-    if (first.mHostTime == time->mHostTime) return std::ceil(time->mSampleTime - first.mSampleTime);
+    // One buffer of one timeline needs no clock, and so none of its rounding. Of two timelines the sample times have
+    // nothing to do with each other, though the moment may be the same.
+    if (first.mHostTime == time->mHostTime && first.mSampleTime == time->mSampleTime) return 0;
     AudioTimeStamp in = *time;
     in.mSampleTime = 0;
     in.mFlags = kAudioTimeStampHostTimeValid;
@@ -187,6 +189,13 @@ double OSLAudio_BufferedInputCapture::GetHeldFrames() const noexcept
     int64_t start = 0, end = 0;
     mRingBuffer->GetTimeBounds(start, end);  // an overload leaves the zeros
     return double(end) - mFetchTime.mSampleTime;
+}
+
+double OSLAudio_BufferedInputCapture::RateScalarBefore(double frames) const noexcept
+{
+    int64_t start = 0, end = 0;
+    mRingBuffer->GetTimeBounds(start, end);  // an overload leaves what it read last, which is near enough
+    return mRateChanges.At(double(end) - frames, mSource->GetRateScalar());
 }
 
 AudioTimeStamp OSLAudio_BufferedInputCapture::BufferStartTimeStamp()

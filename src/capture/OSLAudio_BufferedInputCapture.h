@@ -7,6 +7,7 @@
 #include "capture/OSLAudio_InputCapture.h"
 #include "capture/OSLAudio_Source.h"
 #include "capture/PublishedStamp.h"
+#include "capture/RateChanges.h"
 #include "capture/buffers/CARingBuffer.h"
 
 #include <memory>
@@ -93,6 +94,9 @@ public:
 protected:
     std::unique_ptr<OSLAudio_InputCapture> mSource;
     AudioTimeStamp mFetchTime{};  // the read head: only its sample time counts
+    /// The source's rate scalar when its sound had come no further than `frames` before the newest. @thread the I/O
+    /// thread
+    double RateScalarBefore(double frames) const noexcept;
     int FetchFromRing(double sampleTime, UInt32 frames, AudioBufferList* list) noexcept;
 
 private:
@@ -110,6 +114,7 @@ private:
 
     double mNextSampleTime = 0;               // the source's thread's: where its buffers go on; 0: none came yet
     std::atomic<uint64_t> mMissedFrames{0};   // stored by the source's thread (relaxed: only people read it)
+    capture::RateChanges mRateChanges;        // from the source's thread to the I/O thread
     capture::PublishedStamp mFirstInputTime;  // from the source's thread to the I/O thread
     // Stored by the source's thread, and by the I/O thread at a reset; loaded by any (relaxed: only people read it).
     std::atomic<uint64_t> mLastInputHostTime{0};

@@ -107,7 +107,7 @@ OSStatus OSLAudio_ConvertedInputCapture::SetFormats(const Graph& graph, const Au
     return SetFormat(graph.mOutputUnit, kAudioUnitScope_Output, desc);
 }
 
-OSStatus OSLAudio_ConvertedInputCapture::GetOutputDesc(AudioStreamBasicDescription* desc)
+OSStatus OSLAudio_ConvertedInputCapture::GetOutputDesc(AudioStreamBasicDescription* desc) const
 {
     return GetUnitProperty(Current()->mOutputUnit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0, desc);
 }
@@ -158,8 +158,9 @@ OSStatus OSLAudio_ConvertedInputCapture::Render(UInt32* flags, const AudioTimeSt
                                                 AudioBufferList* data) CORVANE_REALTIME
 {
     const Graph& graph = *Current();
-    const double rateScalar = mSource->GetRateScalar();
-    // What a slow crystal took too long for is played faster. Where the unit refuses, the last speed holds.
+    const double rateScalar = mSilenceFrames > 0 ? RateScalarBefore(mSilenceFrames) : mSource->GetRateScalar();
+    // A slow crystal gives fewer frames a second, and so fewer are pulled. Where the unit refuses, the last speed
+    // holds.
     if (rateScalar > 0.0)
         AudioUnitSetParameter(graph.mVarispeedUnit, kSpeed, kAudioUnitScope_Global, 0, float(1.0 / rateScalar), 0);
     return AudioUnitRender(graph.mOutputUnit, flags, time, 0, frames, data);
@@ -183,12 +184,23 @@ OSStatus OSLAudio_ConvertedInputCapture::Fetch(const AudioTimeStamp* time, UInt3
 
 OSStatus OSLAudio_ConvertedInputCapture::SkipFrames(double frames)
 {
-    AudioStreamBasicDescription source{}, output{};
-    mSource->GetAudioDesc(&source);  // without a rate there is nothing to skip by
-    GetRenderDesc(&output);
-    const double skipped = source.mSampleRate / output.mSampleRate * frames;
-    if (std::isfinite(skipped)) mFetchTime.mSampleTime += double(int64_t(skipped));
+    mFetchTime.mSampleTime += double(int64_t(SourceFrames(frames)));
     return 0;
+}
+
+/// As many frames of the output in frames of the source; 0 where a rate is not known.
+double OSLAudio_ConvertedInputCapture::SourceFrames(double frames) const noexcept
+{
+    AudioStreamBasicDescription source{}, output{};
+    mSource->GetAudioDesc(&source);
+    GetOutputDesc(&output);
+    const double converted = source.mSampleRate / output.mSampleRate * frames;
+    return std::isfinite(converted) ? converted : 0;
+}
+
+void OSLAudio_ConvertedInputCapture::NoteSilence(UInt32 frames) noexcept
+{
+    mSilenceFrames += SourceFrames(frames);
 }
 
 void OSLAudio_ConvertedInputCapture::ResetGraph() noexcept

@@ -18,7 +18,7 @@ public:
     OSStatus GetRenderDesc(AudioStreamBasicDescription* desc) override;
     OSStatus SetMaxRenderSlice(UInt32 frames) override;
     OSStatus GetMaxRenderSlice(UInt32* frames) override;
-    /// Sets the speed by the source's rate scalar, and pulls.
+    /// Sets the speed by the source's rate scalar, which is an earlier one after silent cycles, and pulls.
     OSStatus Render(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
                     AudioBufferList* data) CORVANE_REALTIME override;
     /// @param frames  of the output; the head moves by the source's, a fraction left out
@@ -35,7 +35,7 @@ public:
     /// @param desc  non-interleaved floats
     /// @return      the first failing step's status
     OSStatus SetOutputDesc(AudioStreamBasicDescription* desc);
-    OSStatus GetOutputDesc(AudioStreamBasicDescription* desc);
+    OSStatus GetOutputDesc(AudioStreamBasicDescription* desc) const;
 
     /// What the converter pulls: frames from the head. Its time is the head, not `time`. @thread the I/O thread
     OSStatus InputRenderCallback(UInt32* flags, const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
@@ -49,6 +49,12 @@ public:
     bool TakeRefusal() noexcept { return std::exchange(mRefused, false); }
     /// Notes whether a cycle found this input readable. @thread the I/O thread
     void NoteCycle(bool readable, UInt32 frames) noexcept;
+    /// Notes a cycle that plays nothing: what comes is played that much later, and at the speeds that were meant for
+    /// it.
+    /// @param frames  of the output @thread the I/O thread
+    void NoteSilence(UInt32 frames) noexcept;
+    /// Forgets such cycles, where the head has been placed. @thread the I/O thread
+    void ForgetSilence() noexcept { mSilenceFrames = 0; }
     /// Frames of cycles in a row that did not, up to now. @thread any
     UInt32 GetSilentFrames() const noexcept { return mSilentFrames.load(std::memory_order_relaxed); }
     /// Seconds from the read head to the output.
@@ -56,6 +62,7 @@ public:
 
 private:
     struct Graph;
+    double SourceFrames(double frames) const noexcept;
     OSStatus BuildGraph(Graph& graph, const AudioStreamBasicDescription& desc);
     OSStatus SetFormats(const Graph& graph, const AudioStreamBasicDescription& desc);
     Graph* Current() const noexcept { return mGraph.load(std::memory_order_acquire); }
@@ -63,5 +70,6 @@ private:
     std::vector<std::unique_ptr<Graph>> mGraphs;  // all that were built, the current one last
     std::atomic<Graph*> mGraph{nullptr};  // stored by control threads (release), loaded by the I/O thread too (acquire)
     bool mRefused = false;                // the I/O thread's
+    double mSilenceFrames = 0;            // the I/O thread's, of the source
     std::atomic<UInt32> mSilentFrames{0};  // stored by the I/O thread, loaded by any (relaxed)
 };

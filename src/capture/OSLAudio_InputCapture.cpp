@@ -196,7 +196,7 @@ uint64_t OSLAudio_InputCapture::HostTimeInputLatency()
 
 OSStatus OSLAudio_InputCapture::TranslateTime(const AudioTimeStamp* in, AudioTimeStamp* out) CORVANE_REALTIME
 {
-    return AudioDeviceTranslateTime(mDeviceID, in, out);
+    return AudioDeviceTranslateTime(mDeviceID ? mDeviceID : mBoundDevice, in, out);
 }
 
 void OSLAudio_InputCapture::FillOutTimeStamp(AudioTimeStamp* time)

@@ -124,7 +124,7 @@ public:
     bool HasRendered() const { return mRendered.load(std::memory_order_relaxed); }
 
 protected:
-    AudioDeviceID mDeviceID = 0;  // as it was asked for: 0 stands for the default input
+    AudioDeviceID mDeviceID = 0;  // as it was asked for: 0 stands for mBoundDevice, the default input of that moment
     SInt32 mLatencyFrames = 0;
     bool mInitialized = false;
     std::atomic<bool> mRendered{
@@ -138,6 +138,7 @@ private:
     bool GetPreferredPair(UInt32 pair[2]);
 
     AudioUnit mOutputUnit = nullptr;
+    AudioDeviceID mBoundDevice = 0;
     AudioBufferList* mBufferList = nullptr;
     AudioStreamBasicDescription mAudioDesc{};
     AURenderCallback mRenderCallback = nullptr;

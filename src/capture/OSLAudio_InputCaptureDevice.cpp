@@ -85,8 +85,8 @@ OSStatus OSLAudio_InputCapture::SetAudioDevice(AudioDeviceID device, UInt32 data
                                                           sizeof dataSource, &dataSource))
             return error;
     }
-    // As it was asked for: times of the default device are asked of device 0, wherever the default moves to.
     mDeviceID = device;
+    mBoundDevice = chosen;  // the unit stays with it, wherever the default moves to, and so do the times
     return 0;
 }
 

@@ -2,6 +2,7 @@
 #include "FakeSource.h"
 #include "capture/OSLAudio_InputCapture.h"
 #include "capture/buffers/AI.h"
+#include "platform/audio/StampLatency.h"
 #include "support/FakeMachine.h"
 
 #include <array>
@@ -85,7 +86,7 @@ TEST_F(InputCapture, TakesTheDevicesRateAndMapsItsChannels)
     }
 }
 
-TEST_F(InputCapture, TheDefaultDeviceIsTheTrueOneByNumberAndDeviceZeroByTime)
+TEST_F(InputCapture, TheDefaultDeviceIsTheTrueOneByNumber)
 {
     ASSERT_EQ(mCapture.Create(CFStringRef{}, 0, nullptr), 0);
     AudioDeviceID device = 0, pair = 0;
@@ -110,7 +111,8 @@ TEST_F(InputCapture, ADeviceThatIsNotThereFailsAndLeavesNothingOpen)
 TEST_F(InputCapture, HandsOnWhatTheDeviceBrings)
 {
     AudioStreamBasicDescription desc = FloatDesc(0, 2);
-    ASSERT_EQ(mCapture.Create(CFSTR("pair"), 0, &desc), 0);
+    ASSERT_EQ(mCapture.Create(CFStringRef{}, 0, &desc), 0);
+    mMachine.mServer.mSnapshot.mDefaultInput = 21;  // the capture stays where it is
     mCapture.SetRenderCallback(Take, this);
     ASSERT_EQ(mCapture.Start(), 0);
     EXPECT_FALSE(mCapture.HasRendered());
@@ -123,6 +125,9 @@ TEST_F(InputCapture, HandsOnWhatTheDeviceBrings)
                   1u);
     }
     EXPECT_TRUE(mCapture.HasRendered());
+    AudioTimeStamp in{.mHostTime = 1'000'000'000 + platform::audio::StampLatencyNanos(), .mFlags = 2}, out{.mFlags = 1};
+    EXPECT_EQ(mCapture.TranslateTime(&in, &out), 0);
+    EXPECT_EQ(out.mSampleTime, 100);
     EXPECT_EQ(mTaken, (std::array<float, 8>{1, 5, 2, 6, 3, 7, 4, 8}));
     EXPECT_EQ(mCapture.Uninitialize(), 0);
     EXPECT_EQ(mMachine.mServer.Deliver("pair", CaptureCycle{}), 0u);
@@ -154,6 +159,15 @@ TEST_F(InputCapture, DevicesAreListedByDirectionInTheServersOrder)
     EXPECT_EQ(alive + channels, 1u + 3u);
     EXPECT_EQ(AI_IsDeviceAlive(7, &alive), kAudioHardwareBadDeviceError);
     EXPECT_FALSE(AI_SupportsStereo(wide)) << "the pair is the device's to say";
+    EXPECT_FALSE(AI_SupportsGain(wide));
+    Float32 decibels = 0;
+    AudioValueRange range{};
+    UInt32* sources = nullptr;
+    EXPECT_EQ(AI_GetGain(wide, &decibels), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_GetGainRangeDecibels(wide, &range), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_SetGain(wide, decibels), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_GetListOfSources(wide, true, &sources, &names, &count), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(AI_StreamsEnable(wide, true, nullptr), kAudioHardwareUnknownPropertyError);
     AudioStreamBasicDescription desc = FloatDesc(44100, 2);
     EXPECT_EQ(AI_SetDeviceToClosestFormatMatch(wide, &desc), 0);
     EXPECT_EQ(desc.mSampleRate, 96000) << "a native device stays as it is, and says so";

@@ -45,8 +45,8 @@ TEST(BufferedInput, TheHeadIsPutAtAHostTimeAndRoundedUp)
         bool mTranslates;
         double mSkip;
     } const cases[] = {
-        {"the same host time counts samples", 1010.25, 0, true, 11},
-        {"and needs no clock", 1000, 0, false, 0},
+        {"the same buffer needs no clock", 1000, 0, false, 0},
+        {"the same host time on another timeline does", 101'003, 0, true, 0},
         {"a whole number of frames later", 777, 480, true, 480},
         {"a fraction moves the head up", 777, 100.3, true, 101},
         {"a source that cannot tell is taken at its time 0", 777, 100.3, false, -1000},
@@ -80,7 +80,7 @@ TEST(ConvertedInput, SkippingCountsTheSourcesFramesAndDropsAFraction)
     EXPECT_EQ(rig.Readable(), 4800u - 581);
 }
 
-TEST(ConvertedInput, PlaysASlowCrystalFasterAndTakesNoScalarOfZero)
+TEST(ConvertedInput, PullsFewerFramesOfASlowCrystalAndTakesNoScalarOfZero)
 {
     struct {
         double mFirst, mThen;

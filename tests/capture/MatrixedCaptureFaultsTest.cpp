@@ -94,6 +94,7 @@ TEST_F(MatrixedCaptureFaults, SourcesPushWhileCyclesBeginAnewAndVolumesAndRateCh
         capture.GetRenderCounts();
     }
     capture.UpdateOutputSampleRate(44100);
+    EXPECT_EQ(capture.Resume(), 0);
     threads.clear();
     EXPECT_EQ(capture.Pause(), 0);
     EXPECT_EQ(capture.Uninitialize(), 0);

@@ -67,6 +67,8 @@ protected:
 TEST_F(MatrixedCapture, IsSilentWhereThereIsNoGraphAndWhereThereAreNoSources)
 {
     EXPECT_TRUE(Render().IsSilent());
+    UInt32 channels = 0;
+    EXPECT_EQ(mCapture.GetMixerInputChannelCount(&channels), kAudioUnitErr_Uninitialized);
     Start();
     for (int cycle = 0; cycle < 3; ++cycle) EXPECT_TRUE(Render().IsSilent());
     EXPECT_EQ(mCapture.GetRenderCounts().mWaitingCycles, 4u);
@@ -187,6 +189,23 @@ TEST_F(MatrixedCapture, TheThirdBehindCycleBeginsAnewHoweverFarApart)
     EXPECT_EQ(NextSampleTime(), 700'000 + 2 * kFrames - kDelay);
 }
 
+TEST_F(MatrixedCapture, AnAlignmentOlderThanTheRingsTakesNewFirstStamps)
+{
+    FakeSource& rests = Add();
+    FakeSource& delivers = Add();
+    Start();
+    rests.Push(0, 128);
+    delivers.Push(0, 20'000);
+    EXPECT_TRUE(Render().IsSilent());
+    EXPECT_EQ(mCapture.GetInputStatus(0).mSilentFrames, 2 * kFrames);
+    EXPECT_EQ(mCapture.GetInputStatus(1).mSilentFrames, 0u) << "noted though another refused before it";
+    for (double time = 20'000; time < 200'000; time += 20'000) delivers.Push(time, 20'000);
+    EXPECT_TRUE(Render().IsSilent());
+    for (FakeSource* const source : {&rests, &delivers}) source->Push(200'000, 20'000);
+    EXPECT_EQ(NextSampleTime(), 2 * (200'000 + 2 * kFrames - kDelay));
+    EXPECT_EQ(Behind(), 0u);
+}
+
 TEST_F(MatrixedCapture, InputsBehindInOneCycleCountOnceEach)
 {
     FakeSource& first = Add();
@@ -203,13 +222,56 @@ TEST_F(MatrixedCapture, InputsBehindInOneCycleCountOnceEach)
     EXPECT_FALSE(mCapture.GetInputStatus(1).mHasData);
 }
 
+TEST_F(MatrixedCapture, WhatFollowsAPauseIsAlignedAnew)
+{
+    FakeSource& source = Add();
+    Start();
+    source.Push(5'000, 20'000);
+    Render();
+    ASSERT_EQ(mCapture.Pause(), 0);
+    ASSERT_EQ(mCapture.Resume(), 0);
+    EXPECT_TRUE(Render().IsSilent());
+    source.Push(100, 20'000);  // counts anew
+    EXPECT_EQ(NextSampleTime(), 100 + 2 * kFrames - kDelay);
+}
+
+TEST_F(MatrixedCapture, SaysWhyAnInputCannotBeMixed)
+{
+    struct {
+        double mMixRate, mRate;
+        UInt32 mChannels;
+        const char* mWhy;
+    } const cases[] = {
+        {48'000, 4800, 2, ""},
+        {48'000, 4799, 2,
+         "It runs at 4799 Hz and the mix at 48000 Hz. Below 4800 Hz no rate is converted: choose 4799 Hz for the mix."},
+        {4799, 4799, 2, ""},
+        {192'000, 12'000, 64, ""},
+        {192'000, 11'025, 2,
+         "It runs at 11025 Hz, too far from the 192000 Hz of the mix. Choose 4800 to 176400 Hz for the mix."},
+        {8000, 192'000, 2,
+         "It runs at 192000 Hz, too far from the 8000 Hz of the mix. Choose 12000 to 3072000 Hz for the mix."},
+        {48'000, 48'000, 65, "It has 65 channels, and a mix takes at most 64 of one source. Take fewer."},
+    };
+    for (const auto& at : cases) {
+        SetRate(at.mMixRate);
+        Add(at.mRate, at.mChannels);
+        EXPECT_EQ(mCapture.ExplainRefusal(0), at.mWhy);
+        ASSERT_EQ(mCapture.Initialize(), 0);
+        EXPECT_EQ(mCapture.Resume(), *at.mWhy ? kAudioUnitErr_FormatNotSupported : 0) << at.mRate;
+        ASSERT_EQ(mCapture.Uninitialize(), 0);
+    }
+}
+
 TEST_F(MatrixedCapture, LimitsTheMixToFullScale)
 {
     FakeSource* sources[] = {&Add(), &Add(), &Add()};
     Start();
     for (FakeSource* const source : sources) source->Push(600'000, 4096);
     Render(0, 1024);
+    const uint64_t before = mCapture.GetRenderCounts().mClippedSamples;
     EXPECT_EQ(Render()[1][0], 1.0F);
+    EXPECT_EQ(mCapture.GetRenderCounts().mClippedSamples - before, 2 * kFrames);
 }
 
 TEST_F(MatrixedCapture, FlagsOfStartAndPauseGoOneWay)

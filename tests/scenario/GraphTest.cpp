@@ -88,6 +88,8 @@ const Fault kFaults[] = {
      .mLeastSilent = 0.4,
      .mMostSilent = 0.52,
      .mMicrophoneWhole = false},
+    {.mName = "StopsBeforeAllAreAlignedForLongerThanTheRingsHold",
+     .mScript = [](Scenario& s, Input& mic) { s.at(8ms).stop(mic), s.at(3600ms).start(mic); }},
     {.mName = "StopsForLongerThanTheRingsHold",
      .mScript = [](Scenario& s, Input& mic) { s.at(2s).stop(mic), s.at(7s).start(mic); },
      .mLeastSilent = 4.9,
@@ -185,12 +187,30 @@ TEST(Graph, ASourceThatNeverStartsSilencesTheMixAndIsTold)
     });
 }
 
+TEST(Graph, WhatAClockPaysBackIsPlayedAlsoWhereTheMixWasSilentMeanwhile)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& microphone = s.input("microphone").crystal(300).jitter(1ms, 7).plays(TheTone());
+        auto& rests = s.input("rests").startsLate(3ms).plays(TheTone());
+        Rig rig(s, 48000, 512);
+        rig.AddInput(microphone);
+        rig.AddInput(rests);
+        s.at(16s).stop(rests), s.at(17500ms).start(rests);
+        EXPECT_EQ(rig.Start(), 0);
+        rig.RunUntil(150s);
+        EXPECT_EQ(rig.mStatus, 0);
+        EXPECT_LE(std::abs(rig.mTracks[0].mOff), 2);
+        EXPECT_EQ(rig.Stop(), 0);
+    });
+}
+
 TEST(Graph, AChangeOfASourcesRateLeavesTheOthersAlone)
 {
     ExpectForked([] {
         Scenario s;
         auto& microphone = s.input("microphone").plays(TheTone());
-        auto& line = s.input("line").crystal(100).startsLate(3ms).plays(TheTone());
+        auto& line = s.input("line").crystal(100).plays(TheTone());  // both begin at the same moment
         Rig rig(s, 48000, 512);
         rig.AddInput(microphone);
         rig.AddInput(line);

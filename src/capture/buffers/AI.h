@@ -40,6 +40,25 @@ OSStatus AI_GetBestSampleRate(AudioDeviceID device, double* rateHz);
 /// @param rateHz  the wanted rate on entry
 OSStatus AI_GetClosestSampleRate(AudioDeviceID device, double* rateHz);
 
+// ---- Controls. Native devices have none of them: their result is "who?" or "nope"
+
+/// Whether the gain of the input side can be set, of all channels together or of any one.
+bool AI_SupportsGain(AudioDeviceID device);
+/// The input side's gain in decibels: of all channels together, or of the first channel that has one.
+OSStatus AI_GetGain(AudioDeviceID device, Float32* decibels);
+/// Sets it for all channels together, or where there is no such control for each channel.
+OSStatus AI_SetGain(AudioDeviceID device, Float32 decibels);
+OSStatus AI_GetGainRangeDecibels(AudioDeviceID device, AudioValueRange* range);
+/// Data sources of a direction, and their names at the same index. All are left alone on failure.
+///
+/// @param sources  the caller frees it
+/// @param names    the caller releases it
+OSStatus AI_GetListOfSources(AudioDeviceID device, bool isInput, UInt32** sources, CFArrayRef* names, UInt32* count);
+/// Uses those streams of a direction that hold the channels preferred for stereo, and no other.
+///
+/// @param ioProc  for which I/O procedure; an address that only the device looks at
+OSStatus AI_StreamsEnable(AudioDeviceID device, bool isInput, void* ioProc);
+
 // ---- Formats. Those of a device are its input side's
 
 /// Prints every field of a description on standard error, or that there is none.

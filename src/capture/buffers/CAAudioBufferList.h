@@ -62,7 +62,8 @@ public:
                               AudioBufferList& out) noexcept;
 
     /// Limits the samples of `from` to [low, high], over the samples of `to`: `to` may be the shorter one.
-    static void Clip(float low, float high, const AudioBufferList& from, AudioBufferList& to) noexcept;
+    /// @return samples that were cut; what is not a number passes
+    static uint64_t Clip(float low, float high, const AudioBufferList& from, AudioBufferList& to) noexcept;
 
     /// Weaves the mono buffers of `from` into the first buffer of `to`. As many frames as the first of them has.
     static void Interleave(const AudioBufferList* from, AudioBufferList* to) noexcept;

@@ -148,12 +148,15 @@ void CAAudioBufferList::MultipliedSum(float scale, const AudioBufferList& a, con
                   SamplesOf(sums[index]));
 }
 
-void CAAudioBufferList::Clip(float low, float high, const AudioBufferList& from, AudioBufferList& to) noexcept
+uint64_t CAAudioBufferList::Clip(float low, float high, const AudioBufferList& from, AudioBufferList& to) noexcept
 {
     const AudioBuffer* const sources = from.mBuffers;
     const AudioBuffer* const targets = to.mBuffers;
+    uint64_t cut = 0;
     for (UInt32 index = 0; index < to.mNumberBuffers; ++index)
-        vDSP_vclip(Samples(sources[index]), 1, &low, &high, Samples(targets[index]), 1, SamplesOf(targets[index]));
+        cut += vector::ClipCounting(Samples(sources[index]), low, high, Samples(targets[index]),
+                                    SamplesOf(targets[index]));
+    return cut;
 }
 
 void CAAudioBufferList::Interleave(const AudioBufferList* from, AudioBufferList* to) noexcept

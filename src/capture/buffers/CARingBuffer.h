@@ -53,13 +53,15 @@ public:
     int CheckTimeBounds(int64_t startRead, int64_t endRead) const noexcept;
 
     /// Puts frames into the ring. A gap since the last store becomes silence; a step back in time empties the ring.
+    /// Of a gap of more than 1 MiB each store silences that much. The span grows by it, and holds the frames beyond the
+    /// gap when that is done.
     ///
     /// @param list        one buffer a channel, or one interleaved buffer whose frames are bytesPerFrame wide
     /// @param frames      at most the capacity
     /// @param startWrite  sample time of the first frame
     /// @return            RingOK, or RingTooMuch with nothing changed
     /// @thread            the writer; one at a time
-    /// @realtime          yes: no lock, allocation or system call; O(frames + gap)
+    /// @realtime          yes: no lock, allocation or system call; O(frames + gap), at most 1 MiB of a gap
     int Store(const AudioBufferList* list, uint32_t frames, int64_t startWrite) noexcept;
 
     /// Copies frames out of the ring, or says by status why it cannot.
@@ -85,6 +87,7 @@ private:
     static constexpr uint32_t kQueueEntries = Memory::kTimeBoundsEntries;
     static constexpr uint32_t kQueueMask = kQueueEntries - 1;
     static constexpr int kReadTries = 8;
+    static constexpr uint32_t kSilenceBytes = 1u << 20;  // a tenth of a millisecond's work
 
     // One piece of the storage of a channel, in bytes.
     struct Piece {
@@ -99,8 +102,11 @@ private:
     Pieces PiecesOf(int64_t start, int64_t end) const noexcept;
     uint32_t OffsetOf(int64_t time) const noexcept;
 
-    TimeBounds& WritersBounds() noexcept;
+    const TimeBounds& WritersBounds() const noexcept;
     void GiveUpWhatIsOverwritten(int64_t startWrite, int64_t endWrite) noexcept;
+    bool HasOpenGap() const noexcept;
+    void CloseGap() noexcept;
+    int64_t SilenceUpTo(int64_t end, int64_t mostFrames) noexcept;
     void Silence(int64_t start, int64_t end) noexcept;
     void CopyIn(const AudioBufferList& list, const Pieces& pieces) noexcept;
     void CopyOut(AudioBufferList& list, const Pieces& pieces) const noexcept;
@@ -111,6 +117,16 @@ private:
     uint32_t mCapacityFrames = 0;
     uint32_t mCapacityFramesMask = 0;
     uint32_t mCapacityBytes = 0;
+    uint32_t mSilenceFrames = 0;  // of one store
+
+    // A gap that is silenced over several stores: the writer's. Frames lie stored from its end to mStoredEnd.
+    struct Gap {
+        int64_t mSilencedEnd = 0;  // as published: another end means that the ring was emptied meanwhile
+        int64_t mEnd = 0;          // beyond that: it is open
+        int64_t mStoredEnd = 0;
+    };
+    Gap mGap;
+
     TimeBounds mTimeBoundsQueue[kQueueEntries];
     // Which entry holds now; only ever grows. Stored by the writer (release), loaded by the reader (acquire).
     typename Memory::template Atomic<uint32_t> mTimeBoundsQueuePtr{0};

@@ -26,6 +26,9 @@ void BasicRingBuffer<Memory>::Allocate(int channels, uint32_t bytesPerFrame, uin
     mCapacityFrames = uint32_t{1} << power;
     mCapacityFramesMask = mCapacityFrames - 1;
     mCapacityBytes = capacityBytes;
+    mSilenceFrames =
+        static_cast<uint32_t>(std::max<size_t>(1, kSilenceBytes / std::max<size_t>(1, count * bytesPerFrame)));
+    mGap = {};
     Reset();
 }
 
@@ -91,12 +94,43 @@ int BasicRingBuffer<Memory>::Store(const AudioBufferList* list, uint32_t frames,
 {
     if (frames > mCapacityFrames) return RingTooMuch;
     const int64_t endWrite = startWrite + frames;
+    const bool goesOn = HasOpenGap() && startWrite == mGap.mStoredEnd;
+    if (HasOpenGap() && startWrite > mGap.mStoredEnd) CloseGap();
+    if (HasOpenGap() && startWrite < mGap.mStoredEnd) SetTimeBounds(startWrite, startWrite);
     GiveUpWhatIsOverwritten(startWrite, endWrite);
-    const int64_t end = WritersBounds().mEndTime.load(std::memory_order_relaxed);
-    if (startWrite > end) Silence(end, startWrite);
+    const int64_t gapEnd = goesOn ? mGap.mEnd : startWrite;
+    const int64_t silenced = SilenceUpTo(gapEnd, mSilenceFrames);
     if (frames != 0) CopyIn(*list, PiecesOf(startWrite, endWrite));
-    SetTimeBounds(WritersBounds().mStartTime.load(std::memory_order_relaxed), endWrite);
+    const int64_t end = silenced < gapEnd ? silenced : endWrite;
+    mGap = {end, gapEnd, endWrite};
+    SetTimeBounds(WritersBounds().mStartTime.load(std::memory_order_relaxed), end);
     return RingOK;
+}
+
+template <class Memory>
+bool BasicRingBuffer<Memory>::HasOpenGap() const noexcept
+{
+    return mGap.mSilencedEnd < mGap.mEnd &&
+           mGap.mSilencedEnd == WritersBounds().mEndTime.load(std::memory_order_relaxed);
+}
+
+/// Silences at once what is left, for one gap is all that is remembered.
+template <class Memory>
+void BasicRingBuffer<Memory>::CloseGap() noexcept
+{
+    SilenceUpTo(mGap.mEnd, mCapacityFrames);
+    SetTimeBounds(WritersBounds().mStartTime.load(std::memory_order_relaxed), mGap.mStoredEnd);
+}
+
+/// Silences from the end of the span on. @return how far that came, `end` where all is silenced
+template <class Memory>
+int64_t BasicRingBuffer<Memory>::SilenceUpTo(int64_t end, int64_t mostFrames) noexcept
+{
+    const int64_t from = WritersBounds().mEndTime.load(std::memory_order_relaxed);
+    if (from >= end) return end;
+    const int64_t to = std::min(end, from + mostFrames);
+    Silence(from, to);
+    return to;
 }
 
 template <class Memory>
@@ -126,7 +160,7 @@ void BasicRingBuffer<Memory>::GiveUpWhatIsOverwritten(int64_t startWrite, int64_
 }
 
 template <class Memory>
-typename BasicRingBuffer<Memory>::TimeBounds& BasicRingBuffer<Memory>::WritersBounds() noexcept
+const typename BasicRingBuffer<Memory>::TimeBounds& BasicRingBuffer<Memory>::WritersBounds() const noexcept
 {
     return mTimeBoundsQueue[mTimeBoundsQueuePtr.load(std::memory_order_relaxed) & kQueueMask];
 }

@@ -22,10 +22,9 @@ uint64_t HostTimeAt(const ClockReading& reading, double sampleTime)
 
 }  // namespace
 
-// Who has no device must not be given another one's clock, though a translation knows what it means by 0.
 OSStatus AudioDeviceGetCurrentTime(AudioDeviceID device, AudioTimeStamp* time)
 {
-    const auto reading = device ? ReadDeviceClock(device) : std::nullopt;
+    const auto reading = ReadDeviceClock(device);
     if (!reading) return kAudioHardwareNotRunningError;
     *time = {};
     time->mHostTime = mach_absolute_time();

@@ -82,14 +82,13 @@ OSStatus AudioStreamGetProperty(AudioStreamID stream, UInt32 channel, AudioObjec
 /// The whole stamp of this moment on the timeline of a device that is open for input, as the device's own stamps have
 /// it.
 ///
-/// @return    0, or "stop" where the device is not open or has not delivered yet. 0 is no device here
+/// @return    0, or "stop" where the device is not open or has not delivered yet
 /// @thread    any, as the next
 /// @realtime  yes, as the next
 OSStatus AudioDeviceGetCurrentTime(AudioDeviceID device, AudioTimeStamp* time);
 
 /// Translates a stamp on the timeline of a device that is open for input, as measured now.
 ///
-/// @param device  0: the latest that was the default input when it was opened
 /// @param in      sample time or host time valid; of both the host time counts
 /// @param out     its flags name what is wanted
 /// @return        0, "stop" as above, or "nope" where `in` has neither

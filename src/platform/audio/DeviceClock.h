@@ -18,9 +18,7 @@ struct ClockReading {
 };
 
 /// The clock of a device that is open for input in this process; nothing where it is not, or has not delivered yet.
-///
-/// @param device  0: the latest that was the default input when it was opened
-/// @realtime      yes
+/// @thread any @realtime yes
 std::optional<ClockReading> ReadDeviceClock(AudioDeviceID device) noexcept;
 
 }  // namespace platform::audio

@@ -23,14 +23,13 @@ size_t LongestCycleFrames(machine::AudioServer& server, double rateHz)
 
 DeviceInput::DeviceInput(AudioDeviceID device, DeviceInputClient& client) : mClient(client)
 {
-    const AudioDeviceID standard = CopyNativeDevices().mDefaultInput;
-    const std::optional<NativeDevice> native = LastSeenDevice(device ? device : standard);
+    const std::optional<NativeDevice> native = LastSeenDevice(device ? device : CopyNativeDevices().mDefaultInput);
     if (!native || !native->mIsInput) return;
     machine::AudioServer& server = machine::Machine::Current().GetAudioServer();
     mPositions = native->mDevice.mChannels;
     mSamples.resize(mPositions.size());
     mHeld.emplace(mPositions.size(), LongestCycleFrames(server, native->mDevice.mNominalRateHz));
-    mTimeline = &DeviceTimeline::Open(native->mID, native->mID == standard);
+    mTimeline = &DeviceTimeline::Open(native->mID);
     mNode = server.OpenInput(native->mDevice.mUID, kNodeName, *this);
 }
 

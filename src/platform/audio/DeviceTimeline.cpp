@@ -20,15 +20,13 @@ constexpr double kMostPaidBackSeconds = 0.1;
 pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards opening and closing
 // Timelines are never taken out: their number is that of the devices, and readers hold no lock.
 std::atomic<DeviceTimeline*> sFirst{nullptr};  // stored under the mutex (release), loaded by readers (acquire)
-std::atomic<AudioDeviceID> sDefaultInput{0};   // stored under the mutex, loaded by readers; no order needed
 
 }  // namespace
 
-DeviceTimeline& DeviceTimeline::Open(AudioDeviceID device, bool isDefault)
+DeviceTimeline& DeviceTimeline::Open(AudioDeviceID device)
 {
     const uint64_t latencyNanos = StampLatencyNanos();
     const kernel::MutexGuard guard(sMutex);
-    if (isDefault) sDefaultInput.store(device, std::memory_order_relaxed);
     DeviceTimeline* timeline = Find(device);
     if (!timeline) {
         timeline = new DeviceTimeline(device);
@@ -51,7 +49,6 @@ void DeviceTimeline::Close()
 
 DeviceTimeline* DeviceTimeline::Find(AudioDeviceID device) noexcept
 {
-    if (device == 0) device = sDefaultInput.load(std::memory_order_relaxed);
     DeviceTimeline* timeline = sFirst.load(std::memory_order_acquire);
     while (timeline && timeline->mDevice != device) timeline = timeline->mNext;
     return timeline;

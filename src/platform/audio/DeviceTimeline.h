@@ -21,11 +21,11 @@ public:
     /// The device's timeline, for one more who opens the device. It begins anew where nobody has it open.
     ///
     /// @thread  any that may block, as Close
-    static DeviceTimeline& Open(AudioDeviceID device, bool isDefault);
+    static DeviceTimeline& Open(AudioDeviceID device);
     /// Gives it back; no cycle of the caller comes any more.
     void Close();
 
-    /// The timeline of a device that was opened ever, or null. 0: see ReadDeviceClock. @thread any @realtime yes
+    /// The timeline of a device that was opened ever, or null. @thread any @realtime yes
     static DeviceTimeline* Find(AudioDeviceID device) noexcept;
     /// @thread any @realtime yes
     std::optional<ClockReading> Read() const noexcept { return mPublished.Read(); }

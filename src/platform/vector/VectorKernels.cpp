@@ -42,6 +42,11 @@ void vDSP_vclip(const float* a, vDSP_Stride strideA, const float* low, const flo
 
 namespace platform::vector {
 
+size_t ClipCounting(const float* samples, float low, float high, float* limited, size_t count) noexcept
+{
+    return BestVectorLoops().clipCounting(samples, low, high, limited, count);
+}
+
 void Interleave(const float* const* channels, unsigned count, float* interleaved, size_t stride, size_t frames) noexcept
 {
     BestVectorLoops().interleave(channels, count, interleaved, stride, frames);

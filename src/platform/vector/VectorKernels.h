@@ -27,6 +27,9 @@ namespace platform::vector {
 /// The most channels that are woven at a time.
 constexpr unsigned kWeaveChannels = 8;
 
+/// Limits samples as vDSP_vclip does, in a run, and counts those that it cut. @realtime yes
+size_t ClipCounting(const float* samples, float low, float high, float* limited, size_t count) noexcept;
+
 /// Puts `count` channels beside each other into frames of `stride` samples: interleaved[k * stride + c].
 ///
 /// @param count  1 .. kWeaveChannels

@@ -14,6 +14,7 @@ struct VectorLoops {
     void (*add)(const float* a, const float* b, float* c, size_t count) noexcept;
     void (*scaleAndAdd)(const float* a, float scale, const float* c, float* d, size_t count) noexcept;
     void (*clip)(const float* a, float low, float high, float* d, size_t count) noexcept;
+    size_t (*clipCounting)(const float* a, float low, float high, float* d, size_t count) noexcept;
     void (*interleave)(const float* const* channels, unsigned count, float* interleaved, size_t stride,
                        size_t frames) noexcept;
     void (*deinterleave)(const float* interleaved, size_t stride, float* const* channels, unsigned count,

@@ -1,6 +1,7 @@
 // The loops themselves, over whatever instruction set the including file has chosen.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -34,6 +35,19 @@ void ScaleAndAdd(const float* a, float scale, const float* c, float* d, size_t c
 void Clip(const float* a, float low, float high, float* d, size_t count) noexcept
 {
     for (size_t i = 0; i < count; ++i) d[i] = Lesser(high, Greater(low, a[i]));
+}
+
+// What is cut has other bits than before. That is one comparison, and what is no number passes with the bits it has.
+size_t ClipCounting(const float* a, float low, float high, float* d, size_t count) noexcept
+{
+    uint32_t cut = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const float sample = a[i];
+        const float limited = Lesser(high, Greater(low, sample));
+        d[i] = limited;
+        cut += std::bit_cast<uint32_t>(limited) != std::bit_cast<uint32_t>(sample) ? 1 : 0;
+    }
+    return cut;
 }
 
 // The choice comes before the cast: a float beyond the integer's range must not be cast at all.
@@ -300,7 +314,8 @@ void Mix(const Crosspoint* crosspoints, size_t count, const float* const* inputs
     (moving ? MixTiles<true> : MixTiles<false>)(matrix, frames);
 }
 
-constexpr VectorLoops kLoops{Add, ScaleAndAdd, Clip, Interleave, Deinterleave, ToInt16<false>, ToInt16<true>, Mix};
+constexpr VectorLoops kLoops{Add,          ScaleAndAdd,    Clip,          ClipCounting, Interleave,
+                             Deinterleave, ToInt16<false>, ToInt16<true>, Mix};
 
 }  // namespace
 }  // namespace platform::vector::loops

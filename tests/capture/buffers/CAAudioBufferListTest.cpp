@@ -106,7 +106,7 @@ TEST(CAAudioBufferList, ClipLimitsAsManySamplesAsTheDestinationHas)
     for (int at = 0; at < 40; ++at) Samples(from, 0)[at] = 0.25f * float(at) - 5;
     Samples(from, 0)[3] = std::numeric_limits<float>::quiet_NaN();
     At(to, 0).mDataByteSize = 37 * 4;
-    CAAudioBufferList::Clip(-1, 1, *from, *to);
+    EXPECT_EQ(CAAudioBufferList::Clip(-1, 1, *from, *to), 15u + 12) << "at full scale nothing is cut";
     for (int at = 0; at < 37; ++at)
         if (at != 3) {
             EXPECT_EQ(Samples(to, 0)[at], std::clamp(0.25f * float(at) - 5, -1.0f, 1.0f)) << at;

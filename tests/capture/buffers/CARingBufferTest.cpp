@@ -140,6 +140,40 @@ TEST_F(CARingBufferTest, AMillionRandomOperationsAgreeWithTheModel)
     }
 }
 
+TEST_F(CARingBufferTest, ALongGapIsSilencedAPieceAStoreAndShownInOrder)
+{
+    constexpr uint32_t kFrameBytes = 1 << 18;  // four of which are a store's piece
+    mRing.Allocate(1, kFrameBytes, kCapacity);
+    std::vector<uint8_t> frame(kFrameBytes);
+    AudioBufferList list = {1, {{1, kFrameBytes, frame.data()}}};
+    const auto store = [&](int64_t time, uint8_t fill) {
+        std::fill(frame.begin(), frame.end(), fill);
+        mRing.Store(&list, 1, time);
+        int64_t start = 0, end = 0;
+        mRing.GetTimeBounds(start, end);
+        return end;
+    };
+    const auto at = [&](int64_t time) {
+        EXPECT_EQ(mRing.Fetch(&list, 1, time, false), RingOK) << time;
+        return frame.front() == frame.back() ? int(frame.back()) : -1;
+    };
+    for (int64_t time = 0; time < kCapacity; ++time) store(time, 99);
+    const struct {
+        int64_t mTime, mEnd;                                // of a store, and of the span then
+    } stores[] = {{73, 68}, {74, 72}, {75, 76},             // a gap of nine takes three stores
+                  {85, 80}, {95, 90}, {96, 94}, {97, 98}};  // another one meanwhile closes the first at once
+    for (const auto& each : stores) EXPECT_EQ(store(each.mTime, uint8_t(each.mTime)), each.mEnd) << each.mTime;
+    for (int64_t time = kCapacity; time < 98; ++time) {
+        const bool stored =
+            std::ranges::find(stores, time, [](const auto& each) { return each.mTime; }) != std::end(stores);
+        EXPECT_EQ(at(time), stored ? time : 0) << time;
+    }
+    EXPECT_EQ(store(110, 110), 102);
+    EXPECT_EQ(store(103, 103), 104) << "a step back ends the gap";
+    EXPECT_EQ(mRing.CheckTimeBounds(102, 103), RingSlightlyBehind);
+    EXPECT_EQ(at(103), 103);
+}
+
 // A writer on a thread of its own, until told to stop.
 class Writer {
 public:

@@ -128,7 +128,6 @@ protected:
         mServer.mSnapshot.mInputs = {
             {80, "microphone", "Microphone", 48000, {ChannelPosition::FrontLeft, ChannelPosition::FrontRight}},
             {81, "other", "Other", 44100, {ChannelPosition::Mono}}};
-        mServer.mSnapshot.mDefaultInput = 80;
         mMicrophone = NumberOf("microphone");
     }
 
@@ -143,8 +142,7 @@ TEST_F(DeviceInputTest, GivesTheDevicesChannelsInItsOrderAndStampsOnTheMoment)
 {
     Device device(mServer);
     {
-        DeviceInput input(0, mClient);
-        mServer.mSnapshot.mDefaultInput = 81;
+        DeviceInput input(mMicrophone, mClient);
         device.Deliver(3);
         EXPECT_EQ(mClient.mChannels[1][0], 0);
         EXPECT_EQ(mClient.mLeft.size(), 3 * Device::kFrames);
@@ -153,7 +151,6 @@ TEST_F(DeviceInputTest, GivesTheDevicesChannelsInItsOrderAndStampsOnTheMoment)
         EXPECT_EQ(mClient.mTimes[2].mHostTime, device.HostNanosOf(1'000'963) + StampLatencyNanos());
         EXPECT_EQ(mClient.mTimes[2].mRateScalar, 1);
         EXPECT_EQ(mClient.mTimes[2].mFlags, 7u);
-        EXPECT_TRUE(ReadDeviceClock(0)) << "it was the default when it was opened";
 
         const CaptureCycle::Channel left[] = {{ChannelPosition::FrontLeft, mClient.mLeft.data()}};
         mServer.Deliver("microphone", {.mHostNanos = device.HostNanosOf(device.mPosition),
@@ -274,7 +271,7 @@ TEST_F(DeviceInputTest, TimesAreTranslatedBothWaysOnOneLine)
     device.Deliver(1000);
     const int64_t later = device.mPosition + 480'000;
     in = {.mHostTime = device.HostNanosOf(later) + StampLatencyNanos(), .mFlags = 2};
-    EXPECT_EQ(AudioDeviceTranslateTime(0, &in, &out), 0);
+    EXPECT_EQ(AudioDeviceTranslateTime(mMicrophone, &in, &out), 0);
     EXPECT_NEAR(out.mSampleTime, double(later), 0.1);
     EXPECT_EQ(out.mHostTime, in.mHostTime);
     in = {.mSampleTime = double(later), .mFlags = 1};

@@ -1,6 +1,7 @@
 #include "platform/audio/units/MatrixMixer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 namespace platform::audio::units {
@@ -59,6 +60,7 @@ OSStatus MatrixMixer::SetParameter(UInt32 parameter, UInt32 scope, UInt32 elemen
 {
     if (const OSStatus error = CheckVolumeAddress(parameter, scope)) return error;
     if (!IsInitialized()) return kAudioUnitErr_Uninitialized;
+    if (!std::isfinite(value)) return kAudio_ParamError;
     return mGains.SetGain(InputOf(element), OutputOf(element), value) ? 0 : kAudioUnitErr_InvalidElement;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/audio/units/ResamplingUnit.h"
 
+#include "platform/audio/ConverterLimits.h"
 #include "platform/vector/VectorKernels.h"
 
 #include <algorithm>
@@ -9,11 +10,9 @@ namespace platform::audio::units {
 
 OSStatus ResamplingUnit::PrepareResampler(vector::ResamplerStage stage, double delayFrames)
 {
-    constexpr UInt32 kMostChannels = 64;
-    constexpr double kHighestRatio = 16;
     const double ratio = InputFormat().mSampleRate / OutputFormat().mSampleRate;
     const UInt32 channels = InputFormat().mChannelsPerFrame;
-    if (channels > kMostChannels || ratio > kHighestRatio || ratio < 1 / kHighestRatio)
+    if (channels > kMostConvertedChannels || ratio > kMostRateRatio || ratio < 1 / kMostRateRatio)
         return kAudioUnitErr_FormatNotSupported;
     if (!mResampler.Configure(channels, ratio, MostFrames(), stage, delayFrames)) return kAudio_MemFullError;
 

@@ -7,26 +7,26 @@ namespace platform::audio::units {
 
 OSStatus Unit::Initialize()
 {
-    if (mInitialized) return 0;
+    if (IsInitialized()) return 0;
     if (!ConnectionsFit()) return kAudioUnitErr_FormatNotSupported;
     try {
         if (const OSStatus error = Prepare()) return error;
     } catch (const std::bad_alloc&) {
         return kAudio_MemFullError;
     }
-    mInitialized = true;
+    mInitialized.store(true, std::memory_order_release);
     return 0;
 }
 
 void Unit::Uninitialize()
 {
     Stop();  // of a unit that is not started: nothing
-    mInitialized = false;
+    mInitialized.store(false, std::memory_order_release);
 }
 
 void Unit::Reset() CORVANE_REALTIME
 {
-    if (mInitialized) Forget();
+    if (IsInitialized()) Forget();
 }
 
 /// Whether what connected units give is what this one takes.
@@ -40,7 +40,7 @@ bool Unit::ConnectionsFit() const noexcept
 
 OSStatus Unit::Connect(UInt32 element, Unit& source, UInt32 sourceElement)
 {
-    if (mInitialized) return kAudioUnitErr_Initialized;
+    if (IsInitialized()) return kAudioUnitErr_Initialized;
     if (element >= mInputs.size() || sourceElement >= source.mOutputs.size()) return kAudioUnitErr_InvalidElement;
     mInputs[element].mSource = {.mUnit = &source, .mBus = sourceElement};
     return 0;
@@ -89,7 +89,7 @@ OSStatus Unit::SetProperty(const PropertyAddress& address, const void* data, UIn
     const PropertyRow* row = nullptr;
     if (const OSStatus error = FindRow(address, row)) return error;
     if (!(row->mAccess & PropertyRow::kWrite)) return kAudioUnitErr_PropertyNotWritable;
-    if (mInitialized && row->mAccess & PropertyRow::kFixed) return kAudioUnitErr_Initialized;
+    if (IsInitialized() && row->mAccess & PropertyRow::kFixed) return kAudioUnitErr_Initialized;
     if (!data || (row->mBytes && bytes != row->mBytes)) return kAudio_ParamError;
     try {
         return Write(address, data, bytes);
@@ -158,7 +158,7 @@ OSStatus Unit::GetParameter(UInt32, UInt32, UInt32, Float32&) CORVANE_REALTIME
 
 OSStatus Unit::Render(const Pull& pull, UInt32 bus, UInt32 frames, AudioBufferList* data) CORVANE_REALTIME
 {
-    if (!mInitialized) return kAudioUnitErr_Uninitialized;
+    if (!IsInitialized()) return kAudioUnitErr_Uninitialized;
     if (bus >= mOutputs.size()) return kAudioUnitErr_InvalidElement;
     if (frames > MostFrames()) return kAudioUnitErr_TooManyFramesToProcess;
     if (frames == 0) return 0;

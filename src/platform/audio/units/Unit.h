@@ -8,6 +8,7 @@
 #include "platform/audio/units/StreamFormat.h"
 #include "platform/kernel/Realtime.h"
 
+#include <atomic>
 #include <cstring>
 #include <span>
 #include <vector>
@@ -140,7 +141,7 @@ protected:
 
     /// The slice, and what a varispeed asks beyond it of the unit before.
     UInt32 MostFrames() const noexcept { return mSliceFrames + mSliceFrames / 16 + 2; }
-    bool IsInitialized() const noexcept { return mInitialized; }
+    bool IsInitialized() const noexcept { return mInitialized.load(std::memory_order_acquire); }
 
     std::vector<InputElement> mInputs;
     std::vector<AudioStreamBasicDescription> mOutputs;  // formats, an element each
@@ -152,7 +153,8 @@ private:
     bool ConnectionsFit() const noexcept;
 
     UInt32 mSliceFrames = 8192;
-    bool mInitialized = false;
+    // Stored by control threads after all that it says is made (release), loaded by the I/O thread too (acquire).
+    std::atomic<bool> mInitialized{false};
 };
 
 }  // namespace platform::audio::units

@@ -87,6 +87,7 @@ TEST(MatrixMixer, NumbersChannelsAcrossBusesAndMultipliesFourVolumes)
     }
     for (const UInt32 wrong : {Element(5, 0), Element(0, 2), Element(5, kAll), Element(kAll, 2)})
         EXPECT_EQ(mixer.SetVolume(wrong, 1), kAudioUnitErr_InvalidElement);
+    EXPECT_EQ(mixer.SetVolume(0, NAN), kAudio_ParamError);
 
     std::vector<SignalSource> none;
     Mixer empty(none, {});
