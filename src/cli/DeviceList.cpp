@@ -1,8 +1,7 @@
 #include "cli/DeviceList.h"
 
+#include "cli/NameMatching.h"
 #include "plugin/settings/SharedPreferences.h"
-
-#include <strings.h>
 
 #include <algorithm>
 #include <limits>
@@ -80,7 +79,7 @@ int32_t Successor(int32_t uid)
 
 bool IsSame(const std::string& a, const std::string& b)
 {
-    return strcasecmp(a.c_str(), b.c_str()) == 0;
+    return Folded(a) == Folded(b);
 }
 
 std::string NameOf(const ListedDevice& device)

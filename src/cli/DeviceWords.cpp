@@ -5,14 +5,14 @@
 #include "record/Lists.h"
 #include "cli/ReadNumber.h"
 #include "cli/RecordWords.h"
-#include "platform/process/ProcessManager.h"
-#include "plugin/settings/RunningApplications.h"
+#include "cli/Sources.h"
+#include "platform/process/Applications.h"
 #include "plugin/settings/SharedPreferences.h"
 
 #include <fmt/format.h>
-#include <strings.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace cli {
 
@@ -20,9 +20,10 @@ namespace {
 
 using cf::As;
 using cf::Ref;
+using platform::process::Application;
+using platform::process::IdentifierSource;
 
 constexpr int32_t kWidestMix = 2;
-constexpr size_t kMostShown = 12;  // of what is there, the likest first
 
 std::string TextOf(CFDictionaryRef dictionary, const char* key)
 {
@@ -45,45 +46,36 @@ Ref<cf::Dictionary> MakeApplication(const std::string& identifier, const std::st
     return MakeSource({{settings::kApplicationIdentifier, identifier}, {settings::kApplicationPath, path}});
 }
 
-std::string ListClosest(const std::string& wanted, std::vector<std::string> there)
+// As a process that has the device finds it: by the process table, which may know it by another identifier than the
+// audio server does.
+Ref<cf::Dictionary> MakeApplication(const Application& found, const std::vector<Application>& running)
 {
-    std::ranges::sort(there);
-    there.erase(std::unique(there.begin(), there.end()), there.end());
-    const size_t all = there.size();
-    there = ClosestFirst(wanted, std::move(there));
-    there.resize(std::min(all, kMostShown));
-    std::string text;
-    for (const std::string& one : there) text += "\n  " + one;
-    return all > kMostShown ? text + fmt::format("\n  and {} more", all - kMostShown) : text;
+    const auto same = std::ranges::find_if(running, [&](const Application& one) {
+        return one.mPID == found.mPID || std::ranges::find(one.mHelpers, found.mPID) != one.mHelpers.end();
+    });
+    const Application& known = same == running.end() ? found : *same;
+    return MakeApplication(known.mIdentifier, known.mExecutable);
 }
 
-/// Of a program that was started twice, the two are one application here.
-int FindRunning(const std::string& name, Ref<cf::Dictionary>& application, std::string& problem)
+// A name is compared with the applications that have a stream, then with those that the desktop knows, then with all.
+int FindRunning(const Source& source, Ref<cf::Dictionary>& application, std::string& problem)
 {
-    const auto running = Ref<cf::Array>::Adopt(CopyLaunchedApplications(true, false));
-    std::vector<Ref<cf::Dictionary>> found;
-    std::vector<std::string> names;
-    for (const auto& item : running.Get()->Get()) {
-        const auto* one = As<cf::Dictionary>(item.Get());
-        const std::string called = TextOf(one, "CFBundleName");
-        names.push_back("app:" + called);
-        if (strcasecmp(called.c_str(), name.c_str()) != 0) continue;
-        auto made = MakeApplication(TextOf(one, "CFBundleIdentifier"), TextOf(one, "kCFBundlePathKey"));
-        const bool known =
-            std::ranges::any_of(found, [&](const auto& other) { return CFEqual(other.Get(), made.Get()); });
-        if (!known) found.push_back(std::move(made));
+    const auto playing = ServerAnswersAtOnce() ? platform::process::CopyApplications() : std::vector<Application>();
+    const auto running = platform::process::CopyRunningApplications();
+    std::vector<Application> known = running;
+    std::erase_if(known, [](const Application& one) { return one.mIdentifierSource == IdentifierSource::Executable; });
+    for (const auto* list : {&playing, &std::as_const(known), &running}) {
+        const auto found = FindApplications(source.mValue, *list);
+        if (found.empty()) continue;
+        application = MakeApplication(*found.front(), running);
+        const bool differ = std::ranges::any_of(found, [&](const Application* one) {
+            return !CFEqual(MakeApplication(*one, running).Get(), application.Get());
+        });
+        if (!differ) return kExitDone;
+        problem = TellApart(source, found);
+        return kExitNotFound;
     }
-    if (found.size() == 1) {
-        application = std::move(found.front());
-        return kExitDone;
-    }
-    problem = found.empty() ? fmt::format(
-                                  "'app:{}' does not run now; id:IDENTIFIER or path:EXECUTABLE name what does "
-                                  "not. These run:{}",
-                                  name, ListClosest("app:" + name, names))
-                            : fmt::format("'app:{}' is {} applications; choose one of them:", name, found.size());
-    if (!found.empty())
-        for (const auto& one : found) problem += "\n  " + WrittenSource(one.Get());
+    problem = TellNoMatch(source, playing) + " For an application that does not run: id:IDENTIFIER or path:EXECUTABLE.";
     return kExitNotFound;
 }
 
@@ -94,16 +86,11 @@ int FindInput(const std::string& words, std::string& uid, std::string& problem)
         return kExitNoServer;
     }
     const std::vector<Device> inputs = CopyDevices(Side::Input);
-    if (const Device* input = FindInput(inputs, words)) {
-        uid = input->mUID;
-        return kExitDone;
-    }
-    std::vector<std::string> there;
-    for (const Device& input : inputs) there.push_back("input:" + input.mUID);
-    problem = there.empty() ? "the audio server has no input device; connect one"
-                            : fmt::format("'input:{}' is no input, or more than one. These are there:{}", words,
-                                          ListClosest("input:" + words, there));
-    return kExitNotFound;
+    const DeviceMatch match = MatchDevice(inputs, Side::Input, words);
+    problem = match.mError;
+    if (!match.mDevice) return kExitNotFound;
+    uid = match.mDevice->mUID;
+    return kExitDone;
 }
 
 int MakeSource(const std::string& words, Ref<cf::Dictionary>& made, std::string& problem)
@@ -117,6 +104,10 @@ int MakeSource(const std::string& words, Ref<cf::Dictionary>& made, std::string&
             return kExitDone;
         case Source::Kind::Process:
             problem = fmt::format("'{}' names a process, which a device outlives; for example app:firefox", words);
+            return kExitUsage;
+        case Source::Kind::AllBut:
+        case Source::Kind::Output:
+            problem = fmt::format("'{}' is a source for corvane record only; for example app:firefox", words);
             return kExitUsage;
         case Source::Kind::Input: {
             std::string uid;
@@ -201,7 +192,7 @@ int FindApplication(const std::string& words, Ref<cf::Dictionary>& application, 
     if (!problem.empty()) return kExitUsage;
     switch (source.mKind) {
         case Source::Kind::Application:
-            return FindRunning(source.mValue, application, problem);
+            return FindRunning(source, application, problem);
         case Source::Kind::Identifier:
             application = MakeApplication(source.mValue, {});
             return kExitDone;
@@ -225,14 +216,11 @@ int FindOutput(const std::string& words, std::string& uid, std::string& problem)
         return kExitNoServer;
     }
     const std::vector<Device> outputs = CopyDevices(Side::Output);
-    if (const Device* output = FindDevice(outputs, words)) {
-        uid = output->mUID;
-        return kExitDone;
-    }
-    std::vector<std::string> there;
-    for (const Device& output : outputs) there.push_back(output.mUID);
-    problem = fmt::format("'{}' is no output, or more than one. These are there:{}", words, ListClosest(words, there));
-    return kExitNotFound;
+    const DeviceMatch match = MatchDevice(outputs, Side::Output, words);
+    problem = match.mError;
+    if (!match.mDevice) return kExitNotFound;
+    uid = match.mDevice->mUID;
+    return kExitDone;
 }
 
 std::string CheckName(const std::string& name)

@@ -1,11 +1,14 @@
 #include "cli/Devices.h"
 
+#include "cli/NameMatching.h"
 #include "platform/audio/NativeDevices.h"
 #include "platform/kernel/HostTime.h"
 #include "platform/kernel/System.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Machine.h"
 #include "platform/process/PlainText.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 
@@ -15,6 +18,18 @@ namespace {
 
 constexpr uint64_t kServerPatienceNanos = 2'000'000'000;
 constexpr uint64_t kAtOnceNanos = 300'000'000;
+
+std::vector<const Device*> BestDevices(const std::vector<Device>& devices, const std::string& name)
+{
+    return BestMatches(name, devices, [](const Device& device) { return std::vector{device.mUID, device.mName}; });
+}
+
+std::string ListUIDs(const std::string& wanted, const std::vector<Device>& devices)
+{
+    std::vector<std::string> uids;
+    for (const Device& device : devices) uids.push_back(device.mUID);
+    return ListClosest(wanted, std::move(uids));
+}
 
 }  // namespace
 
@@ -49,24 +64,34 @@ std::optional<std::string> WhyNoVirtualDevices()
     return "root has no virtual devices: they are a user's, and programs that run as root get none";
 }
 
+DeviceMatch MatchDevice(const std::vector<Device>& devices, Side side, const std::string& name)
+{
+    const char* kind = side == Side::Input ? "input" : "output";
+    const auto standard = std::ranges::find_if(devices, &Device::mIsDefault);
+    const auto found = BestDevices(devices, name);
+    const bool wantsDefault = name == "default" && found.size() != 1;
+    if (wantsDefault && standard != devices.end()) return {&*standard, {}};
+    if (found.size() == 1) return {found.front(), {}};
+    if (devices.empty()) return {nullptr, fmt::format("The audio server has no {0} device. Connect one.", kind)};
+    const std::string see = fmt::format("See: corvane list {}s.", kind);
+    if (wantsDefault) return {nullptr, fmt::format("No {} is the default one now. Name one. {}", kind, see)};
+    if (found.empty())
+        return {nullptr,
+                fmt::format("No {0} matches '{1}'. There are: {2}. {3}", kind, name, ListUIDs(name, devices), see)};
+    std::string text = fmt::format("'{}' matches {} {}s. Choose one of them:", name, found.size(), kind);
+    for (const Device* one : found) text += fmt::format("\n  {}  {}", one->mUID, one->mName);
+    return {nullptr, text};
+}
+
 const Device* FindDevice(const std::vector<Device>& devices, const std::string& name)
 {
-    const Device* byName = nullptr;
-    for (const Device& device : devices) {
-        if (device.mUID == name) return &device;
-        if (device.mName != name) continue;
-        if (byName) return nullptr;
-        byName = &device;
-    }
-    return byName;
+    const auto found = BestDevices(devices, name);
+    return found.size() == 1 ? found.front() : nullptr;
 }
 
 const Device* FindInput(const std::vector<Device>& inputs, const std::string& name)
 {
-    const Device* input = FindDevice(inputs, name);
-    if (input || name != "default") return input;
-    const auto standard = std::ranges::find_if(inputs, &Device::mIsDefault);
-    return standard == inputs.end() ? nullptr : &*standard;
+    return MatchDevice(inputs, Side::Input, name).mDevice;
 }
 
 }  // namespace cli

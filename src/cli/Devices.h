@@ -29,11 +29,17 @@ bool ServerAnswersAtOnce();
 /// Whether programs of this user have virtual devices; if not, one sentence that says why.
 std::optional<std::string> WhyNoVirtualDevices();
 
-/// The device that `name` stands for, by UID or else by the name as listed. @return null where nothing, or more than
-/// one, matches
-const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);
+struct DeviceMatch {
+    const Device* mDevice = nullptr;
+    std::string mError;  // for a person, where there is no device
+};
 
-/// The same among inputs, where "default" is the default one.
+/// Finds a device of that side by UID or name as listed, upper and lower case alike: by the whole of it first, then by
+/// its beginning, then by a part. "default" is the default device. Several that match equally well are an error.
+DeviceMatch MatchDevice(const std::vector<Device>& devices, Side side, const std::string& name);
+
+/// The same without what is wrong; null for no device. "default" is a name like any other for FindDevice.
+const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);
 const Device* FindInput(const std::vector<Device>& inputs, const std::string& name);
 
 }  // namespace cli

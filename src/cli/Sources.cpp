@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <numeric>
+#include <filesystem>
 
 namespace cli {
 
@@ -17,51 +17,12 @@ constexpr const char* kExample =
     "for example app:firefox, app-inverse:firefox, id:org.mozilla.firefox, path:/usr/bin/mpv, pid:1234, "
     "device:default, input:default or system";
 
-std::string Lower(std::string text)
+std::vector<std::string> NamesOf(const Application& application)
 {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return c < 128 ? std::tolower(c) : c; });
-    return text;
-}
-
-// Levenshtein's distance, in bytes.
-size_t Distance(const std::string& a, const std::string& b)
-{
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t(0));
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < b.size(); ++j) {
-            const size_t replaced = diagonal + (a[i] != b[j]);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({row[j + 1] + 1, row[j] + 1, replaced});
-        }
-    }
-    return row.back();
-}
-
-// A name that contains the wanted one, or is contained in it, is as near as one with a wrong letter.
-size_t Unlikeness(const std::string& wanted, const std::string& name)
-{
-    const std::string a = Lower(wanted), b = Lower(name);
-    const bool contained = !a.empty() && !b.empty() && (a.find(b) != b.npos || b.find(a) != b.npos);
-    return contained ? 1 : Distance(a, b);
-}
-
-bool Matches(const Source& source, const Application& application)
-{
-    switch (source.mKind) {
-        case Source::Kind::Application:
-        case Source::Kind::AllBut:
-            return Lower(application.mName) == Lower(source.mValue);
-        case Source::Kind::Identifier:
-            return application.mIdentifier == source.mValue;
-        case Source::Kind::Path:
-            return application.mExecutable == source.mValue;
-        default:
-            return false;
-    }
+    const std::string& identifier = application.mIdentifier;
+    const size_t dot = identifier.rfind('.');
+    return {application.mName, application.mServerName, std::filesystem::path(application.mExecutable).filename(),
+            dot == identifier.npos ? identifier : identifier.substr(dot + 1)};
 }
 
 ApplicationIdentity IdentityOf(const Application& application)
@@ -69,40 +30,45 @@ ApplicationIdentity IdentityOf(const Application& application)
     return {application.mName, application.mIdentifier};
 }
 
+// What of an application this kind of source is compared with.
 std::string KeyOf(const Source& source, const Application& application)
 {
     switch (source.mKind) {
         case Source::Kind::Identifier:
-            return "id:" + application.mIdentifier;
+            return application.mIdentifier;
         case Source::Kind::Path:
-            return "path:" + application.mExecutable;
+            return application.mExecutable;
         default:
-            return "app:" + application.mName;
+            return application.mName;
     }
 }
 
-std::string ListWhatIsThere(const Source& source, const std::vector<Application>& applications)
+std::vector<const Application*> MatchesOf(const Source& source, const std::vector<Application>& applications)
 {
-    if (applications.empty()) return "No application has a stream on the audio server now.";
-    std::vector<std::string> keys;
-    for (const Application& application : applications) keys.push_back(KeyOf(source, application));
-    const std::string wanted = source.mKind == Source::Kind::Identifier ? "id:"
-                               : source.mKind == Source::Kind::Path     ? "path:"
-                                                                        : "app:";
-    keys = ClosestFirst(wanted + source.mValue, std::move(keys));
-    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-    std::string text = "These are there:";
-    for (const std::string& key : keys) text += "\n  " + key;
-    return text;
+    if (source.mKind == Source::Kind::Application || source.mKind == Source::Kind::AllBut)
+        return FindApplications(source.mValue, applications);
+    std::vector<const Application*> found;
+    for (const Application& application : applications)
+        if (KeyOf(source, application) == source.mValue) found.push_back(&application);
+    return found;
 }
 
-std::string TellApart(const std::string& written, const std::vector<const Application*>& found)
+std::string ListOf(const Source& source, const std::vector<Application>& applications, bool playing)
 {
-    std::string text = fmt::format("'{}' is {} applications; choose one of them:", written, found.size());
-    for (const Application* application : found)
-        text +=
-            fmt::format("\n  pid:{}  {}  {}", application->mPID, application->mIdentifier, application->mExecutable);
-    return text;
+    std::vector<std::string> keys;
+    for (const Application& application : applications)
+        if (application.mPlaying == playing) keys.push_back(KeyOf(source, application));
+    return ListClosest(source.mValue, std::move(keys));
+}
+
+// Of an identifier that several names share, the identifier is what stays the same.
+std::optional<ApplicationIdentity> SharedIdentity(const Source& source, const std::vector<const Application*>& found)
+{
+    const ApplicationIdentity identity = IdentityOf(*found.front());
+    const auto isOther = [&](const Application* one) { return IdentityOf(*one) != identity; };
+    if (std::ranges::none_of(found, isOther)) return identity;
+    if (source.mKind == Source::Kind::Identifier) return ApplicationIdentity{{}, source.mValue};
+    return std::nullopt;
 }
 
 }  // namespace
@@ -136,6 +102,10 @@ std::string ParseSource(const std::string& text, Source& source)
         source = {Source::Kind::System, {}, 0};
         return {};
     }
+    if (pid_t pid = 0; ReadNumber(text, pid) && pid > 0) {  // as "corvane list apps" shows it
+        source = {Source::Kind::Process, text, pid};
+        return {};
+    }
     const size_t colon = text.find(':');
     const std::string kind = text.substr(0, colon);
     const std::string value = colon == text.npos ? "" : text.substr(colon + 1);
@@ -165,25 +135,46 @@ std::string ParseSource(const std::string& text, Source& source)
     return {};
 }
 
+std::vector<const Application*> FindApplications(const std::string& name, const std::vector<Application>& applications)
+{
+    return BestMatches(name, applications, NamesOf);
+}
+
+std::string TellNoMatch(const Source& source, const std::vector<Application>& applications)
+{
+    const std::string playing = ListOf(source, applications, true), paused = ListOf(source, applications, false);
+    std::string text = source.mKind == Source::Kind::Process ? fmt::format("No process has the number {}.", source.mPID)
+                       : source.mKind == Source::Kind::Identifier
+                           ? fmt::format("No application has the identifier '{}'.", source.mValue)
+                       : source.mKind == Source::Kind::Path
+                           ? fmt::format("No application runs '{}'.", source.mValue)
+                           : fmt::format("No application matches '{}'.", source.mValue);
+    text += playing.empty() ? " No application plays now." : fmt::format(" Playing now: {}.", playing);
+    if (!paused.empty()) text += fmt::format(" Paused: {}.", paused);
+    return text + " See: corvane list apps.";
+}
+
+std::string TellApart(const Source& source, const std::vector<const Application*>& found)
+{
+    std::string text = fmt::format("'{}' matches {} applications. Choose one of them:", Written(source), found.size());
+    for (const Application* one : found)
+        text += fmt::format("\n  {:<24}  pid:{}  id:{}", one->mName, one->mPID, one->mIdentifier);
+    return text;
+}
+
 Resolution Resolve(const Source& source, const std::vector<Application>& applications, bool (*processExists)(pid_t))
 {
     using Kind = Source::Kind;
     if (source.mKind == Kind::System || source.mKind == Kind::Output || source.mKind == Kind::Input) return {};
     if (source.mKind == Kind::Process) {
         if (processExists(source.mPID)) return {{source.mPID}, {}, {}};
-        return {{}, {}, fmt::format("There is no process {}. {}", source.mPID, ListWhatIsThere(source, applications))};
+        return {{}, {}, TellNoMatch(source, applications)};
     }
-    std::vector<const Application*> found;
-    for (const Application& application : applications)
-        if (Matches(source, application)) found.push_back(&application);
-    if (found.empty())
-        return {{},
-                {},
-                fmt::format("'{}' matches no application. {}", Written(source), ListWhatIsThere(source, applications))};
-    const ApplicationIdentity identity = IdentityOf(*found.front());
-    if (std::ranges::any_of(found, [&](const Application* other) { return IdentityOf(*other) != identity; }))
-        return {{}, {}, TellApart(Written(source), found)};
-    return {ProcessesOf(identity, applications), identity, {}};
+    const auto found = MatchesOf(source, applications);
+    if (found.empty()) return {{}, {}, TellNoMatch(source, applications)};
+    const auto identity = SharedIdentity(source, found);
+    if (!identity) return {{}, {}, TellApart(source, found)};
+    return {ProcessesOf(*identity, applications), identity, {}};
 }
 
 std::vector<pid_t> ProcessesOf(const ApplicationIdentity& identity, const std::vector<Application>& applications)
@@ -197,14 +188,6 @@ std::vector<pid_t> ProcessesOf(const ApplicationIdentity& identity, const std::v
         processes.insert(processes.end(), application.mHelpers.begin(), application.mHelpers.end());
     }
     return processes;
-}
-
-std::vector<std::string> ClosestFirst(const std::string& wanted, std::vector<std::string> names)
-{
-    std::stable_sort(names.begin(), names.end(), [&](const std::string& a, const std::string& b) {
-        return Unlikeness(wanted, a) < Unlikeness(wanted, b);
-    });
-    return names;
 }
 
 }  // namespace cli

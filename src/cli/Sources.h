@@ -1,6 +1,7 @@
 // Sources: what a person writes behind --source and --from, and what it stands for.
 #pragma once
 
+#include "cli/NameMatching.h"
 #include "platform/process/Applications.h"
 
 #include <optional>
@@ -46,6 +47,15 @@ struct Resolution {
     std::string mError;                            // for a person; empty where the source was found
 };
 
+/// The applications that "app:NAME" stands for, by shown name, the server's name, executable's file or the last part of
+/// the identifier; by the whole of it first, then by its beginning, then by a part. Several may match equally well.
+std::vector<const platform::process::Application*> FindApplications(
+    const std::string& name, const std::vector<platform::process::Application>& applications);
+
+/// What to say where no application, or several different ones, match.
+std::string TellNoMatch(const Source& source, const std::vector<platform::process::Application>& applications);
+std::string TellApart(const Source& source, const std::vector<const platform::process::Application*>& found);
+
 /// Finds a source among the applications that run. A source that matches nothing, or several different applications,
 /// is an error that lists the applications, close names first.
 ///
@@ -56,8 +66,5 @@ Resolution Resolve(const Source& source, const std::vector<platform::process::Ap
 /// The processes of all running instances of an application; empty where none runs.
 std::vector<pid_t> ProcessesOf(const ApplicationIdentity& identity,
                                const std::vector<platform::process::Application>& applications);
-
-/// `names` with those most like `wanted` first; equally like ones keep their order.
-std::vector<std::string> ClosestFirst(const std::string& wanted, std::vector<std::string> names);
 
 }  // namespace cli

@@ -1,26 +1,36 @@
+#include "cli/Devices.h"
 #include "cli/Sources.h"
 
 #include <gtest/gtest.h>
+
+#include <array>
 
 namespace cli {
 namespace {
 
 using platform::process::Application;
-using platform::process::IdentifierSource;
+
+Application Named(pid_t pid, const char* name, const char* serverName, const char* identifier, const char* executable)
+{
+    return {.mPID = pid,
+            .mName = name,
+            .mIdentifier = identifier,
+            .mExecutable = executable,
+            .mPlaying = true,
+            .mHelpers = {pid + 1},
+            .mServerName = serverName};
+}
 
 std::vector<Application> Desktop()
 {
-    return {{100,
-             0,
-             "Firefox",
-             "org.mozilla.firefox",
-             IdentifierSource::DesktopEntry,
-             "/usr/bin/firefox",
-             false,
-             true,
-             {101, 102}},
-            {200, 0, "mpv", "mpv", IdentifierSource::Executable, "/usr/bin/mpv", false, true, {}},
-            {201, 0, "mpv", "mpv-second", IdentifierSource::Executable, "/opt/mpv", false, false, {}}};
+    return {Named(100, "Firefox ESR", "Firefox", "org.mozilla.firefox", "/usr/bin/firefox-esr"),
+            Named(200, "mpv", "mpv", "mpv", "/usr/bin/mpv"),
+            Named(210, "mpv", "mpv", "mpv-second", "/opt/mpv"),
+            Named(300, "My Game", "", "game", "/opt/runner"),
+            Named(310, "My Game", "", "game", "/opt/runner"),
+            Named(400, "H\u00F6rspiel \u0391\u03A3", "", "h", "/opt/h"),
+            Named(500, "VLC media player", "VLC", "org.videolan.vlc", "/usr/bin/vlc"),
+            Named(510, "VLC", "VLC", "vlc-snap", "/snap/vlc-bin")};
 }
 
 bool OnlyProcess7(pid_t pid)
@@ -35,32 +45,81 @@ Resolution ResolveText(const std::string& text)
     return Resolve(source, Desktop(), OnlyProcess7);
 }
 
-TEST(Sources, EachKindFindsItsApplicationWithTheHelpersThatPlayForIt)
+TEST(Sources, AreFoundByTheWholeOfAnyNameThenByAUniqueBeginningThenByAUniquePart)
 {
-    const std::vector<pid_t> firefox = {100, 101, 102};
-    EXPECT_EQ(ResolveText("app:firefox").mProcesses, firefox);
-    EXPECT_EQ(ResolveText("id:org.mozilla.firefox").mProcesses, firefox);
-    EXPECT_EQ(ResolveText("path:/usr/bin/firefox").mProcesses, firefox);
-    EXPECT_EQ(ResolveText("pid:7").mProcesses, std::vector<pid_t>{7});
-    EXPECT_TRUE(ResolveText("system").mProcesses.empty());
-    EXPECT_TRUE(ResolveText("system").mError.empty());
+    const std::vector<pid_t> firefox = {100, 101}, game = {300, 301, 310, 311}, umlaut = {400, 401}, vlc = {510, 511};
+    const std::pair<const char*, std::vector<pid_t>> cases[] = {
+        {"app:Firefox ESR", firefox},
+        {"app:firefox", firefox},
+        {"app:FIREFOX-ESR", firefox},
+        {"app:fire", firefox},
+        {"app:fox e", firefox},
+        {"app-inverse:firefox", firefox},
+        {"id:org.mozilla.firefox", firefox},
+        {"path:/usr/bin/firefox-esr", firefox},
+        {"app:game", game},
+        {"app:H\u00D6RSPIEL \u03B1\u03C2", umlaut},
+        {"app:vlc", vlc},
+        {"path:/opt/mpv", {210, 211}},
+        {"pid:7", {7}},
+        {"7", {7}},
+        {"system", {}},
+        {"device:speakers", {}},
+    };
+    for (const auto& [text, processes] : cases) {
+        const Resolution resolution = ResolveText(text);
+        EXPECT_EQ(resolution.mError, "") << text;
+        EXPECT_EQ(resolution.mProcesses, processes) << text;
+    }
 }
 
-TEST(Sources, AMissSaysWhatIsThereWithTheClosestNameFirst)
+TEST(Sources, AnApplicationIsFoundAgainAfterARestartByWhatStaysTheSame)
 {
-    const std::string error = ResolveText("app:firefix").mError;
-    EXPECT_NE(error.find("'app:firefix' matches no application"), std::string::npos) << error;
-    EXPECT_LT(error.find("app:Firefox"), error.find("app:mpv")) << error;
-    EXPECT_NE(ResolveText("pid:8").mError.find("no process 8"), std::string::npos);
-    EXPECT_NE(ResolveText("id:mozilla").mError.find("id:org.mozilla.firefox"), std::string::npos);
+    const Resolution resolution = ResolveText("app:game");
+    ASSERT_TRUE(resolution.mIdentity);
+    EXPECT_EQ(ProcessesOf(*resolution.mIdentity, {Named(900, "My Game", "", "game", "/opt/new"),
+                                                  Named(910, "My Game", "", "other", "/opt/runner")}),
+              (std::vector<pid_t>{900, 901}));
+    EXPECT_FALSE(ResolveText("pid:7").mIdentity);
 }
 
-TEST(Sources, ANameThatSeveralApplicationsShareIsRefusedAndTellsThemApart)
+TEST(Sources, AMissSaysWhatPlaysWithTheClosestNameFirst)
 {
-    const Resolution resolution = ResolveText("app:mpv");
-    EXPECT_TRUE(resolution.mProcesses.empty());
-    EXPECT_NE(resolution.mError.find("pid:200"), std::string::npos);
-    EXPECT_NE(resolution.mError.find("pid:201"), std::string::npos);
+    EXPECT_TRUE(ResolveText("app:mvp").mError.starts_with("No application matches 'mvp'. Playing now: mpv, "))
+        << ResolveText("app:mvp").mError;
+    EXPECT_NE(ResolveText("pid:8").mError.find("number 8"), std::string::npos);
+    EXPECT_NE(ResolveText("id:mozilla").mError.find("now: org.mozilla.firefox"), std::string::npos);
+}
+
+TEST(Sources, ANameThatDifferentApplicationsShareIsRefusedAndTellsThemApart)
+{
+    for (const auto& [text, names] :
+         {std::pair{"app:mpv", std::array{"pid:200", "pid:210"}}, std::pair{"app:m", std::array{"My Game", "mpv"}}}) {
+        const Resolution resolution = ResolveText(text);
+        EXPECT_TRUE(resolution.mProcesses.empty()) << text;
+        for (const char* name : names) EXPECT_NE(resolution.mError.find(name), std::string::npos) << resolution.mError;
+    }
+}
+
+TEST(Sources, DevicesAreFoundLikeApplications)
+{
+    const std::vector<Device> devices = {{"alsa.usb", "Room Mic"},
+                                         {"alsa.pci", "Line"},
+                                         {"twin", "a"},
+                                         {"twin", "b"},
+                                         {"line2", "Line Two", 0, 0, true}};
+    for (const auto& [name, uid] : {std::pair{"room mic", "alsa.usb"},
+                                    {"ALSA.PCI", "alsa.pci"},
+                                    {"LINE", "alsa.pci"},
+                                    {"mic", "alsa.usb"},
+                                    {"default", "line2"},
+                                    {"twin", ""},
+                                    {"alsa", ""},
+                                    {"", ""}}) {
+        const DeviceMatch match = MatchDevice(devices, Side::Input, name);
+        EXPECT_EQ(match.mDevice ? match.mDevice->mUID : "", uid) << name;
+        EXPECT_EQ(match.mError.empty(), match.mDevice != nullptr) << name;
+    }
 }
 
 TEST(Sources, AWrongWordIsQuotedWithAnExampleOfARightOne)

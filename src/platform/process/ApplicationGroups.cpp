@@ -115,6 +115,7 @@ Application* ApplicationGroups::Add(pid_t pid, const ServerWord& word)
     // Of several trees in one sandbox or scope, the first that was started stands for them.
     if (added || member.mTop->mStartTime < application.mStartTime) Lead(application, *member.mTop);
     application.mHelpers.push_back(pid);
+    if (application.mServerName.empty()) application.mServerName = PlainText(word.mApplicationName);
     return &application;
 }
 

@@ -22,16 +22,29 @@ bool RunsAProgram(const machine::ProcessRecord* process)
     return process && !(process->mExecutable.empty() && process->mSandboxID.empty());
 }
 
+void AddOutputs(const machine::PlaybackStream& stream, const std::vector<machine::Device>& outputs,
+                std::vector<std::string>& uids)
+{
+    for (const machine::Device& output : outputs)
+        if (std::ranges::find(stream.mOutputs, output.mID) != stream.mOutputs.end() &&
+            std::ranges::find(uids, output.mUID) == uids.end())
+            uids.push_back(output.mUID);
+}
+
 }  // namespace
 
 std::vector<Application> CopyApplications()
 {
+    const machine::ServerSnapshot server = audio::LookAtServer();
     ApplicationGroups groups(CurrentProcesses());
     const pid_t self = CurrentProcesses().Self();
-    for (const machine::PlaybackStream& stream : audio::LookAtServer().mStreams) {
+    for (const machine::PlaybackStream& stream : server.mStreams) {
         if (stream.mPID == self) continue;
         const ServerWord word{stream.mSandboxID, stream.mApplicationID, stream.mApplicationName};
-        if (Application* application = groups.Add(stream.mPID, word)) application->mPlaying |= stream.mPlaying;
+        Application* application = groups.Add(stream.mPID, word);
+        if (!application) continue;
+        application->mPlaying |= stream.mPlaying;
+        AddOutputs(stream, server.mOutputs, application->mOutputs);
     }
     std::vector<Application> applications = groups.Take();
     std::sort(applications.begin(), applications.end(), [](const Application& a, const Application& b) {

@@ -17,13 +17,15 @@ enum class IdentifierSource { SandboxID, DesktopScope, DesktopEntry, ServerPrope
 struct Application {
     pid_t mPID = 0;           // the topmost process of the group
     uint64_t mStartTime = 0;  // of that process; opaque, and later for one that was started later
-    std::string mName;        // for people; what "app:NAME" is compared with
+    std::string mName;        // for people
     std::string mIdentifier;
     IdentifierSource mIdentifierSource = IdentifierSource::Executable;
     std::string mExecutable;  // absolute path; empty where it may not be read
     bool mHidden = false;     // the desktop knows it, and shows it in no menu: others start it
     bool mPlaying = false;
-    std::vector<pid_t> mHelpers;  // further processes of the group that were looked at
+    std::vector<pid_t> mHelpers;        // further processes of the group that were looked at
+    std::string mServerName;            // as it introduced itself to the audio server; empty where it has no stream
+    std::vector<std::string> mOutputs;  // UIDs of the outputs that its streams play on, each once
 };
 
 /// The applications that have a stream on the audio server, by name, this process left out. Helpers are those of their

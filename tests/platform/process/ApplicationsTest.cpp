@@ -47,12 +47,15 @@ TEST_F(Applications, HelpersFoldIntoTheTopmostProcessOfTheirProgram)
     Process(32, 20, "/opt/browser");
     Process(40, 10, "/opt/browser");
     Stream(31, false).mApplicationName = "Browser";
-    Stream(32);
+    mMachine.mServer.mSnapshot.mOutputs = {{7, "speakers", "", 0, {}}, {8, "headset", "", 0, {}}};
+    Stream(32).mOutputs = {8, 99};
     Stream(40, false);
     const std::vector<Application> found = CopyApplications();
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].mPID, 20);
     EXPECT_EQ(found[0].mName, "Browser");
+    EXPECT_EQ(found[0].mServerName, "Browser");
+    EXPECT_THAT(found[0].mOutputs, ElementsAre("headset"));
     EXPECT_TRUE(found[0].mPlaying);
     EXPECT_THAT(found[0].mHelpers, ElementsAre(31, 32));
     EXPECT_EQ(found[1].mPID, 40);
