@@ -1,23 +1,27 @@
 #include "record/RecordingFile.h"
 
 #include "record/WavFile.h"
-
+#include "support/FileFaults.h"
 #include "support/FolderTree.h"
 #include "support/Recording.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
 #include <cerrno>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
+#include <iterator>
+#include <map>
 
-#include <sys/resource.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace record {
@@ -26,76 +30,173 @@ namespace {
 namespace fs = std::filesystem;
 using support::ReadRecording;
 using support::Recording;
+using testing::ElementsAre;
 
-/// A file of `channels` at 48 kHz.
-FileSettings Settings(const std::string& path, SampleFormat format = SampleFormat::Float32, bool replace = false)
+constexpr SampleFormat kF32 = SampleFormat::Float32, kS24 = SampleFormat::Signed24, kS16 = SampleFormat::Signed16;
+
+std::string Bytes(const std::string& path)
 {
-    return {.mPath = path, .mFormat = format, .mReplace = replace};
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
-class RecordingFileTest : public ::testing::Test {
+/// Values that 16 bits hold exactly, each channel another.
+std::vector<float> Ramp(size_t frames, unsigned channels = 2)
+{
+    std::vector<float> samples;
+    for (size_t i = 0; i < frames * channels; ++i) samples.push_back(float(int(i * 7 % 65536) - 32768) / 32768.0f);
+    return samples;
+}
+
+bool StartsWith(const std::vector<float>& whole, const std::vector<float>& part)
+{
+    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
+class RecordingFileTest : public testing::Test {
 protected:
-    std::string Path(const char* name = "a.wav") const { return mFolder.Path(name); }
+    std::string Path(const std::string& name = "a.wav") const { return mFolder.Root() + "/" + name; }
+    /// Names and content of all that lies in the folder.
+    std::map<std::string, std::string> Content() const
+    {
+        std::map<std::string, std::string> content;
+        for (const auto& entry : fs::directory_iterator(mFolder.Root()))
+            content[entry.path().filename()] = fs::is_regular_file(entry.symlink_status()) ? Bytes(entry.path()) : "?";
+        return content;
+    }
 
     const support::FolderTree mFolder;
 };
 
-std::vector<float> Ramp(size_t frames)
-{
-    std::vector<float> samples(2 * frames);
-    for (size_t f = 0; f < frames; ++f) {
-        samples[2 * f] = float(f % 32768) / 32768.0f;
-        samples[2 * f + 1] = -samples[2 * f];
+/// Standard output for as long as it lives.
+class StandardOutput {
+public:
+    explicit StandardOutput(int descriptor)
+    {
+        std::fflush(stdout);
+        dup2(descriptor, STDOUT_FILENO);
+        close(descriptor);
     }
-    return samples;
+    ~StandardOutput()
+    {
+        dup2(mKept, STDOUT_FILENO);
+        close(mKept);
+    }
+
+private:
+    const int mKept = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+};
+
+struct FormRow {
+    const char* mName;
+    SampleFormat mFormat;
+    unsigned mChannels;
+    size_t mFrames;
+    int mMajorFormat;
+    uint32_t mMaskInFile = 0;
+    bool mTracksAreApart = false;
+    uint32_t mMask = 0;
+};
+
+TEST_F(RecordingFileTest, EveryFormIsReadBackAsItWasWritten)
+{
+    const FormRow rows[] = {
+        {"a.wav", kF32, 2, 10000, SF_FORMAT_WAV},
+        {"a.wav", kS16, 1, 4097, SF_FORMAT_WAV},
+        {"a.wav", kS24, 2, 10000, SF_FORMAT_WAVEX, 0x3},
+        {"a.wav", kS24, 1, 3, SF_FORMAT_WAVEX, 0x4},
+        {"a.wav", kF32, 6, 5000, SF_FORMAT_WAVEX, 0x3F},
+        {"a.wav", kS16, 4, 5000, SF_FORMAT_WAVEX, 0, true},
+        {"a.wav", kS16, 4, 5000, SF_FORMAT_WAVEX, 0x107, false, 0x107},
+        {"a.wav", kF32, 64, 500, SF_FORMAT_WAVEX, 0},
+        {"a.flac", kS24, 2, 10000, SF_FORMAT_FLAC},
+        {"a.flac", kS16, 1, 3, SF_FORMAT_FLAC},
+        {"a.flac", kS24, 8, 9000, SF_FORMAT_FLAC},
+        {"a.flac", kS16, 4, 5000, SF_FORMAT_FLAC, 0, true},
+    };
+    for (const FormRow& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.mName << " " << int(row.mFormat) << " x " << row.mChannels);
+        FileSettings settings{.mPath = Path(row.mName),
+                              .mFormat = row.mFormat,
+                              .mChannels = row.mChannels,
+                              .mRateHz = 44100,
+                              .mReplace = true,
+                              .mChannelMask = row.mMask,
+                              .mTracksAreApart = row.mTracksAreApart};
+        SampleFormat usual;
+        ASSERT_EQ(ReadFileType(settings.mPath, settings.mType, usual), "");
+        const std::vector<float> samples = Ramp(row.mFrames, row.mChannels);
+        RecordingFile file(settings);
+        ASSERT_EQ(file.Open(), 0);
+        ASSERT_EQ(file.Write(samples.data(), row.mFrames), 0);
+        ASSERT_EQ(file.Close(), 0);
+        EXPECT_EQ(file.Frames(), row.mFrames);
+        EXPECT_TRUE(settings.mType == FileType::Flac || fs::file_size(settings.mPath) % 2 == 0) << "chunks are padded";
+
+        SF_INFO info = {};
+        sf_close(sf_open(settings.mPath.c_str(), SFM_READ, &info));
+        EXPECT_EQ(info.format & SF_FORMAT_TYPEMASK, row.mMajorFormat);
+        if (row.mMajorFormat == SF_FORMAT_WAVEX) {
+            EXPECT_EQ(std::memcmp(Bytes(settings.mPath).data() + 76, &row.mMaskInFile, 4), 0);
+        }
+        const Recording recording = ReadRecording(settings.mPath);
+        EXPECT_EQ(recording.mRateHz, 44100);
+        EXPECT_EQ(recording.mChannels, int(row.mChannels));
+        EXPECT_EQ(recording.mSamples, samples);
+    }
+    EXPECT_THAT(Bytes(Path("a.flac")), testing::HasSubstr("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0000"));
 }
 
-TEST_F(RecordingFileTest, EveryFormatIsReadBackAsItWasWritten)
+TEST_F(RecordingFileTest, RawFilesHoldSamplesAndNothingElse)
 {
-    const std::vector<float> samples = Ramp(10000);
-    for (const SampleFormat format : {SampleFormat::Float32, SampleFormat::Signed24, SampleFormat::Signed16}) {
-        RecordingFile writer({.mPath = Path(), .mFormat = format, .mRateHz = 44100, .mReplace = true});
-        ASSERT_EQ(writer.Open(), 0);
-        ASSERT_EQ(writer.Write(samples.data(), 10000), 0);
-        ASSERT_EQ(writer.Close(), 0);
-        const Recording recording = ReadRecording(Path());
-        EXPECT_EQ(recording.mRateHz, 44100);
-        EXPECT_EQ(recording.mChannels, 2);
-        EXPECT_EQ(recording.mSamples, samples) << "16 bits hold these values exactly, so every format gives them back";
-    }
+    const float samples[] = {0.5f, -1.0f};
+    RecordingFile file({.mPath = Path("a.raw"), .mType = FileType::Raw, .mFormat = kS24, .mChannels = 1});
+    ASSERT_EQ(file.Open(), 0);
+    ASSERT_EQ(file.Write(samples, 2), 0);
+    ASSERT_EQ(file.Close(), 0);
+    EXPECT_EQ(Bytes(Path("a.raw")), std::string("\x00\x00\x40\x00\x00\x80", 6));
 }
 
 TEST_F(RecordingFileTest, IntegersRoundToTheNearestAndClipAtFullScale)
 {
     const float samples[] = {1.0f, -1.0f, 1.5f, -1.5f, 0.4f / 32768, -0.6f / 32768, std::nanf(""), 0.0f};
-    RecordingFile writer(Settings(Path(), SampleFormat::Signed16));
-    ASSERT_EQ(writer.Open(), 0);
-    ASSERT_EQ(writer.Write(samples, 4), 0);
-    EXPECT_EQ(writer.ClippedSamples(), 3u) << "1.0 has no 16-bit value, 1.5 and -1.5 lie beyond";
-    ASSERT_EQ(writer.Close(), 0);
-    const float kOne = 1.0f / 32768;
-    EXPECT_EQ(ReadRecording(Path()).mSamples, (std::vector<float>{1 - kOne, -1, 1 - kOne, -1, 0, -kOne, 0, 0}));
+    const float one = 1.0f / 32768;
+    for (const FileType type : {FileType::Wav, FileType::Flac}) {
+        RecordingFile file({.mPath = Path(), .mType = type, .mFormat = kS16, .mReplace = true});
+        ASSERT_EQ(file.Open(), 0);
+        ASSERT_EQ(file.Write(samples, 4), 0);
+        EXPECT_EQ(file.ClippedSamples(), 3u) << "1.0 has no 16-bit value, 1.5 and -1.5 lie beyond";
+        ASSERT_EQ(file.Close(), 0);
+        EXPECT_EQ(ReadRecording(Path()).mSamples, (std::vector<float>{1 - one, -1, 1 - one, -1, 0, -one, 0, 0}));
+    }
 }
 
 TEST_F(RecordingFileTest, AFileThatIsNeverClosedReadsUpToTheLastHeader)
 {
-    const std::vector<float> samples = Ramp(3000);
-    RecordingFile writer(Settings(Path()));
-    ASSERT_EQ(writer.Open(), 0);
-    ASSERT_EQ(writer.Write(samples.data(), 2000), 0);
-    ASSERT_EQ(writer.UpdateHeader(), 0);
-    ASSERT_EQ(writer.Write(samples.data() + 4000, 1000), 0);
-    fs::copy_file(Path(), Path("killed.wav"));  // what a killed program leaves
-    const Recording recording = ReadRecording(Path("killed.wav"));
-    ASSERT_GE(recording.Frames(), 2000u);
-    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + 4000, recording.mSamples.begin()));
+    const std::vector<float> samples = Ramp(30000);
+    for (const FileType type : {FileType::Wav, FileType::Flac}) {
+        RecordingFile file({.mPath = Path(), .mType = type, .mFormat = kS24, .mReplace = true});
+        ASSERT_EQ(file.Open(), 0);
+        ASSERT_EQ(file.Write(samples.data(), 20000), 0);
+        ASSERT_EQ(file.UpdateHeader(), 0);
+        ASSERT_EQ(file.Write(samples.data() + 40000, 10000), 0);
+        // What a killed program leaves. The older file of this name is still there in the second round.
+        const auto content = Content();
+        std::ofstream(Path("killed"), std::ios::binary) << content.begin()->second;
+        file.Close();
+        const Recording recording = ReadRecording(Path("killed"));
+        EXPECT_GT(recording.Frames(), type == FileType::Wav ? 19999u : 20000u - 2 * 4096u);
+        EXPECT_TRUE(StartsWith(samples, recording.mSamples));
+        fs::remove(Path("killed"));
+    }
 }
 
 TEST_F(RecordingFileTest, FourGigabytesAreNoLimit)
 {
-    const uint64_t limit = 0xFFFFFFFF / 8;
-    for (const uint64_t frames : {limit - 12, limit - 10, limit + 1, 3 * limit}) {
-        const auto header = MakeWavHeader({SampleFormat::Float32, 2, 192000}, frames, false);
+    const uint64_t limit = (0xFFFFFFFF - 86) / 8;  // frames whose size a plain header can just say
+    for (const uint64_t frames : {limit - 1, limit, limit + 1, 3 * limit}) {
+        const auto header = MakeWavHeader({kF32, 2, 192000}, frames, false);
+        EXPECT_EQ(std::memcmp(header.data(), frames > limit ? "RF64" : "RIFF", 4), 0) << frames;
         const float last[2] = {0.25f, -0.5f};
         std::ofstream out(Path(), std::ios::binary);
         out.write(reinterpret_cast<const char*>(header.data()), std::streamsize(header.size()));
@@ -104,43 +205,290 @@ TEST_F(RecordingFileTest, FourGigabytesAreNoLimit)
         out.close();
 
         SF_INFO info = {};
-        SNDFILE* file = sf_open(Path().c_str(), SFM_READ, &info);
-        ASSERT_NE(file, nullptr) << frames;
+        SNDFILE* reader = sf_open(Path().c_str(), SFM_READ, &info);
+        ASSERT_NE(reader, nullptr) << frames;
         EXPECT_EQ(info.frames, sf_count_t(frames));
         float read[2] = {};
-        EXPECT_EQ(sf_seek(file, -1, SEEK_END), sf_count_t(frames - 1));
-        EXPECT_EQ(sf_readf_float(file, read, 1), 1);
+        EXPECT_EQ(sf_seek(reader, -1, SEEK_END), sf_count_t(frames - 1));
+        EXPECT_EQ(sf_readf_float(reader, read, 1), 1);
         EXPECT_EQ(std::memcmp(read, last, sizeof(last)), 0);
-        sf_close(file);
+        sf_close(reader);
+    }
+    // A RIFF size of 32 set bits means "until the end": with one byte a frame less, every size occurs.
+    EXPECT_EQ(MakeWavHeader({kS16, 1, 48000}, (0xFFFFFFFE - 86) / 2, false)[0], 'R');
+}
+
+TEST_F(RecordingFileTest, WhicheverCallFailsTheOldFileOrWholeNewFramesAreThere)
+{
+    constexpr unsigned kRateHz = 2000;
+    constexpr size_t kFrames = 10000;
+    const std::vector<float> samples = Ramp(kFrames, 1);
+    for (const FileType type : {FileType::Wav, FileType::Flac, FileType::Raw}) {
+        const char* name = type == FileType::Raw ? "a.raw" : "a";
+        for (const bool replace : {false, true}) {
+            int calls = 1000;
+            for (int failing = 0; failing < calls; ++failing) {
+                for (const auto& [left, bytes] : Content()) fs::remove(Path(left));
+                if (replace) mFolder.Write(name, "precious");
+                support::FileFaults faults(failing);
+                faults.mError = EIO;
+                faults.mMostBytes = 1001;
+                RecordingFile file({.mPath = Path(name),
+                                    .mType = type,
+                                    .mFormat = kS24,
+                                    .mChannels = 1,
+                                    .mRateHz = kRateHz,
+                                    .mReplace = replace});
+                faults.Start();
+                int error = file.Open();
+                const bool opened = error == 0;
+                for (size_t at = 0; at < kFrames && error == 0; at += 1000) {
+                    error = file.Write(samples.data() + at, 1000);
+                    if (const int failed = file.UpdateHeader(); error == 0) error = failed;
+                }
+                const int closed = opened ? file.Close() : error;
+                faults.Stop();
+                SCOPED_TRACE(testing::Message() << int(type) << replace << failing << " of " << faults.mOrder);
+                if (faults.mCalls <= failing) {
+                    calls = failing;
+                    EXPECT_EQ(closed, 0);
+                }
+                const auto content = Content();
+                EXPECT_EQ(content.size(), opened || replace ? 1u : 0u);
+                if (content.empty()) continue;
+                const auto& [left, bytes] = *content.begin();
+                if (bytes == "precious") {
+                    EXPECT_EQ(error, EIO);
+                    EXPECT_EQ(file.Frames(), 0u);
+                    continue;
+                }
+                EXPECT_THAT(file.Paths(), ElementsAre(Path(left)));
+                if (type == FileType::Raw) {
+                    EXPECT_EQ(bytes.size(), 3 * file.Frames());
+                    continue;
+                }
+                if (replace) {
+                    EXPECT_THAT(faults.mOrder, testing::ContainsRegex("f[^w]*r")) << "synced before it has the name";
+                }
+                const Recording recording = ReadRecording(Path(left));
+                EXPECT_TRUE(StartsWith(samples, recording.mSamples));
+                EXPECT_TRUE(recording.Frames() == file.Frames() || closed == EIO);
+                if (type == FileType::Wav && (faults.mOrder + ".")[size_t(failing)] != 't') {
+                    EXPECT_EQ(bytes.size(), 116 + 3 * file.Frames() + file.Frames() % 2);
+                }
+            }
+            EXPECT_GT(calls, 20);
+            EXPECT_LT(calls, 1000);
+        }
     }
 }
 
-TEST_F(RecordingFileTest, AFullDiskLeavesAFileOfWholeFrames)
+TEST_F(RecordingFileTest, PathsThatCannotBeWrittenAreRefusedAndLeftAlone)
 {
-    // The limit on file size stands for the disk: it too lets a write through in part, then refuses.
-    std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {100'001, RLIM_INFINITY};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    const std::vector<float> samples = Ramp(50000);
-    RecordingFile writer(Settings(Path()));
-    ASSERT_EQ(writer.Open(), 0);
-    EXPECT_EQ(writer.Write(samples.data(), 50000), EFBIG);
-    EXPECT_EQ(writer.Close(), EFBIG);
-    const Recording recording = ReadRecording(Path());
-    EXPECT_EQ(recording.Frames(), writer.Frames());
-    EXPECT_GE(recording.Frames(), 8192u);
-    EXPECT_TRUE(std::equal(recording.mSamples.begin(), recording.mSamples.end(), samples.begin()));
+    mFolder.Write("old.wav", "precious");
+    fs::create_directory(Path("folder"));
+    fs::create_symlink("old.wav", Path("link.wav"));
+    fs::create_symlink("nowhere", Path("dangling.wav"));
+    fs::create_symlink("loop", Path("loop"));
+    sockaddr_un address = {AF_UNIX, {}};
+    Path("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    mkfifo(Path("fifo").c_str(), 0600);
+    const auto before = Content();
+    struct Row {
+        std::string mName;
+        bool mReplace;
+        int mError;
+        const char* mSays;
+        uint64_t mMostFrames = 0;
+    };
+    const Row rows[] = {
+        {"old.wav", false, EEXIST, "--force"},
+        {"link.wav", false, ELOOP, "a link to 'old.wav'"},
+        {"link.wav", true, ELOOP, "a link to 'old.wav'"},
+        {"dangling.wav", true, ELOOP, "a link to 'nowhere'"},
+        {"loop/x.wav", true, ELOOP, "leads to itself"},
+        {"folder", true, EISDIR, "is a folder"},
+        {"folder/", true, EISDIR, "is a folder"},
+        {"folder/..", true, EISDIR, "is a folder"},
+        {"old.wav/x.wav", true, ENOTDIR, "Not a directory"},
+        {"absent/x.wav", true, ENOENT, "does not exist"},
+        {"socket", true, ENOTSUP, "neither"},
+        {std::string(300, 'a') + ".wav", true, ENAMETOOLONG, "too long"},
+        {std::string(250, 'a') + ".wav", true, ENAMETOOLONG, "too long", 1000},
+        {"\x1B[31mred\n/x.wav", true, ENOENT, "?[31mred?"},
+    };
+    for (const Row& row : rows) {
+        RecordingFile file({.mPath = Path(row.mName), .mReplace = row.mReplace, .mMostFrames = row.mMostFrames});
+        EXPECT_EQ(file.Check(), row.mError) << row.mName;
+        EXPECT_THAT(DescribeFileError(Path(row.mName), row.mError), testing::HasSubstr(row.mSays));
+        if (row.mMostFrames != 0) continue;
+        EXPECT_EQ(file.Open(), row.mError) << row.mName;
+        EXPECT_EQ(file.Close(), row.mError);
+    }
+    EXPECT_EQ(RecordingFile({.mPath = Path("fifo")}).Open(), ENXIO) << "nothing reads from it, and Open does not wait";
+    EXPECT_EQ(Content(), before);
+    close(socket);
 }
 
-TEST_F(RecordingFileTest, AFileThatExistsOrALinkIsNotTouched)
+TEST_F(RecordingFileTest, AnOlderFileStaysUntilThereIsASecondOfSound)
 {
-    std::ofstream(Path()) << "precious";
-    fs::create_symlink(Path(), Path("link.wav"));
-    EXPECT_EQ(RecordingFile(Settings(Path())).Open(), EEXIST);
-    EXPECT_EQ(RecordingFile(Settings(Path("link.wav"), SampleFormat::Float32, true)).Open(), ELOOP);
-    std::string text;
-    std::ifstream(Path()) >> text;
-    EXPECT_EQ(text, "precious");
+    const std::vector<float> samples = Ramp(1000);
+    struct Row {
+        size_t mFrames;
+        bool mAbandon;
+        bool mReplacedBefore, mReplacedAfter;
+    };
+    for (const Row& row : {Row{0, false, false, false}, Row{1, false, false, true}, Row{999, true, false, false},
+                           Row{1000, false, true, true}, Row{1000, true, true, true}}) {
+        SCOPED_TRACE(testing::Message() << row.mFrames << row.mAbandon);
+        mFolder.Write("a.wav", "precious");
+        RecordingFile file({.mPath = Path(), .mRateHz = 1000, .mReplace = true});
+        ASSERT_EQ(file.Check(), 0);
+        ASSERT_EQ(file.Open(), 0);
+        ASSERT_EQ(file.Write(samples.data(), row.mFrames), 0);
+        EXPECT_EQ(Bytes(Path()) != "precious", row.mReplacedBefore);
+        row.mAbandon ? file.Abandon() : void(file.Close());
+        EXPECT_EQ(Bytes(Path()) != "precious", row.mReplacedAfter);
+        EXPECT_EQ(Content().size(), 1u);
+        if (row.mReplacedAfter) {
+            EXPECT_EQ(ReadRecording(Path()).Frames(), row.mFrames);
+        }
+        fs::remove(Path());
+    }
+    RecordingFile file({.mPath = Path()});
+    ASSERT_EQ(file.Open(), 0);
+    file.Abandon();
+    EXPECT_EQ(Content().size(), 0u);
+}
+
+TEST_F(RecordingFileTest, ANewFileBeginsWithoutALostFrameAndPassesOverTakenNames)
+{
+    const std::vector<float> samples = Ramp(9500);
+    for (const FileType type : {FileType::Wav, FileType::Flac}) {
+        for (const auto& [name, bytes] : Content()) fs::remove(Path(name));
+        mFolder.Write("a.b-002.wav", "precious");
+        RecordingFile file({.mPath = Path("a.b.wav"), .mType = type, .mFormat = kS16, .mMostFrames = 4500});
+        ASSERT_EQ(file.Open(), 0);
+        for (size_t at = 0; at < 9500; at += 950) ASSERT_EQ(file.Write(samples.data() + 2 * at, 950), 0);
+        ASSERT_EQ(file.Close(), 0);
+        EXPECT_EQ(file.Frames(), 9500u);
+        EXPECT_THAT(file.Paths(), ElementsAre(Path("a.b.wav"), Path("a.b-003.wav"), Path("a.b-004.wav")));
+        std::vector<float> together;
+        for (const std::string& path : file.Paths()) {
+            const Recording part = ReadRecording(path);
+            EXPECT_EQ(part.Frames(), path == file.Paths().back() ? 500u : 4500u);
+            together.insert(together.end(), part.mSamples.begin(), part.mSamples.end());
+        }
+        EXPECT_EQ(together, samples);
+        EXPECT_EQ(Bytes(Path("a.b-002.wav")), "precious");
+    }
+}
+
+TEST_F(RecordingFileTest, StandardOutputThatIsAFileHasATrueHeaderWhereTheRecordingBegins)
+{
+    const std::vector<float> samples = Ramp(1001, 1);
+    for (const int flags : {O_RDWR, O_WRONLY | O_APPEND}) {
+        for (const bool abandons : {false, true}) {
+            mFolder.Write("out", "before!");
+            {
+                const StandardOutput output(open(Path("out").c_str(), flags));
+                lseek(STDOUT_FILENO, flags & O_APPEND ? 0 : 7, SEEK_SET);
+                RecordingFile file({.mPath = "-", .mFormat = kS24, .mChannels = 1});
+                EXPECT_EQ(file.Check(), 0);
+                EXPECT_EQ(file.Open(), 0);
+                EXPECT_EQ(file.Write(samples.data(), 1001), 0);
+                EXPECT_EQ(file.UpdateHeader(), 0);
+                abandons ? file.Abandon() : void(file.Close());
+                EXPECT_EQ(write(STDOUT_FILENO, "after", 5), 5);
+            }
+            const std::string bytes = Bytes(Path("out"));
+            EXPECT_EQ(bytes.substr(0, 7), "before!");
+            EXPECT_EQ(bytes.substr(bytes.size() - 5), "after");
+            EXPECT_EQ(bytes.size(), 7 + 5 + (abandons ? 0 : 116 + 3003 + 1));
+            if (abandons) continue;
+            mFolder.Write("cut.wav", bytes.substr(7, 116 + 3003 + 1));
+            EXPECT_EQ(ReadRecording(Path("cut.wav")).mSamples, samples);
+        }
+    }
+}
+
+TEST_F(RecordingFileTest, AStalledReaderOfAPipeHoldsNoThreadThatIsInterrupted)
+{
+    const std::vector<float> samples = Ramp(100'000);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int others = dup(ends[1]);
+    RecordingFile file({.mPath = "-"});
+    {
+        const StandardOutput output(ends[1]);
+        EXPECT_EQ(file.Open(), 0);
+        file.Interrupt();
+        EXPECT_EQ(file.Write(samples.data(), 100), 0) << "there is room in the pipe";
+        EXPECT_EQ(file.Write(samples.data() + 200, 99'900), EINTR);
+        EXPECT_EQ(file.Close(), EINTR);
+    }
+    EXPECT_EQ(fcntl(others, F_GETFL) & O_NONBLOCK, 0) << "other programs write there too";
+    std::string bytes(100'000, 0);
+    bytes.resize(size_t(read(ends[0], bytes.data(), bytes.size())));
+    EXPECT_GT(bytes.size(), 60'000u);
+    EXPECT_EQ(bytes.substr(4, 4), "\xFF\xFF\xFF\xFF") << "a stream has no end yet";
+    EXPECT_EQ(std::memcmp(bytes.data() + 94, samples.data(), bytes.size() - 94), 0);
+
+    std::signal(SIGPIPE, SIG_IGN);
+    close(ends[0]);
+    const StandardOutput output(others);
+    RecordingFile broken({.mPath = "-"});
+    EXPECT_EQ(broken.Open(), EPIPE);
+}
+
+TEST_F(RecordingFileTest, StandardOutputThatIsATerminalOrIsClosedIsRefused)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    grantpt(terminal);
+    unlockpt(terminal);
+    struct Row {
+        int mDescriptor, mError;
+    };
+    mFolder.Write("in", "");
+    for (const Row& row :
+         {Row{open(ptsname(terminal), O_RDWR | O_NOCTTY), ENOTTY}, Row{open(Path("in").c_str(), O_RDONLY), EBADF}}) {
+        const StandardOutput output(row.mDescriptor);
+        EXPECT_EQ(RecordingFile({.mPath = "-"}).Check(), row.mError);
+        EXPECT_EQ(RecordingFile({.mPath = "-"}).Open(), row.mError);
+    }
+    close(terminal);
+}
+
+TEST(FileSettings, NameTheTypeOrWhatIsWrong)
+{
+    struct Row {
+        const char* mPath;
+        const char* mWrong;  // null: nothing
+        FileType mType = FileType::Wav;
+        SampleFormat mFormat = kF32;
+    };
+    for (const Row& row : {Row{"a.wav", nullptr}, Row{"-", nullptr}, Row{"A.FLAC", nullptr, FileType::Flac, kS24},
+                           Row{"a.raw", nullptr, FileType::Raw}, Row{"a.mp3", ".flac"}, Row{"a", ".wav"},
+                           Row{".wav", ".wav"}, Row{"a.wav/b", ".wav"}}) {
+        FileType type = FileType::Wav;
+        SampleFormat format = kF32;
+        const std::string wrong = ReadFileType(row.mPath, type, format);
+        EXPECT_EQ(wrong.empty(), row.mWrong == nullptr) << row.mPath << wrong;
+        EXPECT_THAT(wrong, testing::HasSubstr(row.mWrong ? row.mWrong : ""));
+        EXPECT_EQ(type, row.mType) << row.mPath;
+        EXPECT_EQ(format, row.mFormat) << row.mPath;
+    }
+    const FileSettings flac{.mPath = "a.flac", .mType = FileType::Flac, .mFormat = kS24, .mChannels = 8};
+    EXPECT_EQ(DescribeWrongSettings(flac), "");
+    FileSettings wrong[] = {flac, flac, {.mPath = "-", .mMostFrames = 1}};
+    wrong[0].mFormat = kF32;
+    wrong[1].mChannels = 9;
+    for (const FileSettings& settings : wrong) {
+        EXPECT_NE(DescribeWrongSettings(settings), "");
+        EXPECT_EQ(RecordingFile(settings).Check(), EINVAL);
+    }
 }
 
 }  // namespace
