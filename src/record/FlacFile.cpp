@@ -126,7 +126,6 @@ int FlacFile::End()
     const bool finished = FLAC__stream_encoder_finish(mEncoder.get());
     mEnded = true;
     int error = finished ? 0 : ErrorOfEncoder();
-    if (error != 0) mDigest = {};  // of more than the file holds
     for (const int later : {mTarget.EndAt(mWholeBytes), Update()})
         if (error == 0) error = later;
     return error;

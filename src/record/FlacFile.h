@@ -34,6 +34,7 @@ public:
     int Update() override;
     int End() override;
     uint64_t Frames() const override { return mEnded ? mEncodedFrames : mFrames; }
+    uint64_t FramesInFile() const override { return mEncodedFrames; }
 
 private:
     struct Delete {

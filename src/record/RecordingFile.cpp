@@ -122,7 +122,7 @@ int RecordingFile::Write(const float* samples, size_t frames)
 int RecordingFile::WritePiece(const float* samples, size_t frames)
 {
     const int error = mFile->Write(samples, frames);
-    if (error != 0 || !mTarget.WaitsForName() || mFile->Frames() < mSettings.mRateHz) return error;
+    if (error != 0 || !mTarget.WaitsForName() || mFile->FramesInFile() < mSettings.mRateHz) return error;
     // A refusal here costs no sound: the file goes on beside the older one, and Close tries again.
     if (!std::exchange(mTriedToTakeName, true) && mFile->Update() == 0) mTarget.TakeName();
     return 0;

@@ -18,7 +18,10 @@ public:
     /// Completes the file: it ends with its last whole frame.
     virtual int End() = 0;
 
+    /// Frames that were written; after End, those that are whole in the file.
     virtual uint64_t Frames() const = 0;
+    /// Of these, frames that have left the program.
+    virtual uint64_t FramesInFile() const { return Frames(); }
     uint64_t ClippedSamples() const { return mClipped; }
 
 protected:

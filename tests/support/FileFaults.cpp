@@ -6,15 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-
-using support::FileFaults;
 
 namespace {
 
 bool Fails(char call)
 {
-    FileFaults* const faults = FileFaults::sCurrent;
+    support::FileFaults* const faults = support::FileFaults::sCurrent;
     if (!faults) return false;
     faults->mOrder += call;
     if (!faults->FailsNow()) return false;
@@ -25,7 +22,7 @@ bool Fails(char call)
 
 size_t Taken(size_t bytes)
 {
-    return FileFaults::sCurrent ? std::min(bytes, FileFaults::sCurrent->mMostBytes) : bytes;
+    return support::FileFaults::sCurrent ? std::min(bytes, support::FileFaults::sCurrent->mMostBytes) : bytes;
 }
 
 bool IsFolder(int file)
@@ -36,59 +33,29 @@ bool IsFolder(int file)
 
 }  // namespace
 
-extern "C" {
-int __real_openat(int folder, const char* path, int flags, ...);
-int __real_open(const char* path, int flags, ...);
-int __real_close(int file);
-int __real_rename(const char* from, const char* to);
-int __real_renameat(int fromFolder, const char* from, int toFolder, const char* to);
-int __real_ftruncate(int file, off_t bytes);
-ssize_t __real_write(int file, const void* data, size_t bytes);
-ssize_t __real_pwrite(int file, const void* data, size_t bytes, off_t offset);
+// A call named in the linker's list arrives at __wrap_..., and finds the system's as __real_...
+#define WRAP(result, call, letter, parameters, ...) \
+    extern "C" result __real_##call parameters;     \
+    extern "C" result __wrap_##call parameters      \
+    {                                               \
+        return Fails(letter) ? -1 : __VA_ARGS__;    \
+    }
 
-int __wrap_open(const char* path, int flags, ...)
-{
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return Fails('o') ? -1 : __real_open(path, flags, mode);
-}
-int __wrap_openat(int folder, const char* path, int flags, ...)
-{
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return Fails('o') ? -1 : __real_openat(folder, path, flags, mode);
-}
-int __wrap_close(int file)
+// Where the caller leaves the mode out, the system looks at none.
+WRAP(int, open, 'o', (const char* path, int flags, mode_t mode), __real_open(path, flags, mode))
+WRAP(int, openat, 'o', (int at, const char* path, int flags, mode_t mode), __real_openat(at, path, flags, mode))
+WRAP(int, rename, 'r', (const char* from, const char* to), __real_rename(from, to))
+WRAP(int, renameat, 'r', (int a, const char* from, int b, const char* to), __real_renameat(a, from, b, to))
+WRAP(int, ftruncate, 't', (int file, off_t bytes), __real_ftruncate(file, bytes))
+WRAP(ssize_t, write, 'w', (int file, const void* data, size_t bytes), __real_write(file, data, Taken(bytes)))
+WRAP(ssize_t, pwrite, 'p', (int file, const void* data, size_t bytes, off_t at),
+     __real_pwrite(file, data, Taken(bytes), at))
+// Nothing reaches the disk sooner for a test.
+WRAP(int, fsync, IsFolder(file) ? 'd' : 'f', (int file), 0)
+
+extern "C" int __real_close(int file);
+extern "C" int __wrap_close(int file)
 {
     const int result = __real_close(file);
     return Fails('c') ? -1 : result;
-}
-int __wrap_fsync(int file)  // nothing reaches the disk sooner for a test
-{
-    return Fails(IsFolder(file) ? 'd' : 'f') ? -1 : 0;
-}
-int __wrap_rename(const char* from, const char* to)
-{
-    return Fails('r') ? -1 : __real_rename(from, to);
-}
-int __wrap_renameat(int fromFolder, const char* from, int toFolder, const char* to)
-{
-    return Fails('r') ? -1 : __real_renameat(fromFolder, from, toFolder, to);
-}
-int __wrap_ftruncate(int file, off_t bytes)
-{
-    return Fails('t') ? -1 : __real_ftruncate(file, bytes);
-}
-ssize_t __wrap_write(int file, const void* data, size_t bytes)
-{
-    return Fails('w') ? -1 : __real_write(file, data, Taken(bytes));
-}
-ssize_t __wrap_pwrite(int file, const void* data, size_t bytes, off_t offset)
-{
-    return Fails('p') ? -1 : __real_pwrite(file, data, Taken(bytes), offset);
-}
 }

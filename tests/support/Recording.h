@@ -1,4 +1,4 @@
-// Recording: a WAV file as an independent reader sees it.
+// Recording: a file of sound as an independent reader sees it.
 #pragma once
 
 #include "support/SignalAnalysis.h"
@@ -26,10 +26,13 @@ inline Recording ReadRecording(const std::filesystem::path& file)
     SF_INFO info = {};
     SNDFILE* reader = sf_open(file.c_str(), SFM_READ, &info);
     if (!reader) throw std::runtime_error(file.string() + ": " + sf_strerror(nullptr));
-    std::vector<float> samples(size_t(info.frames) * size_t(info.channels));
-    const sf_count_t read = sf_readf_float(reader, samples.data(), info.frames);
+    // In pieces: a file need not say how long it is.
+    std::vector<float> samples, piece(4096 * size_t(info.channels));
+    for (sf_count_t read; (read = sf_read_float(reader, piece.data(), sf_count_t(piece.size()))) > 0;)
+        samples.insert(samples.end(), piece.begin(), piece.begin() + read);
     sf_close(reader);
-    if (read != info.frames) throw std::runtime_error(file.string() + ": it ends before it says");
+    if (info.frames != SF_COUNT_MAX && samples.size() != size_t(info.frames * info.channels))
+        throw std::runtime_error(file.string() + ": it ends before it says");
     return {info.samplerate, info.channels, std::move(samples)};
 }
 
