@@ -231,3 +231,16 @@ CVNInputStatus CVNMatrixedCapture::GetInputStatus(size_t index) const noexcept
     status.mLostFrames += losses.droppedFrames;
     return status;
 }
+
+bool CVNMatrixedCapture::TakeInputGap(size_t index, double* ahead, double* seconds) noexcept
+{
+    OSLAudio_ConvertedInputCapture& input = *mInputs[index];
+    AudioStreamBasicDescription source{};
+    double delaySeconds = 0, frames = 0;
+    if (input.GetSource()->GetAudioDesc(&source) != 0 || source.mSampleRate <= 0) return false;
+    if (!input.TakeGap(ahead, &frames)) return false;
+    input.GetGraphLatency(&delaySeconds);  // one that is not known yet is left out
+    *ahead = *ahead / source.mSampleRate + delaySeconds;
+    *seconds = frames / source.mSampleRate;
+    return true;
+}

@@ -160,6 +160,12 @@ public:
     CVNInputStatus GetInputStatus(size_t index) const noexcept;
     /// What an input's ring holds for its read head, in frames of the source. @thread the I/O thread
     double GetHeldFrames(size_t index) const noexcept { return mInputs[index]->GetHeldFrames(); }
+    /// Takes out the oldest gap in what an input's source delivered that was not taken yet.
+    ///
+    /// @param ahead    set to the seconds from the first frame of the next Render to the gap in the mix
+    /// @param seconds  set to the gap's length
+    /// @return         whether there was one @thread the I/O thread
+    bool TakeInputGap(size_t index, double* ahead, double* seconds) noexcept;
     /// Prints the state for a person.
     void Dump_Diagnostics();
 

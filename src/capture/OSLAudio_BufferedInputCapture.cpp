@@ -97,9 +97,23 @@ OSStatus OSLAudio_BufferedInputCapture::RenderCallback(UInt32* flags, const Audi
 void OSLAudio_BufferedInputCapture::CountMissed(const AudioTimeStamp& time, UInt32 frames) noexcept
 {
     const double passedOver = time.mSampleTime - mNextSampleTime;
-    if (mNextSampleTime != 0 && passedOver >= 1)
+    if (mNextSampleTime != 0 && passedOver >= 1) {
         mMissedFrames.store(GetMissedFrames() + uint64_t(passedOver), std::memory_order_relaxed);
+        mGaps.Push({mNextSampleTime, passedOver});
+    }
     mNextSampleTime = time.mSampleTime + frames;
+}
+
+bool OSLAudio_BufferedInputCapture::TakeGap(double* ahead, double* frames) noexcept
+{
+    capture::Gap gap;
+    while (mGaps.Pop(gap)) {
+        if (mFetchTime.mSampleTime == 0) continue;
+        *ahead = gap.mStart - mFetchTime.mSampleTime;
+        *frames = gap.mFrames;
+        return true;
+    }
+    return false;
 }
 
 OSStatus OSLAudio_BufferedInputCapture::Render(UInt32*, const AudioTimeStamp*, UInt32, UInt32 frames,

@@ -4,6 +4,7 @@
 // Start at Create; sound comes in through RenderCallback and leaves through Fetch.
 #pragma once
 
+#include "capture/GapQueue.h"
 #include "capture/OSLAudio_InputCapture.h"
 #include "capture/OSLAudio_Source.h"
 #include "capture/PublishedStamp.h"
@@ -84,6 +85,14 @@ public:
     /// Frames of the source's that its sample times passed over. @thread any
     uint64_t GetMissedFrames() const noexcept { return mMissedFrames.load(std::memory_order_relaxed); }
 
+    /// Takes out the oldest gap in what the source pushed that was not taken yet.
+    ///
+    /// @param ahead   set to the frames of the source from the head to the gap; below 0: the head has passed it
+    /// @param frames  set to the gap's length, in frames of the source
+    /// @return        whether there was one; none of those before the head was placed
+    /// @thread        the I/O thread @realtime yes
+    bool TakeGap(double* ahead, double* frames) noexcept;
+
     /// Stamps of the start and end of what the ring holds, as the source knows its times.
     AudioTimeStamp BufferStartTimeStamp();
     AudioTimeStamp BufferEndTimeStamp();
@@ -112,8 +121,9 @@ private:
 
     void CountMissed(const AudioTimeStamp& time, UInt32 frames) noexcept;
 
-    double mNextSampleTime = 0;               // the source's thread's: where its buffers go on; 0: none came yet
-    std::atomic<uint64_t> mMissedFrames{0};   // stored by the source's thread (relaxed: only people read it)
+    double mNextSampleTime = 0;              // the source's thread's: where its buffers go on; 0: none came yet
+    std::atomic<uint64_t> mMissedFrames{0};  // stored by the source's thread (relaxed: only people read it)
+    capture::GapQueue mGaps;
     capture::RateChanges mRateChanges;        // from the source's thread to the I/O thread
     capture::PublishedStamp mFirstInputTime;  // from the source's thread to the I/O thread
     // Stored by the source's thread, and by the I/O thread at a reset; loaded by any (relaxed: only people read it).

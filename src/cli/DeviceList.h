@@ -43,7 +43,7 @@ private:
     void PutInOrder(CFArrayRef order);
 
     std::vector<cf::Ref<cf::Object>> mForeign;  // elements that are no entries
-    int32_t mNextUID = 0;  // INT32_MAX: they are used up
+    int32_t mNextUID = 0;                       // INT32_MAX: they are used up
 };
 
 }  // namespace cli

@@ -2,12 +2,12 @@
 
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
-#include "record/Lists.h"
 #include "cli/ReadNumber.h"
 #include "cli/RecordWords.h"
 #include "cli/Sources.h"
 #include "platform/process/Applications.h"
 #include "plugin/settings/SharedPreferences.h"
+#include "record/Lists.h"
 
 #include <fmt/format.h>
 

@@ -88,24 +88,11 @@ private:
     int FindPinnedOutputs()
     {
         for (const std::string& name : mOptions.mFrom) {
-            if (const Device* output = FindDevice(mOutputs, name)) {
-                mPinned.push_back(output->mUID);
-                continue;
-            }
-            return ComplainAboutDevice("output", name, mOutputs);
+            const DeviceMatch output = MatchDevice(mOutputs, Side::Output, name);
+            if (!output.mDevice) return Complain(output.mError, kExitNotFound);
+            mPinned.push_back(output.mDevice->mUID);
         }
         return kExitDone;
-    }
-
-    static int ComplainAboutDevice(const char* kind, const std::string& name, const std::vector<Device>& there)
-    {
-        if (there.empty())
-            return Complain(fmt::format("The audio server has no {}; connect one.", kind), kExitNotFound);
-        std::vector<std::string> names;
-        for (const Device& device : there) names.push_back(device.mUID);
-        std::string text;
-        for (const std::string& uid : ClosestFirst(name, names)) text += "\n  " + uid;
-        return Complain(fmt::format("No single {} matches '{}'. These are there:{}", kind, name, text), kExitNotFound);
     }
 
     /// A track is as wide as its widest source where every source keeps its own, else as wide as was asked for.
@@ -141,20 +128,20 @@ private:
 
     int AddInput(const Source& source, SourceSettings& settings) const
     {
-        const Device* input = FindInput(mInputs, source.mValue);
-        if (!input) return ComplainAboutDevice("input", source.mValue, mInputs);
+        const DeviceMatch input = MatchDevice(mInputs, Side::Input, source.mValue);
+        if (!input.mDevice) return Complain(input.mError, kExitNotFound);
         settings.mIsInput = true;
-        settings.mInputUID = input->mUID;
-        settings.mChannels = input->mChannels;
+        settings.mInputUID = input.mDevice->mUID;
+        settings.mChannels = input.mDevice->mChannels;
         return kExitDone;
     }
 
     int AddOutput(const Source& source, FollowedSource& followed) const
     {
         if (FollowsDefault(source)) return kExitDone;
-        const Device* output = FindDevice(mOutputs, source.mValue);
-        if (!output) return ComplainAboutDevice("output", source.mValue, mOutputs);
-        followed.mPinnedOutputs = {output->mUID};
+        const DeviceMatch output = MatchDevice(mOutputs, Side::Output, source.mValue);
+        if (!output.mDevice) return Complain(output.mError, kExitNotFound);
+        followed.mPinnedOutputs = {output.mDevice->mUID};
         return kExitDone;
     }
 

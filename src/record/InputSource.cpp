@@ -6,6 +6,7 @@
 #include "platform/machine/Clock.h"
 #include "platform/machine/Machine.h"
 
+#include <cmath>
 #include <utility>
 
 namespace record {
@@ -100,8 +101,28 @@ void InputSource::Run()
 /// Until nothing more is due, or nothing more is there: after an outage the graph catches up in one wake.
 void InputSource::RenderDue()
 {
-    while (IsDue() && RenderCycle()) {
+    do {
+        CollectGaps();
+    } while (IsDue() && RenderCycle());
+}
+
+/// Gaps that the graph plays as silence; the recorder itself misses longer ones.
+void InputSource::CollectGaps()
+{
+    double ahead = 0, seconds = 0;
+    while (mCapture.TakeInputGap(0, &ahead, &seconds)) {
+        const double start = double(NextFrame()) + std::round(ahead * mGrid.RateHz());
+        if (mAlignedNanos == 0 || start < 0) continue;
+        const CAMutex::Scope lock(mGapMutex);
+        mGaps.push_back({uint64_t(start), uint64_t(std::round(seconds * mGrid.RateHz()))});
     }
+}
+
+void InputSource::CollectSilences(SilenceAccount& account, size_t source)
+{
+    const CAMutex::Scope lock(mGapMutex);
+    for (const FrameSpan& gap : mGaps) account.Add(source, SilenceCause::NotDelivered, gap);
+    mGaps.clear();
 }
 
 /// A frame is asked for when its stamp's time has come, so that the graph plays each frame when its clock means it to.
@@ -132,7 +153,7 @@ bool InputSource::RenderCycle() CORVANE_REALTIME
     }
     AudioBufferList whole{1, {{mChannels, UInt32(mInterleaved.size() * sizeof(float)), mInterleaved.data()}}};
     CAAudioBufferList::Interleave(mBuffers, &whole);
-    const uint64_t frame = mGrid.FrameAt(mAlignedNanos - mLatencyNanos) + mRendered;
+    const uint64_t frame = NextFrame();
     mStrand.Put(frame, mInterleaved.data(), kCycleFrames);
     if (mFirstSound.load(std::memory_order_relaxed) == 0) mFirstSound.store(frame, std::memory_order_relaxed);
     mRendered += kCycleFrames;

@@ -25,8 +25,13 @@ public:
     void Stop() override;
     Strand& GetStrand() override { return mStrand; }
     uint64_t DelayNanos() const override;
-    void CollectSilences(SilenceAccount&, size_t) override {}
-    void CollectOpenSilence(SilenceAccount&, size_t, uint64_t) override {}
+    void CollectSilences(SilenceAccount& account, size_t source) override;
+    /// An input that brings nothing is missed by the recorder itself.
+    void CollectOpenSilence(SilenceAccount& account, size_t source, uint64_t) override
+    {
+        CollectSilences(account, source);
+    }
+    uint64_t ClippedSamples() const override { return mCapture.GetRenderCounts().mClippedSamples; }
     std::optional<uint64_t> FirstSound() override;
 
 private:
@@ -37,6 +42,8 @@ private:
     void RenderDue();
     bool RenderCycle() CORVANE_REALTIME;
     bool IsDue() const noexcept;
+    void CollectGaps();
+    uint64_t NextFrame() const noexcept { return mGrid.FrameAt(mAlignedNanos - mLatencyNanos) + mRendered; }
 
     const FrameGrid mGrid;
     const std::string mUID;
@@ -55,6 +62,9 @@ private:
     uint64_t mRendered = 0;      // frames since then
     AudioBufferList* mBuffers = nullptr;
     std::vector<float> mInterleaved;
+
+    CAMutex mGapMutex{"InputSource"};  // for what follows: the thread's and the writer's
+    std::vector<FrameSpan> mGaps;
 
     std::atomic<uint64_t> mFirstSound{0};  // stored by the thread, loaded by the writer; a number, no order needed
 };

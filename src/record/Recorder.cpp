@@ -184,6 +184,7 @@ RecordingState Recorder::TakeState()
     RecordingState state;
     state.mFrames = mFramesWritten.load(std::memory_order_relaxed);
     state.mClippedSamples = mClipped.load(std::memory_order_relaxed);
+    for (const Input& input : mInputs) state.mClippedSamples += input.mSource->ClippedSamples();
     state.mWriteError = mWriteError.load(std::memory_order_relaxed);
     for (auto& peak : mPeaks) state.mPeaks.push_back(peak.exchange(0, std::memory_order_relaxed));
     unsigned first = 0;

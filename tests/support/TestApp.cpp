@@ -181,7 +181,8 @@ private:
 
     uint64_t mFrame = 0;
     uint64_t mFirstPosition = 0, mFirstCount = 0;
-    uint64_t mAsked = 0;  // frames since the first position that we were asked for or have missed
+    uint32_t mClockID = 0;  // of the driver
+    uint64_t mAsked = 0;    // frames since the first position that we were asked for or have missed
     int64_t mMissed = 0;
 };
 
@@ -217,6 +218,13 @@ void Player::NotePosition()
         if (mOptions.mFromHostTime)
             mFirstCount = static_cast<uint64_t>(static_cast<double>(position->clock.nsec) * 1e-9 * mOptions.mRateHz);
     }
+    if (mOptions.mFromHostTime && position->clock.id != mClockID) {
+        // Another driver counts from elsewhere: the host clock says which frame is due.
+        mFirstPosition = position->clock.position - mAsked;
+        mFrame =
+            static_cast<uint64_t>(static_cast<double>(position->clock.nsec) * 1e-9 * mOptions.mRateHz) - mFirstCount;
+    }
+    mClockID = position->clock.id;
     const uint64_t due = position->clock.position - mFirstPosition;
     mMissed += static_cast<int64_t>(due - mAsked);
     if (mOptions.mFromHostTime) mFrame += due - mAsked;  // a cycle that was missed does not make the count late
