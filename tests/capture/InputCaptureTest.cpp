@@ -129,6 +129,10 @@ TEST_F(InputCapture, HandsOnWhatTheDeviceBrings)
     EXPECT_EQ(mCapture.TranslateTime(&in, &out), 0);
     EXPECT_EQ(out.mSampleTime, 100);
     EXPECT_EQ(mTaken, (std::array<float, 8>{1, 5, 2, 6, 3, 7, 4, 8}));
+    mTaken = {};
+    UInt32 flags = 0;
+    EXPECT_NE(mCapture.RenderCallback(&flags, &in, 1, 4, nullptr), 0) << "the device has brought nothing";
+    EXPECT_EQ(mTaken, (std::array<float, 8>{})) << "and nothing old is taken for it";
     EXPECT_EQ(mCapture.Uninitialize(), 0);
     EXPECT_EQ(mMachine.mServer.Deliver("pair", CaptureCycle{}), 0u);
 }

@@ -78,6 +78,10 @@ TEST(ConvertedInput, SkippingCountsTheSourcesFramesAndDropsAFraction)
     EXPECT_EQ(rig.Readable(), 4800u - 481);
     rig.mInput.OSLAudio_BufferedInputCapture::SkipFrames(100);
     EXPECT_EQ(rig.Readable(), 4800u - 581);
+    rig.mSource->Push(4800, 480);
+    EXPECT_EQ(rig.mInput.GetMissedFrames(), 0u);
+    rig.mSource->Push(5290, 480);
+    EXPECT_EQ(rig.mInput.GetMissedFrames(), 10u);
 }
 
 TEST(ConvertedInput, PullsFewerFramesOfASlowCrystalAndTakesNoScalarOfZero)

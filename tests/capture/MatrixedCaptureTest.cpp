@@ -206,6 +206,23 @@ TEST_F(MatrixedCapture, AnAlignmentOlderThanTheRingsTakesNewFirstStamps)
     EXPECT_EQ(Behind(), 0u);
 }
 
+TEST_F(MatrixedCapture, ANewAlignmentKeepsNothingOfTheOldInChainsAndMixer)
+{
+    FakeSource& equal = Add(48000);
+    FakeSource& faster = Add(96000);
+    Start();
+    equal.Push(600'000, 20'000, 5000);
+    faster.Push(600'000, 2 * 2 * kFrames + 600, 5000);  // enough for two pulls, and for the look at a third
+    for (int cycle = 0; cycle < 3; ++cycle) Render();   // the mixer keeps what the equal one gave in the last
+    mCapture.AdjustReadTime(-300'000);
+    Render();
+    Render();
+    ASSERT_FALSE(mCapture.GetInputStatus(0).mHasData);
+    for (FakeSource* const source : {&equal, &faster}) source->Push(700'000, 20'000, 6000);
+    EXPECT_EQ(Render()[0][0], 0) << "the delay begins with silence";
+    EXPECT_NE(Render()[0][0], 0);
+}
+
 TEST_F(MatrixedCapture, InputsBehindInOneCycleCountOnceEach)
 {
     FakeSource& first = Add();
@@ -357,6 +374,7 @@ TEST_F(MatrixedCapture, AnotherRateWhileRunningGivesNothingUntilTheNextStart)
     Start();
     next.Push(0, 20000);
     EXPECT_FALSE(Render(0, 1024).IsSilent());
+    EXPECT_NE(Diagnostics().find("mRenderCount: 2\n"), std::string::npos) << "counted in the second graph, too";
 }
 
 }  // namespace

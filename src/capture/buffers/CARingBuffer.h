@@ -54,7 +54,8 @@ public:
 
     /// Puts frames into the ring. A gap since the last store becomes silence; a step back in time empties the ring.
     /// Of a gap of more than 1 MiB each store silences that much. The span grows by it, and holds the frames beyond the
-    /// gap when that is done.
+    /// gap when that is done. Where the ring holds nothing from before the gap, the span begins 1 MiB before the
+    /// frames.
     ///
     /// @param list        one buffer a channel, or one interleaved buffer whose frames are bytesPerFrame wide
     /// @param frames      at most the capacity
@@ -104,6 +105,7 @@ private:
 
     const TimeBounds& WritersBounds() const noexcept;
     void GiveUpWhatIsOverwritten(int64_t startWrite, int64_t endWrite) noexcept;
+    bool IsEmpty() const noexcept;
     bool HasOpenGap() const noexcept;
     void CloseGap() noexcept;
     int64_t SilenceUpTo(int64_t end, int64_t mostFrames) noexcept;

@@ -99,12 +99,21 @@ int BasicRingBuffer<Memory>::Store(const AudioBufferList* list, uint32_t frames,
     if (HasOpenGap() && startWrite < mGap.mStoredEnd) SetTimeBounds(startWrite, startWrite);
     GiveUpWhatIsOverwritten(startWrite, endWrite);
     const int64_t gapEnd = goesOn ? mGap.mEnd : startWrite;
+    if (IsEmpty() && gapEnd - mSilenceFrames > WritersBounds().mEndTime.load(std::memory_order_relaxed))
+        SetTimeBounds(gapEnd - mSilenceFrames, gapEnd - mSilenceFrames);
     const int64_t silenced = SilenceUpTo(gapEnd, mSilenceFrames);
     if (frames != 0) CopyIn(*list, PiecesOf(startWrite, endWrite));
     const int64_t end = silenced < gapEnd ? silenced : endWrite;
     mGap = {end, gapEnd, endWrite};
     SetTimeBounds(WritersBounds().mStartTime.load(std::memory_order_relaxed), end);
     return RingOK;
+}
+
+template <class Memory>
+bool BasicRingBuffer<Memory>::IsEmpty() const noexcept
+{
+    const TimeBounds& bounds = WritersBounds();
+    return bounds.mStartTime.load(std::memory_order_relaxed) == bounds.mEndTime.load(std::memory_order_relaxed);
 }
 
 template <class Memory>

@@ -148,16 +148,21 @@ TEST(CAAudioBufferList, WeavingAndItsReverseKeepEverySampleForAnyCountOfChannels
 TEST(CAAudioBufferList, CopyMovesAsManyFramesAsFitWhateverTheLayouts)
 {
     const List from = Make({2}, 6);
-    const List split = Make({1, 1}, 4);
+    const List split = Make({1, 1}, 8), same = Make({2}, 6);  // with room beyond their frames
+    At(split, 0).mDataByteSize = At(split, 1).mDataByteSize = 4 * 4;
+    At(same, 0).mDataByteSize = 3 * 8;
     CAAudioBufferList::Copy(*from, 1, *split, 2);
     EXPECT_THAT(Contents(split, 0), ElementsAre(1000, 1001, 1001, 1002));
     EXPECT_THAT(Contents(split, 1), ElementsAre(2000, 2001, 2001, 2002));
-    const List same = Make({2}, 3);
+    EXPECT_EQ(Samples(split, 1)[4], 2004);
     CAAudioBufferList::Copy(*from, 4, *same, 0);
     EXPECT_THAT(Contents(same, 0), ElementsAre(1004, 2004, 1005, 2005, 1002, 2002));
     CAAudioBufferList::Copy(*from, 6, *same, 0);
     CAAudioBufferList::Copy(*from, 0, *same, 3);
     EXPECT_THAT(Contents(same, 0), ElementsAre(1004, 2004, 1005, 2005, 1002, 2002));
+    CAAudioBufferList::Copy(*from, 0, *same, 1);
+    EXPECT_THAT(Contents(same, 0), ElementsAre(1004, 2004, 1000, 2000, 1001, 2001));
+    EXPECT_EQ(Samples(same, 0)[6], 1003);
 }
 
 }  // namespace

@@ -172,6 +172,9 @@ TEST_F(CARingBufferTest, ALongGapIsSilencedAPieceAStoreAndShownInOrder)
     EXPECT_EQ(store(103, 103), 104) << "a step back ends the gap";
     EXPECT_EQ(mRing.CheckTimeBounds(102, 103), RingSlightlyBehind);
     EXPECT_EQ(at(103), 103);
+    EXPECT_EQ(store(1000, 100), 1001) << "nothing from before the gap is left";
+    EXPECT_EQ(at(996), 0);
+    EXPECT_EQ(at(1000), 100);
 }
 
 // A writer on a thread of its own, until told to stop.

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <functional>
 #include <thread>
+#include <utility>
 
 namespace platform::audio {
 
@@ -77,7 +78,8 @@ public:
                                        .mRateHz = 48000,
                                        .mFrames = kFrames,
                                        .mClockID = mClockID,
-                                       .mChannels = channels});
+                                       .mChannels = channels,
+                                       .mResumed = std::exchange(mResumes, false)});
         mPosition += kFrames;
     }
     /// Delivers the next cycles, each with a stamp as late as `lateNanos` says.
@@ -99,8 +101,12 @@ public:
         mSincePosition = mPosition = position;
         ++mClockID;
     }
-    /// Is away for so long.
-    void Rest(uint64_t nanos) { mSinceNanos += nanos; }
+    /// Is away for so long, and its count with it.
+    void Rest(uint64_t nanos)
+    {
+        mSinceNanos += nanos;
+        mResumes = true;
+    }
 
     uint64_t HostNanosOf(int64_t position) const
     {
@@ -118,6 +124,7 @@ private:
     int64_t mSincePosition = mPosition;
     int64_t mProduced = 0;
     uint32_t mClockID = 40;
+    bool mResumes = false;
     float mSound[kFrames], mSilence[kFrames] = {};
 };
 
@@ -218,6 +225,24 @@ TEST_F(DeviceInputTest, ACycleUnderTheStampOfTheNextIsPutWhereItBelongs)
     for (size_t i = 0; i < mClient.mLeft.size(); ++i) ASSERT_EQ(mClient.mLeft[i], float(i));
 }
 
+TEST(HeldCycle, IsPutBackByWhatItSharesWithTheNextAndNotBeyondTheGap)
+{
+    const struct {
+        int64_t mGap, mNext, mPlace;
+        uint32_t mClockID;
+    } cases[] = {
+        {480, 1000, 520, 1}, {480, 1480, 1000, 1}, {480, 1240, 760, 1}, {100, 1000, 900, 1}, {480, 1000, 1000, 2}};
+    for (const auto& at : cases) {
+        HeldCycle held(1, 480);
+        ASSERT_TRUE(held.Hold(
+            {.mHostNanos = kSecond, .mSampleTime = 1000, .mRateHz = 48000, .mFrames = 480, .mClockID = 1}, at.mGap));
+        const CaptureCycle& cycle =
+            held.Release({.mSampleTime = at.mNext, .mRateHz = 48000, .mFrames = 480, .mClockID = at.mClockID});
+        EXPECT_EQ(cycle.mSampleTime, at.mPlace);
+        EXPECT_EQ(cycle.mHostNanos, kSecond - uint64_t(1000 - at.mPlace) * kSecond / 48000);
+    }
+}
+
 TEST_F(DeviceInputTest, SampleTimesNeverGoBackAndNothingIsDropped)
 {
     Device device(mServer);
@@ -235,11 +260,15 @@ TEST_F(DeviceInputTest, ADeviceThatWasAwayComesBackAsMuchLaterAsItWasAway)
     Device device(mServer);
     DeviceInput input(mMicrophone, mClient);
     device.Deliver(2);
-    device.CountAnew(77);
-    device.Rest(3 * kSecond);
-    device.Deliver(1);
-    EXPECT_NEAR(mClient.mTimes[2].mSampleTime - mClient.mTimes[1].mSampleTime, 3 * 48000 + Device::kFrames, 1);
-    EXPECT_EQ(mClient.mTimes[2].mHostTime, device.HostNanosOf(77) + StampLatencyNanos());
+    for (const bool anew : {true, false}) {  // or its count goes on as if nothing had been
+        if (anew) device.CountAnew(77);
+        device.Rest(3 * kSecond);
+        const uint64_t moment = device.HostNanosOf(device.mPosition);
+        const double before = mClient.mTimes.back().mSampleTime;
+        device.Deliver(1);
+        EXPECT_NEAR(mClient.mTimes.back().mSampleTime - before, 3 * 48000 + Device::kFrames, 1);
+        EXPECT_NEAR(double(int64_t(mClient.mTimes.back().mHostTime - moment - StampLatencyNanos())), 0, 21'000);
+    }
 }
 
 TEST_F(DeviceInputTest, AHostTimeMeansTheSameFrameToAllWhoHaveTheDeviceOpen)
@@ -272,8 +301,14 @@ TEST_F(DeviceInputTest, TimesAreTranslatedBothWaysOnOneLine)
     const int64_t later = device.mPosition + 480'000;
     in = {.mHostTime = device.HostNanosOf(later) + StampLatencyNanos(), .mFlags = 2};
     EXPECT_EQ(AudioDeviceTranslateTime(mMicrophone, &in, &out), 0);
-    EXPECT_NEAR(out.mSampleTime, double(later), 0.1);
+    EXPECT_EQ(out.mSampleTime, double(later));
     EXPECT_EQ(out.mHostTime, in.mHostTime);
+    in.mHostTime += 6'000;  // 0.29 frames
+    AudioDeviceTranslateTime(mMicrophone, &in, &out);
+    EXPECT_EQ(out.mSampleTime, double(later));
+    in.mHostTime += 9'000;  // 0.72
+    AudioDeviceTranslateTime(mMicrophone, &in, &out);
+    EXPECT_EQ(out.mSampleTime, double(later) + 1);
     in = {.mSampleTime = double(later), .mFlags = 1};
     EXPECT_EQ(AudioDeviceTranslateTime(mMicrophone, &in, &out), 0);
     EXPECT_NEAR(double(int64_t(out.mHostTime - device.HostNanosOf(later) - StampLatencyNanos())), 0, 2000);

@@ -209,7 +209,10 @@ TEST(PropertyListeners, HearInTheirOrderOnTheSystemsThreadWhatTheyAskedForAndOnc
     ExpectForked([] {
         System system;
         Ear devices(system, "devices"), outputs(system, "outputs"), all(system, "all"), exact(system, "exact"),
-            other(system, "other");
+            other(system, "other"), alerts(system, "alerts"), inputs(system, "inputs");
+        alerts.Add(kSystem, At(kAudioHardwarePropertyDefaultSystemOutputDevice));
+        inputs.Add(kSystem, At(kAudioHardwarePropertyDefaultInputDevice));
+        system.mScenario.input("microphone");
         devices.Add(kSystem, At(kAudioHardwarePropertyDevices));
         outputs.Add(kSystem, At(kAudioHardwarePropertyDefaultOutputDevice));
         const AudioObjectID device = system.Make();
@@ -231,13 +234,15 @@ TEST(PropertyListeners, HearInTheirOrderOnTheSystemsThreadWhatTheyAskedForAndOnc
             for (size_t at = 0; (at = text.find(line, at)) != text.npos; ++at) ++found;
             return found;
         };
-        EXPECT_EQ(count("corvane-system: devices hears dev# of all"), 2u) << text;
+        EXPECT_EQ(count("corvane-system: devices hears dev# of all"), 3u) << text;
         EXPECT_EQ(count("0.010000000 corvane-system: all hears pitc of it\n"
                         "0.010000000 corvane-system: exact hears pitc of it\n"),
                   1u)
             << text;
         EXPECT_EQ(count("corvane-system: outputs hears dOut of all"), 1u) << text;
-        EXPECT_EQ(count("hears"), 5u) << text;
+        EXPECT_EQ(count("corvane-system: alerts hears sOut of all"), 1u) << text;
+        EXPECT_EQ(count("corvane-system: inputs hears dIn  of all"), 1u) << text;
+        EXPECT_EQ(count("hears"), 8u) << text;
     });
 }
 
