@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <algorithm>
@@ -22,12 +23,20 @@ protected:
     support::FakeMachine& mMachine = support::FakeMachine::Installed();
 };
 
+bool TakesSignals()
+{
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    return sigismember(&blocked, SIGALRM) == 0;
+}
+
 struct Meeting {
     pthread_mutex_t mMutex;
     pthread_cond_t mCondition;
     bool mThere = false;
     std::string mName;
     int mDetachState = -1;
+    bool mTakesSignals = true;
 
     Meeting()
     {
@@ -51,6 +60,7 @@ struct Meeting {
         pthread_getattr_np(pthread_self(), &attributes);
         pthread_attr_getdetachstate(&attributes, &meeting.mDetachState);
         pthread_attr_destroy(&attributes);
+        meeting.mTakesSignals = TakesSignals();
         meeting.mThere = true;
         kernel::pthread_cond_signal(&meeting.mCondition);
         kernel::pthread_mutex_unlock(&meeting.mMutex);
@@ -116,7 +126,7 @@ TEST_F(Threads, AWaitIsNeverOverBeforeItsTime)
     EXPECT_GE(mach_absolute_time(), between + 200'000);
 }
 
-TEST_F(Threads, AThreadStartsUnderItsNameAndDetachedWhereAsked)
+TEST_F(Threads, AThreadStartsUnderItsNameDetachedWhereAskedAndWithoutSignals)
 {
     pthread_attr_t detached;
     pthread_attr_init(&detached);
@@ -127,6 +137,8 @@ TEST_F(Threads, AThreadStartsUnderItsNameAndDetachedWhereAsked)
     EXPECT_EQ(meeting.Await({60, 0}), 0);
     EXPECT_EQ(meeting.mName, "a name that is ");
     EXPECT_EQ(meeting.mDetachState, PTHREAD_CREATE_DETACHED);
+    EXPECT_FALSE(meeting.mTakesSignals);
+    EXPECT_TRUE(TakesSignals());
     pthread_attr_destroy(&detached);
 }
 

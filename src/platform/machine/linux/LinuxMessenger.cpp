@@ -4,7 +4,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <array>
 #include <cassert>
@@ -100,9 +99,6 @@ std::string LinuxMessenger::Describe()
 
 void* LinuxMessenger::Run(void* self)
 {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);  // the program's handlers expect its own threads
     static_cast<LinuxMessenger*>(self)->ReceiveAll();
     return nullptr;
 }

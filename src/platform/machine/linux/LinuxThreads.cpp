@@ -1,5 +1,6 @@
 #include "platform/machine/linux/LinuxThreads.h"
 
+#include "platform/machine/linux/BlockedSignals.h"
 #include "platform/machine/linux/HostTimespec.h"
 
 #include <sched.h>
@@ -69,7 +70,11 @@ int LinuxThreads::Create(pthread_t* thread, bool detached, const char* name, voi
     pthread_attr_t attributes;
     if (const int error = pthread_attr_init(&attributes)) return error;
     if (detached) pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    const int error = pthread_create(thread, &attributes, Run, start.get());
+    int error = 0;
+    {
+        const BlockedSignals inherited;
+        error = pthread_create(thread, &attributes, Run, start.get());
+    }
     pthread_attr_destroy(&attributes);
     if (error == 0) static_cast<void>(start.release());  // Run owns it
     return error;

@@ -15,6 +15,7 @@ float LevelForFixedPriority(int priority);
 
 class LinuxThreads : public Threads {
 public:
+    /// The thread blocks all signals but its own faults.
     int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override;
     int Join(pthread_t thread, void** result) override;
 

@@ -38,6 +38,7 @@ Loop::~Loop()
 
 void Loop::Start()
 {
+    const BlockedSignals inherited;
     if (pw_thread_loop_start(mLoop) < 0) throw std::bad_alloc();
 }
 

@@ -94,6 +94,7 @@ PipeWireServer::PipeWireServer()
 PipeWireServer::~PipeWireServer()
 {
     mLoop.Stop();
+    const Loop::Guard guard(mLoop);
     mConnection.Close();
 }
 
