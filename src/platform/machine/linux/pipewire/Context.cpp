@@ -8,6 +8,7 @@ namespace platform::machine::pipewire {
 
 Context::Context(Loop& loop) : mLoop(loop)
 {
+    const BlockedSignals inherited;  // the library starts its data thread here
     // Where client-rt.conf is missing the library takes client.conf by itself.
     if (!TryConfiguration("client-rt.conf"))
         GoWithoutConfiguration();
@@ -17,6 +18,7 @@ Context::Context(Loop& loop) : mLoop(loop)
 
 Context::~Context()
 {
+    const BlockedSignals blocked;
     if (mContext != nullptr) pw_context_destroy(mContext);
 }
 
@@ -37,16 +39,6 @@ void Context::GoWithoutConfiguration()
     for (const char* module : {"protocol-native", "client-node", "adapter", "metadata"})
         pw_context_load_module(mContext, (std::string("libpipewire-module-") + module).c_str(), nullptr, nullptr);
     mShortcoming = "without PipeWire's client configuration, so audio threads are scheduled as any other";
-}
-
-void Context::RunOnDataThread(const std::function<void()>& action)
-{
-    const auto run = [](spa_loop*, bool, uint32_t, const void*, size_t, void* given) {
-        if (const auto& todo = *static_cast<const std::function<void()>*>(given)) todo();
-        return 0;
-    };
-    pw_data_loop_invoke(pw_context_get_data_loop(mContext), run, 0, nullptr, 0, true,
-                        const_cast<std::function<void()>*>(&action));
 }
 
 }  // namespace platform::machine::pipewire

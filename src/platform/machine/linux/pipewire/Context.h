@@ -3,7 +3,6 @@
 
 #include "platform/machine/linux/pipewire/Loop.h"
 
-#include <functional>
 #include <string>
 
 struct pw_context;
@@ -22,12 +21,6 @@ public:
     pw_context* Get() const { return mContext; }
 
     Loop& GetLoop() const { return mLoop; }
-
-    /// Has the data thread run `action` between two cycles, and returns when it has. With nothing to do this
-    /// waits for the end of what it was doing at the time of the call.
-    ///
-    /// @thread any but the data thread, under the loop's lock
-    void RunOnDataThread(const std::function<void()>& action);
 
     /// What could not be had, as the rest of a sentence; empty where all could.
     const std::string& Shortcoming() const { return mShortcoming; }

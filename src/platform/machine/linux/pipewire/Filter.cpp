@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <utility>
 
+// Weak: libraries that have no more than one data thread lack it.
+extern "C" [[gnu::weak]] pw_loop* pw_filter_get_data_loop(pw_filter* filter);
+
 namespace platform::machine::pipewire {
 
 namespace {
@@ -80,7 +83,7 @@ bool Filter::Connect(const std::string& name, std::span<const ChannelPosition> p
 Filter::~Filter()
 {
     mClient.store(nullptr, std::memory_order_release);
-    mContext.RunOnDataThread({});
+    FinishCycle();
     if (mFilter != nullptr) {
         spa_hook_remove(&mHook);
         pw_filter_destroy(mFilter);
@@ -88,6 +91,14 @@ Filter::~Filter()
     if (mCore == nullptr) return;
     spa_hook_remove(&mCoreHook);
     pw_core_disconnect(mCore);
+}
+
+DataThread Filter::CycleThread() const
+{
+    pw_loop* control = mContext.GetLoop().Get();
+    if (mFilter == nullptr) return {nullptr, control};
+    if (pw_filter_get_data_loop != nullptr) return {pw_filter_get_data_loop(mFilter), control};
+    return {pw_data_loop_get_loop(pw_context_get_data_loop(mContext.Get())), control};
 }
 
 void Filter::OnState(pw_filter_state state)
@@ -115,8 +126,9 @@ bool Filter::HasPort(ChannelPosition position) const
 
 void Filter::EnsurePort(ChannelPosition position)
 {
-    // The data thread walks the filter's list of ports in every cycle, so that it has to stand still meanwhile.
-    if (!mBroken && !HasPort(position)) mContext.RunOnDataThread([&] { AddPort(position); });
+    // The data thread walks the filter's list of ports in every cycle. The library adds a port on the control thread or
+    // under its lock only.
+    if (!mBroken && !HasPort(position)) CycleThread().RunBetweenCycles([&] { AddPort(position); });
 }
 
 void Filter::AddPort(ChannelPosition position)

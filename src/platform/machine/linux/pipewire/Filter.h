@@ -6,6 +6,7 @@
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/linux/pipewire/Channels.h"
 #include "platform/machine/linux/pipewire/Context.h"
+#include "platform/machine/linux/pipewire/DataThread.h"
 
 #include <pipewire/filter.h>
 #include <pipewire/pipewire.h>
@@ -69,10 +70,14 @@ public:
     /// The node's number on the server; nothing before the server gave one.
     std::optional<uint32_t> NodeID() const;
 
+    /// Returns when every cycle that had begun at the time of the call is over.
+    void FinishCycle() const { CycleThread().FinishCycle(); }
+
     /// Makes sure that the node has a port for `position`.
     void EnsurePort(ChannelPosition position);
 
 private:
+    DataThread CycleThread() const;
     bool Connect(const std::string& name, std::span<const ChannelPosition> positions);
     std::span<FilterPort* const> Ports() const
     {

@@ -32,13 +32,13 @@ uint64_t HeardAt(const spa_io_clock& clock) noexcept
 
 }  // namespace
 
-void PlaybackCycles::Announce(const std::vector<ChannelPosition>& channels)
+void PlaybackCycles::Announce(const Filter& filter, const std::vector<ChannelPosition>& channels)
 {
     const uint32_t rateHz = mSeenHz.load(std::memory_order_relaxed);
     const bool known = rateHz == mAnnouncedHz.load(std::memory_order_relaxed) && channels == mChannels;
     if (known || rateHz == 0 || channels.empty()) return;
     mAnnouncedHz.store(0, std::memory_order_release);
-    mContext.RunOnDataThread({});
+    filter.FinishCycle();
     mChannels = channels;
     mSamples.resize(channels.size());
     mClient.SetPlaybackFormat(rateHz, channels);
