@@ -1,5 +1,6 @@
 #include "platform/machine/linux/pipewire/Filter.h"
 
+#include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/pipewire/Objects.h"
 
 #include <unistd.h>
@@ -17,6 +18,20 @@ namespace {
 
 // Between the loss of a node and the next try: a server that refuses it is not asked without end.
 constexpr uint64_t kPauseNanos = 200'000'000;
+
+// Any process may drive, and may write while this reads: what is checked has to be what is used.
+spa_io_clock CopyOf(const volatile spa_io_clock& shared) noexcept
+{
+    spa_io_clock copy{};
+    copy.id = shared.id;
+    copy.nsec = shared.nsec;
+    copy.rate.denom = shared.rate.denom;
+    copy.position = shared.position;
+    copy.duration = shared.duration;
+    copy.delay = shared.delay;
+    copy.rate_diff = shared.rate_diff;
+    return copy;
+}
 
 // A cycle that no server has would be divided by its rate, and walked through piece by piece.
 bool IsPossible(const spa_io_clock& clock) noexcept
@@ -149,8 +164,14 @@ void Filter::Process(const spa_io_position* position) CORVANE_REALTIME
 {
     const kernel::RealtimeScope scope;
     FilterClient* client = mClient.load(std::memory_order_acquire);
-    if (client == nullptr || position == nullptr || !IsPossible(position->clock)) return;
-    client->Process(*position, Ports(), mResumed.exchange(false, std::memory_order_relaxed));
+    if (client == nullptr || position == nullptr) return;
+    spa_io_clock clock = CopyOf(position->clock);
+    if (!IsPossible(clock)) return;
+    const CycleMoment moment =
+        mClock.Take(clock.id, {clock.nsec, clock.position}, clock.duration, LinuxClock().NowNanos());
+    clock.nsec = moment.mHostNanos;
+    clock.position = moment.mPosition;
+    client->Process(clock, Ports(), mResumed.exchange(false, std::memory_order_relaxed));
 }
 
 }  // namespace platform::machine::pipewire

@@ -7,6 +7,7 @@
 #include "platform/machine/linux/pipewire/Channels.h"
 #include "platform/machine/linux/pipewire/Context.h"
 #include "platform/machine/linux/pipewire/DataThread.h"
+#include "platform/machine/linux/pipewire/DriverClock.h"
 
 #include <pipewire/filter.h>
 #include <pipewire/pipewire.h>
@@ -28,10 +29,11 @@ struct FilterPort {
 /// What a filter's data thread does in a cycle.
 class FilterClient {
 public:
+    /// @param clock    what this uses of the cycle's clock, within bounds; the rest of it is 0
     /// @param resumed  whether this is the first cycle since the server let the node rest
     /// @thread         the server's data thread
     /// @realtime       yes
-    virtual void Process(const spa_io_position& position, std::span<FilterPort* const> ports,
+    virtual void Process(const spa_io_clock& clock, std::span<FilterPort* const> ports,
                          bool resumed) CORVANE_REALTIME = 0;
 
 protected:
@@ -101,6 +103,7 @@ private:
     bool mBroken = false;
     bool mOver = false;
     LoopTimer mPause;
+    DriverClock mClock;  // the data thread's
     std::array<FilterPort*, kPositions> mPorts{};
     std::atomic<unsigned> mPortCount{0};  // stored by control calls (release), read by the data thread (acquire)
     std::atomic<FilterClient*> mClient;   // stored by the destructor (release), read by the data thread (acquire)

@@ -22,8 +22,7 @@ public:
     void Announce(const Filter& filter, const std::vector<ChannelPosition>& channels);
 
 private:
-    void Process(const spa_io_position& position, std::span<FilterPort* const> ports,
-                 bool resumed) CORVANE_REALTIME override;
+    void Process(const spa_io_clock& clock, std::span<FilterPort* const> ports, bool resumed) CORVANE_REALTIME override;
     bool IsAnnounced(uint32_t rateHz) noexcept;
     bool Place(FilterPort& port, float* samples, uint32_t frames) noexcept;
 
