@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <algorithm>
@@ -203,12 +204,53 @@ bool TakesWhatIsLeft(int most)
                threads.DescribeScheduling().find("refused") != std::string::npos;
     }
     const int priority = platform::machine::FixedPriorityForLevel(had.mLevel);
+    threads.Schedule(pthread_self(), {SchedulingWish::Kind::Fixed, 0.8f});
+    if (threads.GetScheduling(pthread_self()).mLevel >= had.mLevel) return false;
     return priority == most && threads.DescribeScheduling().find(std::to_string(priority)) != std::string::npos &&
            threads.Schedule(pthread_self(), {}) == 0 &&
            threads.GetScheduling(pthread_self()).mKind == SchedulingWish::Kind::Standard;
 }
 
+/// Takes every request.
+class Broker final : public platform::machine::SchedulingBroker {
+public:
+    bool RequestPriority(int priority) override
+    {
+        mPriority = priority;
+        return true;
+    }
+    int mPriority = 0;
+};
+
+/// Whether a thread that is refused has the broker asked for itself, and for no other thread; and exact timers for as
+/// long as it wants to be real-time.
+bool TurnsToTheBroker(pthread_t other)
+{
+    LinuxThreads threads;
+    Broker broker;
+    const SchedulingWish highest{SchedulingWish::Kind::Fixed, 1.0f};
+    threads.SetBroker(&broker);
+    const int usual = prctl(PR_GET_TIMERSLACK);
+    if (LimitPriority(0) != 0) return true;  // nothing is refused here
+    if (threads.Schedule(other, highest) == 0 || broker.mPriority != 0) return false;
+    if (threads.Schedule(pthread_self(), highest) != 0 || broker.mPriority != 80) return false;
+    const int exact = prctl(PR_GET_TIMERSLACK);
+    return exact == 1 && threads.Schedule(pthread_self(), {}) == 0 && prctl(PR_GET_TIMERSLACK) == usual;
+}
+
 }  // namespace
+
+TEST(LinuxThreads, ARefusedThreadTurnsToTheBrokerForItself)
+{
+    const auto turns = [] {
+        Meeting held;
+        pthread_t other;
+        kernel::pthread_mutex_lock(&held.mMutex);
+        if (LinuxThreads().Create(&other, false, "other", Meeting::Arrive, &held) != 0) return false;
+        return TurnsToTheBroker(other);
+    };
+    EXPECT_EXIT(_exit(turns() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
 
 TEST(LinuxThreads, TakesThePriorityThatTheLimitLeavesAndStaysTimeSharedWithoutOne)
 {

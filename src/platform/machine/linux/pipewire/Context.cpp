@@ -2,6 +2,7 @@
 
 #include <pipewire/impl.h>
 #include <pipewire/pipewire.h>
+#include <pthread.h>
 #include <spa/support/thread.h>
 
 namespace platform::machine::pipewire {
@@ -10,9 +11,12 @@ Context::Context(Loop& loop) : mLoop(loop)
 {
     const BlockedSignals inherited;  // the library starts its data thread here
     // Where client-rt.conf is missing the library takes client.conf by itself.
-    if (!TryConfiguration("client-rt.conf"))
+    if (!TryConfiguration("client-rt.conf")) {
         GoWithoutConfiguration();
-    else if (pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils) == nullptr)
+        return;
+    }
+    mThreadUtils = static_cast<spa_thread_utils*>(pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils));
+    if (mThreadUtils == nullptr)
         mShortcoming = "without PipeWire's real-time module, so audio threads are scheduled as any other";
 }
 
@@ -20,6 +24,14 @@ Context::~Context()
 {
     const BlockedSignals blocked;
     if (mContext != nullptr) pw_context_destroy(mContext);
+}
+
+// For a thread that the library did not make, it names the calling one to the broker.
+bool Context::RequestPriority(int priority) const
+{
+    if (mThreadUtils == nullptr) return false;
+    auto* self = reinterpret_cast<spa_thread*>(pthread_self());
+    return spa_thread_utils_acquire_rt(mThreadUtils, self, priority) >= 0;
 }
 
 bool Context::TryConfiguration(const char* file)

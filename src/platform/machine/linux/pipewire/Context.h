@@ -6,6 +6,7 @@
 #include <string>
 
 struct pw_context;
+struct spa_thread_utils;
 
 namespace platform::machine::pipewire {
 
@@ -22,6 +23,9 @@ public:
 
     Loop& GetLoop() const { return mLoop; }
 
+    /// Asks the library's broker for a fixed priority of the calling thread. @return whether it took the request
+    bool RequestPriority(int priority) const;
+
     /// What could not be had, as the rest of a sentence; empty where all could.
     const std::string& Shortcoming() const { return mShortcoming; }
 
@@ -31,6 +35,7 @@ private:
 
     Loop& mLoop;
     pw_context* mContext = nullptr;
+    spa_thread_utils* mThreadUtils = nullptr;  // null where the library has no broker
     std::string mShortcoming;
 };
 
