@@ -143,11 +143,11 @@ TEST(CAPThread, StartingTwiceStartsOneThreadAndAfterItsEndAnother)
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_EQ(thread.GetScheduledPriority(), 0u);
     thread.Start();
+    EXPECT_GT(thread.GetScheduledPriority(), 0u) << "at once";
     thread.Start();
     sCounted.WaitUntil([] { return sCounted.mRuns > 0; });
     EXPECT_TRUE(thread.IsRunning());
     EXPECT_FALSE(thread.IsCurrentThread());
-    EXPECT_GT(thread.GetScheduledPriority(), 0u);
     thread.SetPriority(31, false);
     sMayEnd = true;
     while (thread.IsRunning()) {
