@@ -160,6 +160,36 @@ TEST(CAPThread, StartingTwiceStartsOneThreadAndAfterItsEndAnother)
     while (thread.IsRunning()) sched_yield();
 }
 
+TEST(CAGuard, NotifyAllWakesEveryWaiter)
+{
+    CAGuard guard("waited for");
+    Counted woken;
+    int waiting = 0;
+    bool mayGo = false;
+    const auto wait = [&] {
+        {
+            const CAMutex::Scope scope(guard);
+            for (++waiting; !mayGo;) guard.Wait();
+        }
+        woken.Tell(woken.mRuns);
+    };
+    std::thread first(wait), second(wait);
+    while (!mayGo) {
+        const CAMutex::Scope scope(guard);
+        mayGo = waiting == 2;
+    }
+    guard.NotifyAll();
+    {
+        const CAMutex::Scope scope(woken.mGuard);
+        bool late = false;
+        while (woken.mRuns < 2 && !late) late = woken.mGuard.WaitFor(10'000'000'000);
+        EXPECT_FALSE(late);
+    }
+    guard.Notify();  // a waiter that was passed over
+    first.join();
+    second.join();
+}
+
 TEST(CAHostTimeBase, ConversionsAreExactBelow2To53AndReachTheTopHalfOfTheRange)
 {
     for (const uint64_t nanos : {uint64_t{0}, uint64_t{1}, uint64_t{1'000'000'000'000'007}, (uint64_t{1} << 53) - 1,

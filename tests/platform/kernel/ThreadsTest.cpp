@@ -71,8 +71,12 @@ struct Meeting {
     /// Waits for the other side with `wait` as the limit of each single wait.
     int Await(const timespec& wait)
     {
-        int result = 0;
         kernel::pthread_mutex_lock(&mMutex);
+        return AwaitLocked(wait);
+    }
+    int AwaitLocked(const timespec& wait)
+    {
+        int result = 0;
         while (!mThere && result == 0) result = kernel::pthread_cond_timedwait_relative_np(&mCondition, &mMutex, &wait);
         kernel::pthread_mutex_unlock(&mMutex);
         return result;
@@ -108,8 +112,9 @@ TEST_F(Threads, ATimedWaitTakesAnyNumberOfNanosecondsAndGivesUpWithThePublishedN
     for (const timespec longer : {timespec{0, 60'000'000'000}, timespec{0, LONG_MAX}, timespec{LONG_MAX, LONG_MAX}}) {
         Meeting meeting;
         pthread_t thread;
+        kernel::pthread_mutex_lock(&meeting.mMutex);  // keeps the other side from arriving before the wait
         ASSERT_EQ(kernel::pthread_create(&thread, nullptr, Meeting::Arrive, &meeting), 0);
-        EXPECT_EQ(meeting.Await(longer), 0);
+        EXPECT_EQ(meeting.AwaitLocked(longer), 0);
         void* result = nullptr;
         EXPECT_EQ(kernel::pthread_join(thread, &result), 0);
         EXPECT_EQ(result, &meeting);
@@ -156,10 +161,10 @@ TEST_F(Threads, ThePriorityThatWasGrantedIsThePriorityThatIsTold)
     EXPECT_EQ(BasePriorityOf(self), 51);
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_PRECEDENCE_POLICY, &immense, 1), 0);
     EXPECT_EQ(BasePriorityOf(self), 63);
-    for (int32_t priority = 0; priority <= 63; ++priority) {
+    for (int32_t priority = -1; priority <= 64; ++priority) {
         const int32_t words[] = {priority, 10};
         EXPECT_EQ(kernel::thread_policy(self, kernel::POLICY_RR, words, 2, true), 0);
-        EXPECT_EQ(BasePriorityOf(self), priority);
+        EXPECT_EQ(BasePriorityOf(self), std::clamp(priority, 0, 63));
     }
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_TIME_CONSTRAINT_POLICY, constraint, 4), 0);
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_PRECEDENCE_POLICY, &importance, 1), 0);
@@ -193,6 +198,12 @@ int LimitPriority(int limit)
     return getrlimit(RLIMIT_RTPRIO, &priorities) == 0 ? int(std::min<rlim_t>(priorities.rlim_cur, 80)) : -1;
 }
 
+/// A library's worker, started by a real-time thread. @return `mark` where it shares its time
+void* IsTimeShared(void* mark)
+{
+    return sched_getscheduler(0) == SCHED_OTHER ? mark : nullptr;
+}
+
 /// Asks for the highest priority. @return whether what was had is at most `most`, told truly, and given back
 bool TakesWhatIsLeft(int most)
 {
@@ -206,7 +217,12 @@ bool TakesWhatIsLeft(int most)
     const int priority = platform::machine::FixedPriorityForLevel(had.mLevel);
     threads.Schedule(pthread_self(), {SchedulingWish::Kind::Fixed, 0.8f});
     if (threads.GetScheduling(pthread_self()).mLevel >= had.mLevel) return false;
-    return priority == most && threads.DescribeScheduling().find(std::to_string(priority)) != std::string::npos &&
+    pthread_t worker;
+    void* shared = nullptr;
+    if (pthread_create(&worker, nullptr, IsTimeShared, &worker) != 0 || pthread_join(worker, &shared) != 0)
+        return false;
+    return shared != nullptr && priority == most &&
+           threads.DescribeScheduling().find(std::to_string(priority)) != std::string::npos &&
            threads.Schedule(pthread_self(), {}) == 0 &&
            threads.GetScheduling(pthread_self()).mKind == SchedulingWish::Kind::Standard;
 }

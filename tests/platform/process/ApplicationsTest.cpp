@@ -72,8 +72,7 @@ TEST_F(Applications, ASandboxOrAScopeIsOneApplicationWhateverRunsInIt)
     Process(30, 1, "/bin/sh").mDesktopScope = "game";
     Process(31, 30, "/opt/game").mDesktopScope = "game";
     Process(32, 30, "/opt/sound").mDesktopScope = "game";
-    Stream(31);
-    Stream(32);
+    for (const pid_t pid : {31, 32, 31}) Stream(pid);
     const std::vector<Application> found = CopyApplications();
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].mPID, 30);
