@@ -17,10 +17,10 @@ namespace {
 
 class ProcessTable final : public Ancestry {
 public:
-    bool Descends(pid_t pid, pid_t ancestor) override { return platform::process::IsDescendant(pid, ancestor); }
+    std::vector<pid_t> Lineage(pid_t pid) override { return platform::process::CopyLineage(pid); }
     std::optional<uint64_t> StartTime(pid_t pid) override
     {
-        const auto record = Machine::Current().GetProcesses().Find(pid);
+        const auto record = Machine::Current().GetProcesses().FindBriefly(pid);
         return record ? std::optional(record->mStartTime) : std::nullopt;
     }
 };
@@ -71,9 +71,10 @@ bool Membership::Admits(pid_t pid)
 
 bool Membership::Decide(pid_t pid)
 {
+    const std::vector<pid_t> lineage = mAncestry.Lineage(pid);
     bool listed = false, anyListed = false;
     for (const pid_t entry : mConfiguration.mProcesses) {
-        const bool related = pid > 0 && mAncestry.Descends(pid, std::abs(entry));
+        const bool related = std::find(lineage.begin(), lineage.end(), std::abs(entry)) != lineage.end();
         if (entry < 0 && related) return false;
         anyListed |= entry > 0;
         listed |= entry > 0 && related;

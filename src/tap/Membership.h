@@ -19,8 +19,8 @@ namespace tap {
 /// What membership asks of the process table.
 class Ancestry {
 public:
-    /// Whether `pid` is `ancestor` or descends from it.
-    virtual bool Descends(pid_t pid, pid_t ancestor) = 0;
+    /// The process and its ancestors; empty where there is no such process.
+    virtual std::vector<pid_t> Lineage(pid_t pid) = 0;
     /// What tells one process from a later one of the same number; nothing where there is none.
     virtual std::optional<uint64_t> StartTime(pid_t pid) = 0;
 

@@ -1,5 +1,6 @@
 #include "utility/CAPThread.h"
 
+#include "platform/kernel/MutexGuard.h"
 #include "utility/CAException.h"
 
 #include <array>
@@ -38,6 +39,22 @@ public:
 
 private:
     pthread_attr_t mAttributes;
+};
+
+/// Holds a new thread back until its creator has stored its handle. On the heap, since the creator may leave first.
+struct Launch {
+    explicit Launch(CAPThread& object) : mObject(object) {}
+
+    /// Called by the new thread, which owns this.
+    static CAPThread& Await(Launch* launch)
+    {
+        const std::unique_ptr<Launch> mine(launch);
+        const kernel::MutexGuard guard(mine->mMutex);
+        return mine->mObject;
+    }
+
+    CAPThread& mObject;
+    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;  // the creator's until the handle is stored
 };
 
 }  // namespace
@@ -87,14 +104,18 @@ void CAPThread::Start()
     }
 }
 
-// Touches nothing of the object once the thread exists: it may be over already, and the object with it.
+// Touches nothing of the object once the thread may go on: it may be over already, and the object with it.
 void CAPThread::CreateThread()
 {
     DetachedAttributes attributes;
     attributes.Detach();
+    auto launch = std::make_unique<Launch>(*this);
+    const kernel::MutexGuard guard(launch->mMutex);
     pthread_t thread = 0;
-    CAException::ThrowIf(kernel::pthread_create(&thread, attributes.Get(), &CAPThread::Entry, this, mName));
+    CAException::ThrowIf(kernel::pthread_create(&thread, attributes.Get(), &CAPThread::Entry, launch.get(), mName));
     if (thread == 0) throw CAException(kNoHandle);
+    static_cast<void>(launch.release());  // Await owns it
+    mThread.store(thread);
 }
 
 bool CAPThread::IsCurrentThread() const noexcept
@@ -175,16 +196,15 @@ uint32_t CAPThread::getScheduledPriority(pthread_t thread, int kind)
     }
 }
 
-void* CAPThread::Entry(void* self)
+void* CAPThread::Entry(void* launch)
 {
-    return static_cast<CAPThread*>(self)->Run();
+    return Launch::Await(static_cast<Launch*>(launch)).Run();
 }
 
 void* CAPThread::Run() noexcept
 {
     std::unique_ptr<CAPThread> self(mAutoDelete ? this : nullptr);
     void* result = nullptr;
-    mThread.store(pthread_self());
     try {
         ApplyScheduling(pthread_self());
         if (mEntry) result = mEntry(mArgument);

@@ -56,7 +56,7 @@ public:
     static uint32_t getScheduledPriority(pthread_t thread, int kind);
 
 private:
-    static void* Entry(void* self);
+    static void* Entry(void* launch);
     void* Run() noexcept;
     void CreateThread();
     void ApplyScheduling(pthread_t thread) const;
@@ -64,10 +64,10 @@ private:
     void ApplyTimeConstraints(pthread_t thread) const;
     pthread_t StartedThread() const noexcept;
 
-    // 0 when not running, kStarting until the thread has entered. Stored by Start and by the thread, loaded by any.
-    // Its stores and loads against the wishes below are sequentially consistent: either the thread, which stores
-    // itself and then reads the wishes, sees a new wish, or the setter, which stores it and then looks for a
-    // thread, sees the thread.
+    // 0 when not running, kStarting until Start has the handle. Stored by Start, and by the thread as it ends; loaded
+    // by any. Its stores and loads against the wishes below are sequentially consistent: either the thread, which reads
+    // the wishes after Start has stored the handle, sees a new wish, or the setter, which stores it and then looks for
+    // a thread, sees the thread.
     std::atomic<pthread_t> mThread{0};
     uint32_t mSpawningPriority;  // that of the thread which made the object
     Routine mEntry;

@@ -10,9 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/time.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 
@@ -158,16 +161,48 @@ TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
     const uint32_t steadyID = StreamOf("steady");
     capture->SetStreams(std::vector{steadyID});
     ASSERT_TRUE(recorder.Records(kSecondFrames / 2));
-    for (const int signal : {SIGTERM, SIGKILL}) {
-        auto guest = mPipeWire.Play({"--name", "guest", "--target", "wide", "--positions", "FL FR FC", "--only", "2"});
+    const struct {
+        int mSignal;
+        ChannelPosition mPosition;
+        std::vector<std::string> mOptions;
+    } guests[] = {
+        {SIGTERM, ChannelPosition::FrontCenter, {"--positions", "FL FR FC", "--only", "2"}},
+        {SIGKILL, ChannelPosition::Mono, {"--positions", "MONO", "--properties", "stream.dont-remix=true"}},
+    };
+    for (const auto& row : guests) {
+        std::vector<std::string> options = row.mOptions;
+        options.insert(options.begin(), {"--name", "guest", "--target", "wide"});
+        auto guest = mPipeWire.Play(options);
         capture->SetStreams(std::vector{steadyID, StreamOf("guest")});
-        ASSERT_TRUE(recorder.Hears(ChannelPosition::FrontCenter, true));
-        guest.End(signal);
-        ASSERT_TRUE(recorder.Hears(ChannelPosition::FrontCenter, false));
+        ASSERT_TRUE(recorder.Hears(row.mPosition, true));
+        guest.End(row.mSignal);
+        ASSERT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return FindStream(now, "guest") == nullptr; }));
     }
     const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
     ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
     EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+}
+
+TEST_F(PipeWireServerTest, ASignalOfTheHostReachesNoThreadOfOursAndNoCaptureOutlivesItsEnd)
+{
+    mPipeWire.SetQuantum(64);
+    auto tone = mPipeWire.Play({"--name", "tone"});
+    const uint32_t stream = StreamOf("tone");
+    static std::atomic<int> sElsewhere{0};
+    static const pid_t sMain = gettid();
+    struct sigaction action {};
+    action.sa_handler = [](int) { sElsewhere += gettid() != sMain; };  // without SA_RESTART
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often{{0, 150}, {0, 150}}, never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (int round = 0; round < 100; ++round) {
+        auto recorder = std::make_unique<CaptureRecorder>();
+        auto capture = Capture({stream}, *recorder);
+        EXPECT_TRUE(recorder->Meets([](const auto&) { return true; }));
+        capture.reset();
+    }
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_EQ(sElsewhere, 0);
 }
 
 TEST_F(PipeWireServerTest, CapturesAnApplicationThatStartsLateFromItsFirstMomentsOn)

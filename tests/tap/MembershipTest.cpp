@@ -19,13 +19,11 @@ public:
     };
     std::map<pid_t, Process> mProcesses;
 
-    bool Descends(pid_t pid, pid_t ancestor) override
+    std::vector<pid_t> Lineage(pid_t pid) override
     {
-        for (; pid > 1; pid = mProcesses[pid].mParent) {
-            if (pid == ancestor) return true;
-            if (!mProcesses.count(pid)) return false;
-        }
-        return false;
+        std::vector<pid_t> line;
+        for (; mProcesses.count(pid); pid = mProcesses[pid].mParent) line.push_back(pid);
+        return line;
     }
     std::optional<uint64_t> StartTime(pid_t pid) override
     {

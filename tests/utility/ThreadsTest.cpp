@@ -143,11 +143,11 @@ TEST(CAPThread, StartingTwiceStartsOneThreadAndAfterItsEndAnother)
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_EQ(thread.GetScheduledPriority(), 0u);
     thread.Start();
+    EXPECT_GT(thread.GetScheduledPriority(), 0u) << "at once";
     thread.Start();
     sCounted.WaitUntil([] { return sCounted.mRuns > 0; });
     EXPECT_TRUE(thread.IsRunning());
     EXPECT_FALSE(thread.IsCurrentThread());
-    EXPECT_GT(thread.GetScheduledPriority(), 0u);
     thread.SetPriority(31, false);
     sMayEnd = true;
     while (thread.IsRunning()) {
@@ -158,6 +158,36 @@ TEST(CAPThread, StartingTwiceStartsOneThreadAndAfterItsEndAnother)
     thread.Start();
     sCounted.WaitUntil([] { return sCounted.mRuns == 2; });
     while (thread.IsRunning()) sched_yield();
+}
+
+TEST(CAGuard, NotifyAllWakesEveryWaiter)
+{
+    CAGuard guard("waited for");
+    Counted woken;
+    int waiting = 0;
+    bool mayGo = false;
+    const auto wait = [&] {
+        {
+            const CAMutex::Scope scope(guard);
+            for (++waiting; !mayGo;) guard.Wait();
+        }
+        woken.Tell(woken.mRuns);
+    };
+    std::thread first(wait), second(wait);
+    while (!mayGo) {
+        const CAMutex::Scope scope(guard);
+        mayGo = waiting == 2;
+    }
+    guard.NotifyAll();
+    {
+        const CAMutex::Scope scope(woken.mGuard);
+        bool late = false;
+        while (woken.mRuns < 2 && !late) late = woken.mGuard.WaitFor(10'000'000'000);
+        EXPECT_FALSE(late);
+    }
+    guard.Notify();  // a waiter that was passed over
+    first.join();
+    second.join();
 }
 
 TEST(CAHostTimeBase, ConversionsAreExactBelow2To53AndReachTheTopHalfOfTheRange)

@@ -96,7 +96,8 @@ protected:
 
 /// What one cycle of a clock domain brings: the same frames of every channel position.
 struct CaptureCycle {
-    uint64_t mHostNanos;  // host time of the first frame, as the domain's driver stamps it
+    uint64_t
+        mHostNanos;  // host time of the first frame, as the domain's driver stamps it, or of arrival if it does not
     int64_t mSampleTime;  // of the first frame, on the driver's own timeline, in frames at mRateHz
     double mRateScalar;   // what the driver says of its crystal (above 1: faster than nominal); a hint
     uint32_t mRateHz;     // nominal rate of the frames below; may change from one cycle to the next

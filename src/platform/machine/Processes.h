@@ -26,6 +26,8 @@ public:
 
     virtual pid_t Self() = 0;
     virtual std::optional<ProcessRecord> Find(pid_t pid) = 0;
+    /// The same without executable, sandbox and scope, each of which may cost a file.
+    virtual std::optional<ProcessRecord> FindBriefly(pid_t pid) { return Find(pid); }
     /// All there are, in rising order.
     virtual std::vector<pid_t> List() = 0;
     /// Whether there is a process of that identifier, 1 or above, that this one may send signals to.

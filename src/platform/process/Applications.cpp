@@ -66,12 +66,12 @@ std::vector<Application> CopyRunningApplications()
     return applications;
 }
 
-bool IsDescendant(pid_t pid, pid_t ancestor)
+std::vector<pid_t> CopyLineage(pid_t pid)
 {
-    ProcessTree tree(CurrentProcesses());
-    const std::vector<const machine::ProcessRecord*> line = tree.Lineage(pid);
-    return std::any_of(line.begin(), line.end(),
-                       [&](const machine::ProcessRecord* row) { return row->mPID == ancestor; });
+    ProcessTree tree(CurrentProcesses(), ProcessTree::Rows::Brief);
+    std::vector<pid_t> line;
+    for (const machine::ProcessRecord* row : tree.Lineage(pid)) line.push_back(row->mPID);
+    return line;
 }
 
 }  // namespace platform::process

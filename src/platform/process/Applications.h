@@ -36,7 +36,7 @@ std::vector<Application> CopyApplications();
 /// processes were started. Processes whose program may not be read are left out.
 std::vector<Application> CopyRunningApplications();
 
-/// Whether `pid` is `ancestor` or one of its descendants. Answers from the process table of this moment.
-bool IsDescendant(pid_t pid, pid_t ancestor);
+/// The process and its ancestors as of now, nearest first; empty where there is no such process.
+std::vector<pid_t> CopyLineage(pid_t pid);
 
 }  // namespace platform::process

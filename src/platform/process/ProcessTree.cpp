@@ -15,7 +15,7 @@ const ProcessRecord* ProcessTree::Find(pid_t pid)
 {
     if (pid <= 0) return nullptr;
     auto [row, added] = mRows.try_emplace(pid);
-    if (added) row->second = mProcesses.Find(pid);
+    if (added) row->second = mKind == Rows::Brief ? mProcesses.FindBriefly(pid) : mProcesses.Find(pid);
     return row->second ? &*row->second : nullptr;
 }
 

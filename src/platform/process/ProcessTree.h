@@ -12,7 +12,9 @@ namespace platform::process {
 /// A view of the table that reads each row once. For one question's time, on one thread.
 class ProcessTree {
 public:
-    explicit ProcessTree(machine::Processes& processes) : mProcesses(processes) {}
+    enum class Rows { Whole, Brief };  // as Processes::Find and Processes::FindBriefly return them
+
+    explicit ProcessTree(machine::Processes& processes, Rows rows = Rows::Whole) : mProcesses(processes), mKind(rows) {}
 
     /// The row of a process; null where there is none, for 0 and for negative numbers.
     const machine::ProcessRecord* Find(pid_t pid);
@@ -23,6 +25,7 @@ public:
 
 private:
     machine::Processes& mProcesses;
+    const Rows mKind;
     std::map<pid_t, std::optional<machine::ProcessRecord>> mRows;
 };
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <algorithm>
@@ -22,12 +24,20 @@ protected:
     support::FakeMachine& mMachine = support::FakeMachine::Installed();
 };
 
+bool TakesSignals()
+{
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    return sigismember(&blocked, SIGALRM) == 0;
+}
+
 struct Meeting {
     pthread_mutex_t mMutex;
     pthread_cond_t mCondition;
     bool mThere = false;
     std::string mName;
     int mDetachState = -1;
+    bool mTakesSignals = true;
 
     Meeting()
     {
@@ -51,6 +61,7 @@ struct Meeting {
         pthread_getattr_np(pthread_self(), &attributes);
         pthread_attr_getdetachstate(&attributes, &meeting.mDetachState);
         pthread_attr_destroy(&attributes);
+        meeting.mTakesSignals = TakesSignals();
         meeting.mThere = true;
         kernel::pthread_cond_signal(&meeting.mCondition);
         kernel::pthread_mutex_unlock(&meeting.mMutex);
@@ -60,8 +71,12 @@ struct Meeting {
     /// Waits for the other side with `wait` as the limit of each single wait.
     int Await(const timespec& wait)
     {
-        int result = 0;
         kernel::pthread_mutex_lock(&mMutex);
+        return AwaitLocked(wait);
+    }
+    int AwaitLocked(const timespec& wait)
+    {
+        int result = 0;
         while (!mThere && result == 0) result = kernel::pthread_cond_timedwait_relative_np(&mCondition, &mMutex, &wait);
         kernel::pthread_mutex_unlock(&mMutex);
         return result;
@@ -97,8 +112,9 @@ TEST_F(Threads, ATimedWaitTakesAnyNumberOfNanosecondsAndGivesUpWithThePublishedN
     for (const timespec longer : {timespec{0, 60'000'000'000}, timespec{0, LONG_MAX}, timespec{LONG_MAX, LONG_MAX}}) {
         Meeting meeting;
         pthread_t thread;
+        kernel::pthread_mutex_lock(&meeting.mMutex);  // keeps the other side from arriving before the wait
         ASSERT_EQ(kernel::pthread_create(&thread, nullptr, Meeting::Arrive, &meeting), 0);
-        EXPECT_EQ(meeting.Await(longer), 0);
+        EXPECT_EQ(meeting.AwaitLocked(longer), 0);
         void* result = nullptr;
         EXPECT_EQ(kernel::pthread_join(thread, &result), 0);
         EXPECT_EQ(result, &meeting);
@@ -116,7 +132,7 @@ TEST_F(Threads, AWaitIsNeverOverBeforeItsTime)
     EXPECT_GE(mach_absolute_time(), between + 200'000);
 }
 
-TEST_F(Threads, AThreadStartsUnderItsNameAndDetachedWhereAsked)
+TEST_F(Threads, AThreadStartsUnderItsNameDetachedWhereAskedAndWithoutSignals)
 {
     pthread_attr_t detached;
     pthread_attr_init(&detached);
@@ -127,6 +143,8 @@ TEST_F(Threads, AThreadStartsUnderItsNameAndDetachedWhereAsked)
     EXPECT_EQ(meeting.Await({60, 0}), 0);
     EXPECT_EQ(meeting.mName, "a name that is ");
     EXPECT_EQ(meeting.mDetachState, PTHREAD_CREATE_DETACHED);
+    EXPECT_FALSE(meeting.mTakesSignals);
+    EXPECT_TRUE(TakesSignals());
     pthread_attr_destroy(&detached);
 }
 
@@ -143,10 +161,10 @@ TEST_F(Threads, ThePriorityThatWasGrantedIsThePriorityThatIsTold)
     EXPECT_EQ(BasePriorityOf(self), 51);
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_PRECEDENCE_POLICY, &immense, 1), 0);
     EXPECT_EQ(BasePriorityOf(self), 63);
-    for (int32_t priority = 0; priority <= 63; ++priority) {
+    for (int32_t priority = -1; priority <= 64; ++priority) {
         const int32_t words[] = {priority, 10};
         EXPECT_EQ(kernel::thread_policy(self, kernel::POLICY_RR, words, 2, true), 0);
-        EXPECT_EQ(BasePriorityOf(self), priority);
+        EXPECT_EQ(BasePriorityOf(self), std::clamp(priority, 0, 63));
     }
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_TIME_CONSTRAINT_POLICY, constraint, 4), 0);
     EXPECT_EQ(kernel::thread_policy_set(self, kernel::THREAD_PRECEDENCE_POLICY, &importance, 1), 0);
@@ -180,6 +198,12 @@ int LimitPriority(int limit)
     return getrlimit(RLIMIT_RTPRIO, &priorities) == 0 ? int(std::min<rlim_t>(priorities.rlim_cur, 80)) : -1;
 }
 
+/// A library's worker, started by a real-time thread. @return `mark` where it shares its time
+void* IsTimeShared(void* mark)
+{
+    return sched_getscheduler(0) == SCHED_OTHER ? mark : nullptr;
+}
+
 /// Asks for the highest priority. @return whether what was had is at most `most`, told truly, and given back
 bool TakesWhatIsLeft(int most)
 {
@@ -191,12 +215,58 @@ bool TakesWhatIsLeft(int most)
                threads.DescribeScheduling().find("refused") != std::string::npos;
     }
     const int priority = platform::machine::FixedPriorityForLevel(had.mLevel);
-    return priority == most && threads.DescribeScheduling().find(std::to_string(priority)) != std::string::npos &&
+    threads.Schedule(pthread_self(), {SchedulingWish::Kind::Fixed, 0.8f});
+    if (threads.GetScheduling(pthread_self()).mLevel >= had.mLevel) return false;
+    pthread_t worker;
+    void* shared = nullptr;
+    if (pthread_create(&worker, nullptr, IsTimeShared, &worker) != 0 || pthread_join(worker, &shared) != 0)
+        return false;
+    return shared != nullptr && priority == most &&
+           threads.DescribeScheduling().find(std::to_string(priority)) != std::string::npos &&
            threads.Schedule(pthread_self(), {}) == 0 &&
            threads.GetScheduling(pthread_self()).mKind == SchedulingWish::Kind::Standard;
 }
 
+/// Takes every request.
+class Broker final : public platform::machine::SchedulingBroker {
+public:
+    bool RequestPriority(int priority) override
+    {
+        mPriority = priority;
+        return true;
+    }
+    int mPriority = 0;
+};
+
+/// Whether a thread that is refused has the broker asked for itself, and for no other thread; and exact timers for as
+/// long as it wants to be real-time.
+bool TurnsToTheBroker(pthread_t other)
+{
+    LinuxThreads threads;
+    Broker broker;
+    const SchedulingWish highest{SchedulingWish::Kind::Fixed, 1.0f};
+    threads.SetBroker(&broker);
+    const int usual = prctl(PR_GET_TIMERSLACK);
+    if (LimitPriority(0) != 0) return true;  // nothing is refused here
+    if (threads.Schedule(other, highest) == 0 || broker.mPriority != 0) return false;
+    if (threads.Schedule(pthread_self(), highest) != 0 || broker.mPriority != 80) return false;
+    const int exact = prctl(PR_GET_TIMERSLACK);
+    return exact == 1 && threads.Schedule(pthread_self(), {}) == 0 && prctl(PR_GET_TIMERSLACK) == usual;
+}
+
 }  // namespace
+
+TEST(LinuxThreads, ARefusedThreadTurnsToTheBrokerForItself)
+{
+    const auto turns = [] {
+        Meeting held;
+        pthread_t other;
+        kernel::pthread_mutex_lock(&held.mMutex);
+        if (LinuxThreads().Create(&other, false, "other", Meeting::Arrive, &held) != 0) return false;
+        return TurnsToTheBroker(other);
+    };
+    EXPECT_EXIT(_exit(turns() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
 
 TEST(LinuxThreads, TakesThePriorityThatTheLimitLeavesAndStaysTimeSharedWithoutOne)
 {

@@ -181,7 +181,8 @@ TEST(LinuxMessenger, OnlyAFolderThatIsThisUsersAloneIsUsed)
                                {tree.Root() + "/link", "not a folder that can be opened"},
                                {tree.Root() + "/file", "not a folder that can be opened"},
                                {folder("read", 0750), "open to others"},
-                               {folder("shared", 01777), "open to others"}};
+                               {folder("shared", 01777), "open to others"},
+                               {folder("sticky", 01700), "open to others"}};
     if (geteuid() == 0) {  // nobody else can give a folder away
         cases.push_back({folder("foreign", 0700), "belongs to another user"});
         ASSERT_EQ(chown((tree.Root() + "/foreign/corvane").c_str(), 65534, 65534), 0);

@@ -10,8 +10,9 @@ using platform::machine::PlaybackStream;
 using platform::machine::ProcessRecord;
 using platform::process::Application;
 using platform::process::CopyApplications;
+using platform::process::CopyLineage;
 using platform::process::IdentifierSource;
-using platform::process::IsDescendant;
+using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
@@ -74,8 +75,7 @@ TEST_F(Applications, ASandboxOrAScopeIsOneApplicationWhateverRunsInIt)
     Process(30, 1, "/bin/sh").mDesktopScope = "game";
     Process(31, 30, "/opt/game").mDesktopScope = "game";
     Process(32, 30, "/opt/sound").mDesktopScope = "game";
-    Stream(31);
-    Stream(32);
+    for (const pid_t pid : {31, 32, 31}) Stream(pid);
     const std::vector<Application> found = CopyApplications();
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].mPID, 30);
@@ -121,15 +121,13 @@ TEST_F(Applications, DescentEndsAtANumberThatWasGivenOutAgain)
     Process(10, 1, "/a");
     Process(20, 10, "/b");
     Process(30, 20, "/c");
-    EXPECT_TRUE(IsDescendant(30, 10));
-    EXPECT_TRUE(IsDescendant(30, 30));
-    EXPECT_FALSE(IsDescendant(10, 30));
-    EXPECT_FALSE(IsDescendant(31, 10));
+    EXPECT_THAT(CopyLineage(30), ElementsAre(30, 20, 10));
+    EXPECT_THAT(CopyLineage(31), ElementsAre());
     mMachine.mProcesses.mTable[20].mStartTime = 31;  // younger than its child
-    EXPECT_FALSE(IsDescendant(30, 10));
+    EXPECT_THAT(CopyLineage(30), ElementsAre(30));
     Process(40, 41, "/d");
     Process(41, 40, "/d").mStartTime = 40;
-    EXPECT_FALSE(IsDescendant(40, 10));  // a circle ends too
+    EXPECT_THAT(CopyLineage(40), testing::Not(Contains(10)));  // a circle ends too
 }
 
 TEST(PlainText, LeavesNothingThatATerminalWouldObey)

@@ -51,6 +51,10 @@ TEST(LinuxProcesses, FindsThisProcess)
     EXPECT_EQ(self->mParent, getppid());
     EXPECT_EQ(self->mExecutable, std::filesystem::canonical("/proc/self/exe"));
     EXPECT_GT(self->mStartTime, 0u);
+    const auto brief = processes.FindBriefly(processes.Self());
+    ASSERT_TRUE(brief);
+    EXPECT_EQ(std::tuple(brief->mPID, brief->mParent, brief->mStartTime, brief->mExecutable),
+              std::tuple(self->mPID, self->mParent, self->mStartTime, ""));
 }
 
 TEST_F(LinuxProcessesTest, NamesMayHoldWhateverAProcessLikes)

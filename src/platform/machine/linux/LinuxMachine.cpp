@@ -28,7 +28,7 @@ public:
 
     AudioServer& GetAudioServer() override
     {
-        std::call_once(mServerOnce, [this] { mServer = MakePipeWireServer(); });
+        std::call_once(mServerOnce, [this] { mServer = MakePipeWireServer(&mThreads); });
         return *mServer;
     }
 

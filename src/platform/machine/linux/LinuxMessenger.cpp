@@ -4,7 +4,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <array>
 #include <cassert>
@@ -48,6 +48,14 @@ bool IsFromThisUser(msghdr& header)
     ucred sender;
     std::memcpy(&sender, CMSG_DATA(item), sizeof sender);
     return sender.uid == geteuid();
+}
+
+/// Whether an error of receiving is one of the moment. Waits a little where memory is short.
+bool Passes(int error)
+{
+    const bool isShortage = error == ENOMEM || error == ENOBUFS;
+    if (isShortage) poll(nullptr, 0, 10);
+    return isShortage || error == EINTR;
 }
 
 }  // namespace
@@ -100,9 +108,6 @@ std::string LinuxMessenger::Describe()
 
 void* LinuxMessenger::Run(void* self)
 {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);  // the program's handlers expect its own threads
     static_cast<LinuxMessenger*>(self)->ReceiveAll();
     return nullptr;
 }
@@ -127,7 +132,7 @@ bool LinuxMessenger::ReceiveNext(std::string& message)
     header.msg_control = identity.data();
     header.msg_controllen = identity.size();
     const ssize_t bytes = recvmsg(mListener.Get(), &header, MSG_CMSG_CLOEXEC);
-    if (bytes < 0 && errno != EINTR) mEnding.store(true, std::memory_order_relaxed);  // who closed it is not waited for
+    if (bytes < 0 && !Passes(errno)) mEnding.store(true, std::memory_order_relaxed);
     if (bytes <= 0 || (header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0 || !IsFromThisUser(header)) return false;
     message.resize(size_t(bytes));
     return true;

@@ -156,20 +156,27 @@ std::vector<pid_t> LinuxProcesses::List()
     return processes;
 }
 
-std::optional<ProcessRecord> LinuxProcesses::Find(pid_t pid)
+std::optional<ProcessRecord> LinuxProcesses::FindBriefly(pid_t pid)
 {
     if (pid <= 0) return std::nullopt;
-    const std::string folder = mRoot + "/" + std::to_string(pid);
-    const std::optional<std::string> stat = ReadBoundedFile(folder + "/stat", kMostBytes);
+    const std::optional<std::string> stat = ReadBoundedFile(FolderOf(pid) + "/stat", kMostBytes);
     ProcessRecord record;
     record.mPID = pid;
     if (!stat || !ParseStat(*stat, record)) return std::nullopt;
-    record.mExecutable = ReadExecutable(folder);
+    return record;
+}
+
+std::optional<ProcessRecord> LinuxProcesses::Find(pid_t pid)
+{
+    std::optional<ProcessRecord> record = FindBriefly(pid);
+    if (!record) return record;
+    const std::string folder = FolderOf(pid);
+    record->mExecutable = ReadExecutable(folder);
     // The root is the sandbox's own ground: a link there could lead anywhere on this side.
     const std::string sandbox = folder + "/root/.flatpak-info";
-    record.mSandboxID =
+    record->mSandboxID =
         FindInKeyFile(ReadBoundedFile(sandbox, kMostBytes, Links::Refuse).value_or(""), "Application", "name");
-    record.mDesktopScope = ApplicationOfControlGroup(ReadBoundedFile(folder + "/cgroup", kMostBytes).value_or(""));
+    record->mDesktopScope = ApplicationOfControlGroup(ReadBoundedFile(folder + "/cgroup", kMostBytes).value_or(""));
     return record;
 }
 

@@ -18,11 +18,14 @@ public:
 
     pid_t Self() override;
     std::optional<ProcessRecord> Find(pid_t pid) override;
+    std::optional<ProcessRecord> FindBriefly(pid_t pid) override;
     std::vector<pid_t> List() override;
     bool MaySignal(pid_t pid) override;
     std::optional<DesktopEntry> FindDesktopEntry(const std::string& executable) override;
 
 private:
+    std::string FolderOf(pid_t pid) const { return mRoot + "/" + std::to_string(pid); }
+
     std::string mRoot;
     DesktopEntries mEntries;
 };

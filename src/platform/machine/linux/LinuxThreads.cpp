@@ -1,5 +1,6 @@
 #include "platform/machine/linux/LinuxThreads.h"
 
+#include "platform/machine/linux/BlockedSignals.h"
 #include "platform/machine/linux/HostTimespec.h"
 
 #include <sched.h>
@@ -47,6 +48,14 @@ int AllowedPriority()
     return int(std::min<rlim_t>(limit.rlim_cur, kHighestPriority));
 }
 
+/// Spreads the range over what the limit leaves, so that no two threads of different levels share a priority there
+/// while that has room.
+int ScaledTo(int allowed, int priority)
+{
+    return kLowestPriority +
+           (priority - kLowestPriority) * (allowed - kLowestPriority) / (kHighestPriority - kLowestPriority);
+}
+
 }  // namespace
 
 int FixedPriorityForLevel(float level)
@@ -69,7 +78,11 @@ int LinuxThreads::Create(pthread_t* thread, bool detached, const char* name, voi
     pthread_attr_t attributes;
     if (const int error = pthread_attr_init(&attributes)) return error;
     if (detached) pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    const int error = pthread_create(thread, &attributes, Run, start.get());
+    int error = 0;
+    {
+        const BlockedSignals inherited;
+        error = pthread_create(thread, &attributes, Run, start.get());
+    }
     pthread_attr_destroy(&attributes);
     if (error == 0) static_cast<void>(start.release());  // Run owns it
     return error;
@@ -133,27 +146,44 @@ int LinuxThreads::Broadcast(pthread_cond_t* condition)
 
 int LinuxThreads::ScheduleFixed(pthread_t thread, int priority)
 {
-    int error = SetPolicy(thread, SCHED_FIFO, priority);
-    if (const int allowed = AllowedPriority(); error == EPERM && allowed > 0 && allowed < priority) {
-        priority = allowed;
-        error = SetPolicy(thread, SCHED_FIFO, priority);
-    }
-    if (error == 0) {
-        int highest = mHighestGranted.load(std::memory_order_relaxed);
-        while (highest < priority && !mHighestGranted.compare_exchange_weak(highest, priority)) {
-        }
-        return 0;
-    }
-    mRefusal.store(error, std::memory_order_relaxed);
+    const int error = TakeFixed(thread, priority);
+    if (error == 0) return 0;
+    const bool isCaller = pthread_equal(thread, pthread_self()) != 0;
     // The kernel lets a time-shared thread's timers run late by 50 us to save power; only the thread itself
     // may take that back.
-    if (pthread_equal(thread, pthread_self())) prctl(PR_SET_TIMERSLACK, 1, 0, 0, 0);
+    if (isCaller) prctl(PR_SET_TIMERSLACK, 1, 0, 0, 0);
+    if (isCaller && AskBroker(priority)) return 0;
+    mRefusal.store(error, std::memory_order_relaxed);
     return error;
+}
+
+int LinuxThreads::TakeFixed(pthread_t thread, int priority)
+{
+    const int allowed = AllowedPriority();
+    // The highest priority shows whether the limit binds this process at all.
+    int error = SetPolicy(thread, SCHED_FIFO, kHighestPriority);
+    if (error == EPERM && allowed == 0) return error;
+    if (error == EPERM) priority = ScaledTo(allowed, priority);
+    error = SetPolicy(thread, SCHED_FIFO, priority);
+    if (error != 0) return error;
+    int highest = mHighestGranted.load(std::memory_order_relaxed);
+    while (highest < priority && !mHighestGranted.compare_exchange_weak(highest, priority)) {
+    }
+    return 0;
+}
+
+bool LinuxThreads::AskBroker(int priority)
+{
+    SchedulingBroker* broker = mBroker.load(std::memory_order_acquire);
+    if (broker == nullptr || !broker->RequestPriority(priority)) return false;
+    mBrokerAsked.store(true, std::memory_order_relaxed);
+    return true;
 }
 
 int LinuxThreads::Schedule(pthread_t thread, const SchedulingWish& wish)
 {
     if (wish.mKind == SchedulingWish::Kind::Fixed) return ScheduleFixed(thread, FixedPriorityForLevel(wish.mLevel));
+    if (pthread_equal(thread, pthread_self())) prctl(PR_SET_TIMERSLACK, 0, 0, 0, 0);  // the default
     if (GetScheduling(thread).mKind == SchedulingWish::Kind::Standard) return 0;
     return SetPolicy(thread, SCHED_OTHER, 0);
 }
@@ -172,6 +202,9 @@ std::string LinuxThreads::DescribeScheduling()
 {
     const int granted = mHighestGranted.load(std::memory_order_relaxed);
     const int refusal = mRefusal.load(std::memory_order_relaxed);
+    const bool asked = mBrokerAsked.load(std::memory_order_relaxed);
+    if (refusal == 0 && asked)
+        return "Real-time threads run at the priority that the desktop's broker grants, if it does.";
     if (refusal == 0 && granted == 0) return "No thread has asked for real-time scheduling yet.";
     if (refusal == 0) return "Real-time threads run at fixed priority, the highest at " + std::to_string(granted) + ".";
     const std::string why = std::strerror(refusal);

@@ -24,10 +24,9 @@ const float* Samples(FilterPort* port, uint32_t frames) noexcept
 
 }  // namespace
 
-void CaptureCycles::Process(const spa_io_position& position, std::span<FilterPort* const> ports,
+void CaptureCycles::Process(const spa_io_clock& clock, std::span<FilterPort* const> ports,
                             bool resumed) CORVANE_REALTIME
 {
-    const spa_io_clock& clock = position.clock;
     const auto frames = static_cast<uint32_t>(clock.duration);
     size_t channels = 0;
     for (FilterPort* port : ports)

@@ -13,8 +13,7 @@ public:
     explicit CaptureCycles(CaptureClient& client) : mClient(client) {}
 
 private:
-    void Process(const spa_io_position& position, std::span<FilterPort* const> ports,
-                 bool resumed) CORVANE_REALTIME override;
+    void Process(const spa_io_clock& clock, std::span<FilterPort* const> ports, bool resumed) CORVANE_REALTIME override;
 
     CaptureClient& mClient;
     // The data thread's.

@@ -2,22 +2,36 @@
 
 #include <pipewire/impl.h>
 #include <pipewire/pipewire.h>
+#include <pthread.h>
 #include <spa/support/thread.h>
 
 namespace platform::machine::pipewire {
 
 Context::Context(Loop& loop) : mLoop(loop)
 {
+    const BlockedSignals inherited;  // the library starts its data thread here
     // Where client-rt.conf is missing the library takes client.conf by itself.
-    if (!TryConfiguration("client-rt.conf"))
+    if (!TryConfiguration("client-rt.conf")) {
         GoWithoutConfiguration();
-    else if (pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils) == nullptr)
+        return;
+    }
+    mThreadUtils = static_cast<spa_thread_utils*>(pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils));
+    if (mThreadUtils == nullptr)
         mShortcoming = "without PipeWire's real-time module, so audio threads are scheduled as any other";
 }
 
 Context::~Context()
 {
+    const BlockedSignals blocked;
     if (mContext != nullptr) pw_context_destroy(mContext);
+}
+
+// For a thread that the library did not make, it names the calling one to the broker.
+bool Context::RequestPriority(int priority) const
+{
+    if (mThreadUtils == nullptr) return false;
+    auto* self = reinterpret_cast<spa_thread*>(pthread_self());
+    return spa_thread_utils_acquire_rt(mThreadUtils, self, priority) >= 0;
 }
 
 bool Context::TryConfiguration(const char* file)
@@ -37,16 +51,6 @@ void Context::GoWithoutConfiguration()
     for (const char* module : {"protocol-native", "client-node", "adapter", "metadata"})
         pw_context_load_module(mContext, (std::string("libpipewire-module-") + module).c_str(), nullptr, nullptr);
     mShortcoming = "without PipeWire's client configuration, so audio threads are scheduled as any other";
-}
-
-void Context::RunOnDataThread(const std::function<void()>& action)
-{
-    const auto run = [](spa_loop*, bool, uint32_t, const void*, size_t, void* given) {
-        if (const auto& todo = *static_cast<const std::function<void()>*>(given)) todo();
-        return 0;
-    };
-    pw_data_loop_invoke(pw_context_get_data_loop(mContext), run, 0, nullptr, 0, true,
-                        const_cast<std::function<void()>*>(&action));
 }
 
 }  // namespace platform::machine::pipewire

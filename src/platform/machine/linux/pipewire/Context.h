@@ -3,10 +3,10 @@
 
 #include "platform/machine/linux/pipewire/Loop.h"
 
-#include <functional>
 #include <string>
 
 struct pw_context;
+struct spa_thread_utils;
 
 namespace platform::machine::pipewire {
 
@@ -23,11 +23,8 @@ public:
 
     Loop& GetLoop() const { return mLoop; }
 
-    /// Has the data thread run `action` between two cycles, and returns when it has. With nothing to do this
-    /// waits for the end of what it was doing at the time of the call.
-    ///
-    /// @thread any but the data thread, under the loop's lock
-    void RunOnDataThread(const std::function<void()>& action);
+    /// Asks the library's broker for a fixed priority of the calling thread. @return whether it took the request
+    bool RequestPriority(int priority) const;
 
     /// What could not be had, as the rest of a sentence; empty where all could.
     const std::string& Shortcoming() const { return mShortcoming; }
@@ -38,6 +35,7 @@ private:
 
     Loop& mLoop;
     pw_context* mContext = nullptr;
+    spa_thread_utils* mThreadUtils = nullptr;  // null where the library has no broker
     std::string mShortcoming;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/machine/linux/pipewire/Filter.h"
 
+#include "platform/machine/linux/LinuxClock.h"
 #include "platform/machine/linux/pipewire/Objects.h"
 
 #include <unistd.h>
@@ -8,12 +9,29 @@
 #include <cerrno>
 #include <utility>
 
+// Weak: libraries that have no more than one data thread lack it.
+extern "C" [[gnu::weak]] pw_loop* pw_filter_get_data_loop(pw_filter* filter);
+
 namespace platform::machine::pipewire {
 
 namespace {
 
 // Between the loss of a node and the next try: a server that refuses it is not asked without end.
 constexpr uint64_t kPauseNanos = 200'000'000;
+
+// Any process may drive, and may write while this reads: what is checked has to be what is used.
+spa_io_clock CopyOf(const volatile spa_io_clock& shared) noexcept
+{
+    spa_io_clock copy{};
+    copy.id = shared.id;
+    copy.nsec = shared.nsec;
+    copy.rate.denom = shared.rate.denom;
+    copy.position = shared.position;
+    copy.duration = shared.duration;
+    copy.delay = shared.delay;
+    copy.rate_diff = shared.rate_diff;
+    return copy;
+}
 
 // A cycle that no server has would be divided by its rate, and walked through piece by piece.
 bool IsPossible(const spa_io_clock& clock) noexcept
@@ -80,7 +98,7 @@ bool Filter::Connect(const std::string& name, std::span<const ChannelPosition> p
 Filter::~Filter()
 {
     mClient.store(nullptr, std::memory_order_release);
-    mContext.RunOnDataThread({});
+    FinishCycle();
     if (mFilter != nullptr) {
         spa_hook_remove(&mHook);
         pw_filter_destroy(mFilter);
@@ -88,6 +106,14 @@ Filter::~Filter()
     if (mCore == nullptr) return;
     spa_hook_remove(&mCoreHook);
     pw_core_disconnect(mCore);
+}
+
+DataThread Filter::CycleThread() const
+{
+    pw_loop* control = mContext.GetLoop().Get();
+    if (mFilter == nullptr) return {nullptr, control};
+    if (pw_filter_get_data_loop != nullptr) return {pw_filter_get_data_loop(mFilter), control};
+    return {pw_data_loop_get_loop(pw_context_get_data_loop(mContext.Get())), control};
 }
 
 void Filter::OnState(pw_filter_state state)
@@ -115,8 +141,9 @@ bool Filter::HasPort(ChannelPosition position) const
 
 void Filter::EnsurePort(ChannelPosition position)
 {
-    // The data thread walks the filter's list of ports in every cycle, so that it has to stand still meanwhile.
-    if (!mBroken && !HasPort(position)) mContext.RunOnDataThread([&] { AddPort(position); });
+    // The data thread walks the filter's list of ports in every cycle. The library adds a port on the control thread or
+    // under its lock only.
+    if (!mBroken && !HasPort(position)) CycleThread().RunBetweenCycles([&] { AddPort(position); });
 }
 
 void Filter::AddPort(ChannelPosition position)
@@ -137,8 +164,14 @@ void Filter::Process(const spa_io_position* position) CORVANE_REALTIME
 {
     const kernel::RealtimeScope scope;
     FilterClient* client = mClient.load(std::memory_order_acquire);
-    if (client == nullptr || position == nullptr || !IsPossible(position->clock)) return;
-    client->Process(*position, Ports(), mResumed.exchange(false, std::memory_order_relaxed));
+    if (client == nullptr || position == nullptr) return;
+    spa_io_clock clock = CopyOf(position->clock);
+    if (!IsPossible(clock)) return;
+    const CycleMoment moment =
+        mClock.Take(clock.id, {clock.nsec, clock.position}, clock.duration, LinuxClock().NowNanos());
+    clock.nsec = moment.mHostNanos;
+    clock.position = moment.mPosition;
+    client->Process(clock, Ports(), mResumed.exchange(false, std::memory_order_relaxed));
 }
 
 }  // namespace platform::machine::pipewire

@@ -6,6 +6,8 @@
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/linux/pipewire/Channels.h"
 #include "platform/machine/linux/pipewire/Context.h"
+#include "platform/machine/linux/pipewire/DataThread.h"
+#include "platform/machine/linux/pipewire/DriverClock.h"
 
 #include <pipewire/filter.h>
 #include <pipewire/pipewire.h>
@@ -27,10 +29,11 @@ struct FilterPort {
 /// What a filter's data thread does in a cycle.
 class FilterClient {
 public:
+    /// @param clock    what this uses of the cycle's clock, within bounds; the rest of it is 0
     /// @param resumed  whether this is the first cycle since the server let the node rest
     /// @thread         the server's data thread
     /// @realtime       yes
-    virtual void Process(const spa_io_position& position, std::span<FilterPort* const> ports,
+    virtual void Process(const spa_io_clock& clock, std::span<FilterPort* const> ports,
                          bool resumed) CORVANE_REALTIME = 0;
 
 protected:
@@ -69,10 +72,14 @@ public:
     /// The node's number on the server; nothing before the server gave one.
     std::optional<uint32_t> NodeID() const;
 
+    /// Returns when every cycle that had begun at the time of the call is over.
+    void FinishCycle() const { CycleThread().FinishCycle(); }
+
     /// Makes sure that the node has a port for `position`.
     void EnsurePort(ChannelPosition position);
 
 private:
+    DataThread CycleThread() const;
     bool Connect(const std::string& name, std::span<const ChannelPosition> positions);
     std::span<FilterPort* const> Ports() const
     {
@@ -96,6 +103,7 @@ private:
     bool mBroken = false;
     bool mOver = false;
     LoopTimer mPause;
+    DriverClock mClock;  // the data thread's
     std::array<FilterPort*, kPositions> mPorts{};
     std::atomic<unsigned> mPortCount{0};  // stored by control calls (release), read by the data thread (acquire)
     std::atomic<FilterClient*> mClient;   // stored by the destructor (release), read by the data thread (acquire)

@@ -11,13 +11,21 @@ namespace platform::machine::pipewire {
 
 namespace {
 
+bool HostUsesTheLibrary()
+{
+    spa_support support;
+    return pw_get_support(&support, 1) != 0;  // empty until the first initialisation
+}
+
 void InitialiseLibrary()
 {
     static std::once_flag sOnce;
     std::call_once(sOnce, [] {
+        const bool logIsTheHosts = HostUsesTheLibrary() || std::getenv("PIPEWIRE_DEBUG") != nullptr;
         pw_init(nullptr, nullptr);
-        // A program that uses us should not find a library's remarks among its own output.
-        if (std::getenv("PIPEWIRE_DEBUG") == nullptr) pw_log_set_level(SPA_LOG_LEVEL_NONE);
+        // A program that does not know of the library should not find its remarks among its own output. The level is
+        // one for the whole process.
+        if (!logIsTheHosts) pw_log_set_level(SPA_LOG_LEVEL_NONE);
     });
 }
 
@@ -38,6 +46,7 @@ Loop::~Loop()
 
 void Loop::Start()
 {
+    const BlockedSignals inherited;
     if (pw_thread_loop_start(mLoop) < 0) throw std::bad_alloc();
 }
 

@@ -1,6 +1,8 @@
 // Loop: the control thread of one server object and its lock, and what can wake that thread.
 #pragma once
 
+#include "platform/machine/linux/BlockedSignals.h"
+
 #include <cstdint>
 #include <functional>
 
@@ -22,7 +24,8 @@ public:
     void Stop();
     pw_loop* Get() const;
 
-    /// Keeps the loop's thread out while it lives. The thread itself may take it too.
+    /// Keeps the loop's thread out while it lives. The thread itself may take it too. The calling thread blocks signals
+    /// meanwhile, since the library's blocking calls do not survive one.
     class Guard {
     public:
         explicit Guard(Loop& loop);
@@ -31,6 +34,7 @@ public:
         Guard& operator=(const Guard&) = delete;
 
     private:
+        const BlockedSignals mBlocked;
         Loop& mLoop;
     };
 

@@ -80,6 +80,7 @@ struct Link {
 
     uint32_t mOutputNode, mOutputPort;
     uint32_t mInputNode, mInputPort;
+    bool mDestroyed = false;  // the server was asked to
 };
 
 }  // namespace platform::machine::pipewire

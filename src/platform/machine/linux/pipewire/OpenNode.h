@@ -48,6 +48,9 @@ protected:
     ///                first frame be caught
     void Feed(std::span<const ChannelPosition> likely, std::span<const LinkedPort> ports);
 
+    /// The node that Feed put on the server.
+    const Filter& OwnFilter() const { return *mFilter; }
+
     Surroundings mAround;
     const std::string mUID;
 

@@ -8,7 +8,7 @@ namespace platform::machine::pipewire {
 
 Output::Output(const Surroundings& surroundings, std::string uid, std::string name, PlaybackClient& client)
     : OpenNode(surroundings, std::move(uid), std::move(name), kPlaybackFilter, mCycles),
-      mCycles(surroundings.mContext, surroundings.mChanged, client)
+      mCycles(surroundings.mChanged, client)
 {
     const Loop::Guard guard(mAround.mLoop);
     Open();
@@ -29,7 +29,7 @@ void Output::Update()
     const std::vector<LinkedPort> ports = DevicePortsOf(mAround.mRegistry, *device, false);
     const std::vector<ChannelPosition> channels = PositionsOf(ports);
     Feed(channels, ports);
-    mCycles.Announce(channels);
+    mCycles.Announce(OwnFilter(), channels);
 }
 
 }  // namespace platform::machine::pipewire

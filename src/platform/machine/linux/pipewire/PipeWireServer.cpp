@@ -1,5 +1,6 @@
 #include "platform/machine/linux/pipewire/PipeWireServer.h"
 
+#include "platform/machine/linux/LinuxThreads.h"
 #include "platform/machine/linux/pipewire/Capture.h"
 #include "platform/machine/linux/pipewire/Connection.h"
 #include "platform/machine/linux/pipewire/Input.h"
@@ -46,9 +47,9 @@ private:
     bool mReady = false;
 };
 
-class PipeWireServer final : public AudioServer, private Connection::Owner {
+class PipeWireServer final : public AudioServer, private Connection::Owner, private SchedulingBroker {
 public:
-    PipeWireServer();
+    explicit PipeWireServer(LinuxThreads* threads);
     ~PipeWireServer();
 
     ServerSnapshot Snapshot() override;
@@ -65,6 +66,7 @@ public:
     uint64_t LongestCycleNanos() override;
 
 private:
+    bool RequestPriority(int priority) override { return mContext.RequestPriority(priority); }
     void OnConnected(pw_core* core) override { mRegistry.Attach(core); }
     void OnSettled() override;
     void OnDisconnected() override;
@@ -72,6 +74,7 @@ private:
     void Refresh();
     OpenNode::Surroundings Around() { return {mLoop, mContext, mRegistry, mNodes, mChanged}; }
 
+    LinuxThreads* const mThreads;
     Loop mLoop;
     Context mContext{mLoop};
     LoopEvent mChanged{mLoop, [this] { OnChanged(); }};
@@ -84,16 +87,19 @@ private:
     std::vector<ServerListener*> mListeners;
 };
 
-PipeWireServer::PipeWireServer()
+PipeWireServer::PipeWireServer(LinuxThreads* threads) : mThreads(threads)
 {
     const Loop::Guard guard(mLoop);
     mConnection.Open();
     mLoop.Start();
+    if (mThreads != nullptr) mThreads->SetBroker(this);
 }
 
 PipeWireServer::~PipeWireServer()
 {
+    if (mThreads != nullptr) mThreads->SetBroker(nullptr);
     mLoop.Stop();
+    const Loop::Guard guard(mLoop);
     mConnection.Close();
 }
 
@@ -189,9 +195,9 @@ void PipeWireServer::Refresh()
 
 }  // namespace
 
-std::unique_ptr<AudioServer> MakePipeWireServer()
+std::unique_ptr<AudioServer> MakePipeWireServer(LinuxThreads* threads)
 {
-    return std::make_unique<PipeWireServer>();
+    return std::make_unique<PipeWireServer>(threads);
 }
 
 }  // namespace platform::machine

@@ -19,9 +19,13 @@
 
 namespace platform::machine {
 
+class LinuxThreads;
+
 /// Starts connecting at once and never fails: where no server is, it is waited for.
 ///
 /// What was opened on it must be gone before the server object goes.
-std::unique_ptr<AudioServer> MakePipeWireServer();
+///
+/// @param threads  use the broker of this server's library while the server object lives; may be null
+std::unique_ptr<AudioServer> MakePipeWireServer(LinuxThreads* threads = nullptr);
 
 }  // namespace platform::machine

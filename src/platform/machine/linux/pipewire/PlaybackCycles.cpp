@@ -13,6 +13,7 @@ float* Room(FilterPort* port, uint32_t frames) noexcept
 {
     pw_buffer* buffer = pw_filter_dequeue_buffer(port);
     if (buffer == nullptr) return nullptr;
+    if (buffer->buffer->n_datas == 0) return pw_filter_queue_buffer(port, buffer), nullptr;
     const spa_data& data = buffer->buffer->datas[0];
     const size_t bytes = frames * sizeof(float);
     const bool fits = data.data != nullptr && data.maxsize >= bytes;
@@ -32,13 +33,13 @@ uint64_t HeardAt(const spa_io_clock& clock) noexcept
 
 }  // namespace
 
-void PlaybackCycles::Announce(const std::vector<ChannelPosition>& channels)
+void PlaybackCycles::Announce(const Filter& filter, const std::vector<ChannelPosition>& channels)
 {
     const uint32_t rateHz = mSeenHz.load(std::memory_order_relaxed);
     const bool known = rateHz == mAnnouncedHz.load(std::memory_order_relaxed) && channels == mChannels;
     if (known || rateHz == 0 || channels.empty()) return;
     mAnnouncedHz.store(0, std::memory_order_release);
-    mContext.RunOnDataThread({});
+    filter.FinishCycle();
     mChannels = channels;
     mSamples.resize(channels.size());
     mClient.SetPlaybackFormat(rateHz, channels);
@@ -60,9 +61,8 @@ bool PlaybackCycles::Place(FilterPort& port, float* samples, uint32_t frames) no
     return true;
 }
 
-void PlaybackCycles::Process(const spa_io_position& position, std::span<FilterPort* const> ports, bool) CORVANE_REALTIME
+void PlaybackCycles::Process(const spa_io_clock& clock, std::span<FilterPort* const> ports, bool) CORVANE_REALTIME
 {
-    const spa_io_clock& clock = position.clock;
     const auto frames = static_cast<uint32_t>(clock.duration);
     const bool announced = IsAnnounced(clock.rate.denom);
     if (announced) std::ranges::fill(mSamples, nullptr);

@@ -14,21 +14,18 @@ namespace platform::machine::pipewire {
 class PlaybackCycles final : public FilterClient {
 public:
     /// @param changed  signalled by the data thread where Announce has something new to say
-    PlaybackCycles(Context& context, LoopEvent& changed, PlaybackClient& client)
-        : mContext(context), mChanged(changed), mClient(client)
-    {
-    }
+    PlaybackCycles(LoopEvent& changed, PlaybackClient& client) : mChanged(changed), mClient(client) {}
 
-    /// Tells the client its format where that is another now. Under the loop's lock.
-    void Announce(const std::vector<ChannelPosition>& channels);
+    /// Gives the client its format where that has changed. Under the loop's lock.
+    ///
+    /// @param filter  the one that calls Process
+    void Announce(const Filter& filter, const std::vector<ChannelPosition>& channels);
 
 private:
-    void Process(const spa_io_position& position, std::span<FilterPort* const> ports,
-                 bool resumed) CORVANE_REALTIME override;
+    void Process(const spa_io_clock& clock, std::span<FilterPort* const> ports, bool resumed) CORVANE_REALTIME override;
     bool IsAnnounced(uint32_t rateHz) noexcept;
     bool Place(FilterPort& port, float* samples, uint32_t frames) noexcept;
 
-    Context& mContext;
     LoopEvent& mChanged;
     PlaybackClient& mClient;
     std::atomic<uint32_t> mSeenHz{0};       // stored by the data thread, read by the loop's; no order needed

@@ -1,6 +1,7 @@
 #include "platform/machine/linux/pipewire/Registry.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace platform::machine::pipewire {
 
@@ -80,6 +81,13 @@ std::vector<Registry::NumberedPort> Registry::PortsOf(uint32_t node, bool output
         if (port.mNode == node && port.mOutput == output && (!port.mMonitor || monitors)) ports.push_back({id, &port});
     std::ranges::sort(ports, {}, [](const NumberedPort& port) { return port.mPort->mIndex; });
     return ports;
+}
+
+void Registry::DestroyLink(uint32_t id)
+{
+    const auto link = mLinks.find(id);
+    if (link == mLinks.end() || std::exchange(link->second.mDestroyed, true)) return;
+    Destroy(id);
 }
 
 void Registry::Destroy(uint32_t id)

@@ -53,6 +53,8 @@ public:
 
     /// Has the server take any object of its own away.
     void Destroy(uint32_t id);
+    /// Has the server take a link away. Asks once: its number may soon stand for something else.
+    void DestroyLink(uint32_t id);
 
 private:
     void OnGlobal(uint32_t id, std::string_view type, const spa_dict* properties);

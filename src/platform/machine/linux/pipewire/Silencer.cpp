@@ -178,7 +178,7 @@ void Silencer::Cut(Silenced& silenced)
         if (input == nullptr || !input->IsOutputDevice() || port == mRegistry.Ports().end()) continue;
         const CutLink cut{link.mOutputPort, input->Name(), port->second.mChannel};
         if (std::ranges::find(silenced.mCuts, cut) == silenced.mCuts.end()) silenced.mCuts.push_back(cut);
-        mRegistry.Destroy(id);
+        mRegistry.DestroyLink(id);
     }
 }
 
