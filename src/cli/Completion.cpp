@@ -1,5 +1,6 @@
 #include "cli/Completion.h"
 
+#include "cli/CommandLine.h"
 #include "cli/DeviceCommands.h"
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
@@ -7,7 +8,6 @@
 #include "platform/process/Applications.h"
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 
@@ -22,41 +22,6 @@ struct Candidate {
 using Candidates = std::vector<Candidate>;
 
 constexpr const char* kFileNames = "";
-
-/// Where the last word of a command line stands.
-struct Place {
-    const CLI::App* mCommand;
-    const CLI::Option* mValueOf = nullptr;  // the option whose value comes now
-    size_t mPositionals = 0;                // words before it that belong to no option
-    bool mOptionsEnded = false;             // by "--"
-};
-
-bool TakesValue(const CLI::Option* option)
-{
-    return option && option->get_items_expected_max() > 0;
-}
-
-const CLI::App* FindCommand(const CLI::App& command, const std::string& name)
-{
-    const auto found = command.get_subcommands([&](const CLI::App* one) { return one->get_name() == name; });
-    return found.empty() ? nullptr : found.front();
-}
-
-void Pass(const std::string& word, Place& place)
-{
-    if (place.mValueOf) {
-        place.mValueOf = nullptr;
-    } else if (!place.mOptionsEnded && word == "--") {
-        place.mOptionsEnded = true;
-    } else if (!place.mOptionsEnded && word.starts_with('-')) {
-        const CLI::Option* option = place.mCommand->get_option_no_throw(word);
-        if (TakesValue(option)) place.mValueOf = option;
-    } else if (const CLI::App* command = FindCommand(*place.mCommand, word)) {
-        place.mCommand = command;
-    } else {
-        ++place.mPositionals;
-    }
-}
 
 bool ServerAnswers()
 {
@@ -204,9 +169,8 @@ bool HasControls(const std::string& text)
 
 int PrintCandidates(const CLI::App& app, const std::vector<std::string>& words)
 {
-    Place place{&app};
     const std::string word = words.empty() ? "" : words.back();
-    for (size_t i = 0; i + 1 < words.size(); ++i) Pass(words[i], place);
+    const Place place = Walk(app, std::span(words).first(words.empty() ? 0 : words.size() - 1));
     const bool wantsOption = word.starts_with('-') && !place.mValueOf;
     for (const Candidate& candidate : CandidatesFor(place, word)) {
         // A name that looks like an option would be taken for one.

@@ -40,9 +40,9 @@ CLI::App* AddCommand(CLI::App& app, Words& words, const char* name, const char* 
 
 void AddChanges(CLI::App& app, Words& words)
 {
-    CLI::App* add = AddCommand(app, words, "add", "make a virtual device that any recording program can choose",
+    CLI::App* add = AddCommand(app, words, "add", "make a virtual device, an input with the sound of the sources",
                                [&words] { return AddDevice(words.mName, words.mDevice, words.mJSON); });
-    add->add_option("NAME", words.mName, "what recording programs show")->required();
+    add->add_option("NAME", words.mName, "of the device; programs show it behind \"Corvane: \"")->required();
     AddDeviceOptions(*add, words.mDevice);
     add->add_flag("--json", words.mJSON, "the device as JSON, with stable fields");
 
@@ -57,13 +57,13 @@ void AddChanges(CLI::App& app, Words& words)
     rename->add_option("NAME", words.mOther, "the new name")->required();
 
     CLI::App* remove =
-        AddCommand(app, words, "remove", "remove devices for ever", [&words] { return RemoveDevices(words.mNames); });
+        AddCommand(app, words, "remove", "remove devices", [&words] { return RemoveDevices(words.mNames); });
     remove->add_option("DEVICE", words.mNames, "name, number or UID")->required();
 
     for (const bool enabled : {true, false}) {
         CLI::App* command =
             AddCommand(app, words, enabled ? "enable" : "disable",
-                       enabled ? "bring devices back" : "take devices away until they are enabled again",
+                       enabled ? "bring disabled devices back" : "hide devices until they are enabled again",
                        [&words, enabled] { return EnableDevices(words.mNames, words.mAll, enabled); });
         command->add_option("DEVICE", words.mNames, "name, number or UID");
         command->add_flag("--all", words.mAll, "the switch of all devices");
@@ -75,9 +75,9 @@ void AddLooks(CLI::App& app, Words& words)
     CLI::App* show = AddCommand(app, words, "show", "everything about a device",
                                 [&words] { return ShowDevice(words.mName, words.mJSON); });
     show->add_option("DEVICE", words.mName, "name, number or UID")->required();
-    CLI::App* doctor = AddCommand(app, words, "doctor", "say what is wrong, and what to do about it",
+    CLI::App* doctor = AddCommand(app, words, "doctor", "check settings, plug-in and audio server, and say what to do",
                                   [&words] { return RunDoctor(words.mJSON); });
-    CLI::App* watch = AddCommand(app, words, "watch", "show virtual devices as they appear, change and go",
+    CLI::App* watch = AddCommand(app, words, "watch", "report virtual devices as they appear, change and disappear",
                                  [&words] { return RunWatch(words.mJSON, words.mAll); });
     watch->add_flag("--all", words.mAll, "also the machine's own devices");
     for (CLI::App* command : {show, doctor, watch})
@@ -94,12 +94,12 @@ int RunRoute(const Words& words)
 void AddRoute(CLI::App& app, Words& words)
 {
     CLI::App* route = AddCommand(app, words, "route",
-                                 "choose the output that an application hears itself on while it records; without "
-                                 "words, show what is chosen",
+                                 "choose the output for the own sound of an application that records from a virtual "
+                                 "device; without arguments, show the choices",
                                  [&words] { return RunRoute(words); });
     route->add_option("APPLICATION", words.mName, "app:NAME, id:IDENTIFIER or path:EXECUTABLE");
     route->add_option("OUTPUT", words.mOther, "as listed, or default");
-    route->add_flag("--clear", words.mClear, "no output of its own any more");
+    route->add_flag("--clear", words.mClear, "forget the choice for this application");
     route->add_flag("--json", words.mJSON, "as JSON, with stable fields");
 }
 

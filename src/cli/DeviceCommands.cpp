@@ -2,13 +2,13 @@
 
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
+#include "cli/NameMatching.h"
 #include "cli/Output.h"
 #include "cli/PreferenceFile.h"
-#include "cli/Sources.h"
+#include "cli/Table.h"
 #include "plugin/settings/SharedPreferences.h"
 
 #include <fmt/format.h>
-#include <strings.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -75,16 +75,22 @@ std::string Channels(const CVNDevice& settings)
     return settings.mOutputChannelCount == 0 ? "every source's own" : std::to_string(settings.mOutputChannelCount);
 }
 
+std::string Rate(const CVNDevice& settings)
+{
+    return settings.mSampleRate == 0 ? "automatic" : fmt::format("{:.0f} Hz", settings.mSampleRate);
+}
+
 int TellNotFound(const DeviceList& list, const std::string& words, size_t found)
 {
     if (found > 1)
-        return Complain(fmt::format("'{}' is {} devices; name one by its UID (corvane list devices)", words, found),
-                        kExitNotFound);
-    std::string text = fmt::format("there is no device '{}'.", words);
-    const auto names = ClosestFirst(words, list.Names());
-    text += names.empty() ? " There are none yet; corvane add makes one." : " These are there:";
-    for (const std::string& name : names) text += "\n  " + Printable(name);
-    return Complain(text, kExitNotFound);
+        return Complain(
+            fmt::format("'{}' matches {} devices. Name one by its number. See: corvane list devices.", words, found),
+            kExitNotFound);
+    const std::string names = ListClosest(words, list.Names());
+    const std::string there = names.empty()
+                                  ? "There are none yet; corvane add makes one."
+                                  : fmt::format("There are: {}. See: corvane list devices.", Printable(names));
+    return Complain(fmt::format("No virtual device matches '{}'. {}", words, there), kExitNotFound);
 }
 
 /// @param place  of the device in the list, where the result is kExitDone
@@ -96,8 +102,10 @@ int FindOne(const DeviceList& list, const std::string& words, size_t& place)
     return kExitDone;
 }
 
-/// Changes the list as it is when nobody else writes it. What `change` refuses changes nothing.
-int Change(const std::function<int(DeviceList&)>& change)
+/// Changes the list while no other process writes it. What `change` refuses changes nothing.
+///
+/// @param done  for a person, once it is done; empty: nothing to say
+int Change(const std::string& done, const std::function<int(DeviceList&)>& change)
 {
     PreferenceFile file;
     std::string problem;
@@ -106,28 +114,27 @@ int Change(const std::function<int(DeviceList&)>& change)
     if (const int code = change(list)) return code;
     list.Store(file.Root());
     const int code = file.Save(problem);
-    return code == kExitDone ? kExitDone : Complain(problem, code);
+    if (code != kExitDone) return Complain(problem, code);
+    if (!done.empty()) fmt::print("{}.\n", done);
+    return kExitDone;
 }
 
-/// The list as it is now, without keeping anybody from writing.
+/// The list as it is now; other processes may write it meanwhile.
 int ReadList(std::unique_ptr<DeviceList>& list)
 {
-    std::string problem;
-    const auto root = settings::ReadPreferences(settings::kFileName, problem);
-    if (!problem.empty())
-        return Complain(
-            fmt::format("{} {} (see corvane doctor)", settings::PreferencePath(settings::kFileName), problem),
-            kExitPreferences);
+    Ref<cf::Dictionary> root;
+    if (const int code = ReadPreferenceRoot(root)) return code;
     list = std::make_unique<DeviceList>(root.Get());
     return kExitDone;
 }
 
-int CheckNewName(const DeviceList& list, const std::string& name)
+/// @param renamed  the device that gets the name; null for a new one
+int CheckNewName(const DeviceList& list, const std::string& name, const ListedDevice* renamed)
 {
     if (const std::string wrong = CheckName(name); !wrong.empty()) return Complain(wrong, kExitUsage);
-    const auto names = list.Names();
-    const bool taken = std::ranges::any_of(
-        names, [&](const std::string& other) { return strcasecmp(other.c_str(), name.c_str()) == 0; });
+    const bool taken = std::ranges::any_of(list.mDevices, [&](const ListedDevice& other) {
+        return &other != renamed && Folded(NameOf(other)) == Folded(name);
+    });
     return taken ? Complain(fmt::format("there is a device '{}' already; give another name", name), kExitUsage)
                  : kExitDone;
 }
@@ -140,15 +147,15 @@ void SetName(CVNDevice& settings, const std::string& name)
 
 void TellAdded(const CVNDevice& device, bool othersWereOn)
 {
+    fmt::print("Added virtual device {}, \"{}\".\n", device.mUID,
+               Printable(CVNDevice::PublishedName(device.mName.Get(), device.mUID)));
     if (const auto why = WhyNoVirtualDevices()) {
-        fmt::print("Added. But {}.\n", *why);
+        fmt::print("But {}.\n", *why);
         return;
     }
-    fmt::print("Added. Recording programs show it as \"{}\" ({}).\n",
-               Printable(CVNDevice::PublishedName(device.mName.Get(), device.mUID)),
-               CVNDevice::PublishedUID(device.mUID));
+    fmt::print("Only programs that load Corvane's plug-in see it; PipeWire's own lists do not show it yet.\n");
     if (!othersWereOn)
-        fmt::print("Programs that began while virtual devices were off show it once they are started anew.\n");
+        fmt::print("Programs that started while virtual devices were off see it after they are started again.\n");
 }
 
 /// A device as it is asked for, its rate the one of what it captures where none is named.
@@ -165,6 +172,15 @@ int MakeSettings(const DeviceOptions& options, CVNDevice& settings)
 
 }  // namespace
 
+int ReadPreferenceRoot(Ref<cf::Dictionary>& root)
+{
+    std::string problem;
+    root = settings::ReadPreferences(settings::kFileName, problem);
+    if (problem.empty()) return kExitDone;
+    return Complain(fmt::format("{} {} (see corvane doctor)", settings::PreferencePath(settings::kFileName), problem),
+                    kExitPreferences);
+}
+
 int ListVirtualDevices(bool json)
 {
     std::unique_ptr<DeviceList> list;
@@ -176,9 +192,15 @@ int ListVirtualDevices(bool json)
         return kExitDone;
     }
     if (list->mDevices.empty()) fmt::print("There are no virtual devices; corvane add makes one.\n");
-    for (const ListedDevice& device : list->mDevices)
-        fmt::print("{:<24}  {:<8}  {}  from {}\n", Printable(NameOf(device)), device.mEnabled ? "enabled" : "disabled",
-                   Joined(WrittenSources(device.mSettings)), Joined(WrittenOutputs(device.mSettings)));
+    Table table({"NUMBER", "NAME", "STATE", "RATE", "CHANNELS", "SOURCES", "FROM", "UID"});
+    for (const ListedDevice& device : list->mDevices) {
+        const CVNDevice& settings = device.mSettings;
+        table.Add({std::to_string(settings.mUID), NameOf(device), device.mEnabled ? "enabled" : "disabled",
+                   Rate(settings), settings.mOutputChannelCount == 0 ? "own" : Channels(settings) + " ch",
+                   Joined(WrittenSources(settings)), Joined(WrittenOutputs(settings)),
+                   CVNDevice::PublishedUID(settings.mUID)});
+    }
+    if (!list->mDevices.empty()) table.Print();
     if (!list->mIsOn && !list->mDevices.empty()) fmt::print("All are off: corvane enable --all turns them on.\n");
     return kExitDone;
 }
@@ -208,13 +230,13 @@ int ShowDevice(const std::string& words, bool json)
     fmt::print("{}\n", Printable(NameOf(device)));
     const auto line = [](const char* what, const std::string& value) { fmt::print("  {:<12}{}\n", what, value); };
     line("shown as", Printable(CVNDevice::PublishedName(device.mSettings.mName.Get(), device.mSettings.mUID)));
+    line("number", std::to_string(device.mSettings.mUID));
     line("UID", CVNDevice::PublishedUID(device.mSettings.mUID));
     line("enabled", !device.mEnabled ? "no" : list->mIsOn ? "yes" : "yes, but all are off");
     line("sources", Joined(WrittenSources(device.mSettings)));
     line("outputs", Joined(WrittenOutputs(device.mSettings)));
     line("channels", Channels(device.mSettings) + (known ? fmt::format(", {} now", channels) : ", unknown now"));
-    line("rate",
-         device.mSettings.mSampleRate == 0 ? "automatic" : fmt::format("{:.0f} Hz", device.mSettings.mSampleRate));
+    line("rate", Rate(device.mSettings));
     if (device.mMuted) line("muted", "yes");
     return kExitDone;
 }
@@ -224,8 +246,8 @@ int AddDevice(const std::string& name, const DeviceOptions& options, bool json)
     ListedDevice added;
     bool wereOn = false;
     if (const int code = MakeSettings(options, added.mSettings)) return code;
-    const int code = Change([&](DeviceList& list) {
-        if (const int wrong = CheckNewName(list, name)) return wrong;
+    const int code = Change("", [&](DeviceList& list) {
+        if (const int wrong = CheckNewName(list, name, nullptr)) return wrong;
         if (list.mDevices.size() >= kMostDevices)
             return Complain(fmt::format("there are {} devices already; remove some", kMostDevices), int(kExitFailed));
         SetName(added.mSettings, name);
@@ -246,7 +268,7 @@ int SetDevice(const std::string& words, const DeviceOptions& options)
 {
     if (options.mSources.empty() && options.mFrom.empty() && !options.mChannels && !options.mRate)
         return Complain("nothing to set; for example corvane set Podcast -c 0", kExitUsage);
-    return Change([&](DeviceList& list) {
+    return Change(fmt::format("Changed '{}'", Printable(words)), [&](DeviceList& list) {
         size_t place = 0;
         if (const int code = FindOne(list, words, place)) return code;
         std::string problem;
@@ -257,10 +279,10 @@ int SetDevice(const std::string& words, const DeviceOptions& options)
 
 int RenameDevice(const std::string& words, const std::string& name)
 {
-    return Change([&](DeviceList& list) {
+    return Change(fmt::format("Renamed '{}' to '{}'", Printable(words), Printable(name)), [&](DeviceList& list) {
         size_t place = 0;
         if (const int code = FindOne(list, words, place)) return code;
-        if (const int code = CheckNewName(list, name)) return code;
+        if (const int code = CheckNewName(list, name, &list.mDevices[place])) return code;
         SetName(list.mDevices[place].mSettings, name);
         return int(kExitDone);
     });
@@ -268,7 +290,7 @@ int RenameDevice(const std::string& words, const std::string& name)
 
 int RemoveDevices(const std::vector<std::string>& devices)
 {
-    return Change([&](DeviceList& list) {
+    return Change("Removed " + Joined(devices), [&](DeviceList& list) {
         for (const std::string& words : devices) {
             size_t place = 0;
             if (const int code = FindOne(list, words, place)) return code;
@@ -283,15 +305,16 @@ int EnableDevices(const std::vector<std::string>& devices, bool all, bool enable
     if (devices.empty() != all)
         return Complain("name devices, or give --all for the switch of all; for example corvane disable Podcast",
                         kExitUsage);
-    return Change([&](DeviceList& list) {
-        if (all) list.mIsOn = enabled;
-        for (const std::string& words : devices) {
-            size_t place = 0;
-            if (const int code = FindOne(list, words, place)) return code;
-            list.mDevices[place].mEnabled = enabled;
-        }
-        return int(kExitDone);
-    });
+    return Change(fmt::format("{} {}", enabled ? "Enabled" : "Disabled", all ? "virtual devices" : Joined(devices)),
+                  [&](DeviceList& list) {
+                      if (all) list.mIsOn = enabled;
+                      for (const std::string& words : devices) {
+                          size_t place = 0;
+                          if (const int code = FindOne(list, words, place)) return code;
+                          list.mDevices[place].mEnabled = enabled;
+                      }
+                      return int(kExitDone);
+                  });
 }
 
 }  // namespace cli

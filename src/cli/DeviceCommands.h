@@ -10,6 +10,9 @@
 
 namespace cli {
 
+/// Reads the file of the virtual devices, for commands that change nothing.
+int ReadPreferenceRoot(cf::Ref<cf::Dictionary>& root);
+
 int ListVirtualDevices(bool json);
 int ShowDevice(const std::string& device, bool json);
 

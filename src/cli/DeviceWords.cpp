@@ -24,6 +24,7 @@ using platform::process::Application;
 using platform::process::IdentifierSource;
 
 constexpr int32_t kWidestMix = 2;
+constexpr size_t kLongestNameBytes = 200;
 
 std::string TextOf(CFDictionaryRef dictionary, const char* key)
 {
@@ -140,7 +141,7 @@ int ReadOutputs(const std::vector<std::string>& words, CVNDevice& settings, std:
         std::string uid;
         const int code = one == "all" ? (uid = CVNDevice::kAllDevices, kExitDone) : FindOutput(one, uid, problem);
         if (code != kExitDone) return code;
-        uids.push_back(uid);
+        if (std::ranges::find(uids, uid) == uids.end()) uids.push_back(uid);
     }
     settings.mCaptureDevices = record::ArrayOf(uids);
     return kExitDone;
@@ -229,7 +230,10 @@ std::string CheckName(const std::string& name)
         Ref<cf::String>::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, name.c_str(), kCFStringEncodingUTF8));
     if (!text) return "the name is not UTF-8; for example 'Podcast'";
     const bool hasControls = std::ranges::any_of(name, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
-    if (name.empty() || hasControls) return fmt::format("'{}' is no name; for example 'Podcast'", name);
+    const bool isBlank = name.find_first_not_of(' ') == name.npos;
+    if (isBlank || hasControls) return fmt::format("'{}' is no name; for example 'Podcast'", name);
+    if (name.size() > kLongestNameBytes)
+        return fmt::format("the name has {} bytes and may have {}; give a shorter one", name.size(), kLongestNameBytes);
     return {};
 }
 

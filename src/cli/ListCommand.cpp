@@ -2,6 +2,7 @@
 
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
+#include "cli/Table.h"
 #include "platform/process/Applications.h"
 
 #include <fmt/format.h>
@@ -53,14 +54,18 @@ int ListApplications(bool json)
                             {"identifier_source", NameOf(a.mIdentifierSource)},
                             {"path", a.mExecutable},
                             {"playing", a.mPlaying},
+                            {"outputs", a.mOutputs},
                             {"helpers", a.mHelpers}});
         Print({{"applications", list}});
         return kExitDone;
     }
     if (applications.empty()) fmt::print("No application has a stream on the audio server.\n");
+    Table table({"PID", "STATE", "NAME", "PLAYS ON", "IDENTIFIER", "EXECUTABLE"});
     for (const Application& a : applications)
-        fmt::print("{:>7}  {:<7}  {:<24}  {} ({})  {}\n", a.mPID, a.mPlaying ? "playing" : "idle", Printable(a.mName),
-                   Printable(a.mIdentifier), NameOf(a.mIdentifierSource), Printable(a.mExecutable));
+        table.Add({std::to_string(a.mPID), a.mPlaying ? "playing" : "idle", a.mName,
+                   a.mOutputs.empty() ? "-" : fmt::format("{}", fmt::join(a.mOutputs, ", ")), a.mIdentifier,
+                   a.mExecutable});
+    if (!applications.empty()) table.Print();
     return kExitDone;
 }
 
@@ -80,9 +85,11 @@ int ListDevices(Side side, bool json)
         return kExitDone;
     }
     if (devices.empty()) fmt::print("The audio server has no {} device.\n", side == Side::Input ? "input" : "output");
+    Table table({" ", "UID", "RATE", "CHANNELS", "NAME"});
     for (const Device& d : devices)
-        fmt::print("{} {:<32}  {:>6.0f} Hz  {:>2} ch  {}\n", d.mIsDefault ? '*' : ' ', Printable(d.mUID), d.mRateHz,
-                   d.mChannels, Printable(d.mName));
+        table.Add({d.mIsDefault ? "*" : " ", d.mUID, fmt::format("{:.0f} Hz", d.mRateHz),
+                   fmt::format("{} ch", d.mChannels), d.mName});
+    if (!devices.empty()) table.Print();
     return kExitDone;
 }
 

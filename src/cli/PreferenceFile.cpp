@@ -1,9 +1,11 @@
 #include "cli/PreferenceFile.h"
 
 #include "cli/ExitCodes.h"
+#include "cli/Output.h"
 #include "platform/foundation/CFNotificationCenter.h"
 #include "platform/foundation/PropertyList.h"
 #include "platform/kernel/System.h"
+#include "platform/kernel/Threads.h"
 #include "plugin/settings/SharedPreferences.h"
 
 #include <fcntl.h>
@@ -22,6 +24,9 @@ namespace cli {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr unsigned kQuietTries = 1000;  // of a second together: most commands take milliseconds
+constexpr uint32_t kTryMicroseconds = 1'000;
 
 constexpr const char* kTemporaryPrefix = ".com.ostrel.corvane.sharedsource.";
 
@@ -90,10 +95,13 @@ int PreferenceFile::TakeLock(std::string& problem)
         problem = Failed(path);
         return kExitFailed;
     }
-    while (flock(mLock, LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
-        problem = Failed(path);
-        return kExitFailed;
+    for (unsigned tries = 0; flock(mLock, tries < kQuietTries ? LOCK_EX | LOCK_NB : LOCK_EX) != 0; ++tries) {
+        if (errno != EINTR && errno != EWOULDBLOCK) {
+            problem = Failed(path);
+            return kExitFailed;
+        }
+        if (tries + 1 == kQuietTries) Complain("waiting for another corvane command that changes the devices", 0);
+        if (tries < kQuietTries) platform::kernel::usleep(kTryMicroseconds);
     }
     return kExitDone;
 }

@@ -1,9 +1,11 @@
 #include "cli/RouteCommand.h"
 
+#include "cli/DeviceCommands.h"
 #include "cli/DeviceWords.h"
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
 #include "cli/PreferenceFile.h"
+#include "cli/Table.h"
 #include "plugin/settings/SharedPreferences.h"
 
 #include <fmt/format.h>
@@ -61,19 +63,26 @@ void StoreRoutes(CFMutableDictionaryRef root, const Ref<cf::Array>& routes)
 
 int ListRoutes(bool json)
 {
-    const auto routes = Ref<cf::Array>::Adopt(CopyOutputApplications());
+    Ref<cf::Dictionary> root;
+    if (const int code = ReadPreferenceRoot(root)) return code;
+    const auto* section = ValueOf<cf::Dictionary>(root.Get(), settings::kDeviceSettings);
+    const auto* routes = ValueOf<cf::Array>(section, settings::kOutputApplications);
+    Table table({"APPLICATION", "OUTPUT"});
     nlohmann::json list = nlohmann::json::array();
-    for (CFIndex i = 0; routes && i < CFArrayGetCount(routes.Get()); ++i) {
-        const auto* route = As<cf::Dictionary>(CFArrayGetValueAtIndex(routes.Get(), i));
+    for (CFIndex i = 0; routes && i < CFArrayGetCount(routes); ++i) {
+        const auto* route = As<cf::Dictionary>(CFArrayGetValueAtIndex(routes, i));
         if (!route) continue;
         const std::string output =
             WrittenOutput(cf::ToStdString(ValueOf<cf::String>(route, settings::kOutputDeviceUID)));
-        if (json)
-            list.push_back({{"application", WrittenSource(route)}, {"output", output}});
-        else
-            fmt::print("{:<32}  {}\n", Printable(WrittenSource(route)), Printable(output));
+        list.push_back({{"application", WrittenSource(route)}, {"output", output}});
+        table.Add({WrittenSource(route), output});
     }
-    if (json) Print({{"routes", list}});
+    if (json)
+        Print({{"routes", list}});
+    else if (list.empty())
+        fmt::print("No application is routed; for example corvane route app:firefox default\n");
+    else
+        table.Print();
     return kExitDone;
 }
 

@@ -116,6 +116,8 @@ std::string ParseSource(const std::string& text, Source& source)
         source = {Source::Kind::AllBut, value, 0};
     else if (kind == "id")
         source = {Source::Kind::Identifier, value, 0};
+    else if (kind == "path" && value[0] != '/')
+        return fmt::format("'{}' in '{}' is not an absolute path; for example path:/usr/bin/mpv", value, text);
     else if (kind == "path")
         source = {Source::Kind::Path, value, 0};
     else if (kind == "input")

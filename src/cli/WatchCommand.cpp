@@ -1,5 +1,6 @@
 #include "cli/WatchCommand.h"
 
+#include "cli/DeviceCommands.h"
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
@@ -191,17 +192,14 @@ int RunWatch(bool json, bool all)
     if (!all) {
         if (const auto why = WhyNoVirtualDevices())
             return Complain(*why + "; run this as the user whose devices they are", kExitNotPermitted);
-        // What begins without the devices stays without them, this too.
+        cf::Ref<cf::Dictionary> root;
+        if (const int code = ReadPreferenceRoot(root)) return code;
         if (!CorvaneIsEnabled())
             Complain(
-                "virtual devices are off, and a program that begins now has none to its end: turn them on (corvane "
-                "add, or corvane enable --all), then watch again",
+                "virtual devices are off. A program that starts while they are off, as this one, never sees any. Turn "
+                "them on with corvane enable --all, then start watch again",
                 kExitDone);
     }
-    if (!all && !CorvaneIsEnabled())
-        fmt::print(stderr,
-                   "corvane: virtual devices are off, and who starts now never sees any: corvane enable --all, and "
-                   "start this again\n");
     CatchStopSignals();
     const Watch watch(json, all);
     while (StopSignal() == 0) platform::kernel::usleep(kLookMicroseconds);

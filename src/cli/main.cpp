@@ -1,11 +1,13 @@
 // corvane: the command. Reads the words, and hands them to one command.
+#include "cli/CommandLine.h"
 #include "cli/Commands.h"
 #include "cli/Completion.h"
 #include "cli/ExitCodes.h"
+#include "cli/Output.h"
 
-#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <string_view>
 
 int main(int argc, char** argv)
@@ -19,15 +21,16 @@ int main(int argc, char** argv)
     AddDeviceCommands(app, words);
     // Not a subcommand: its arguments are another command's, options among them.
     if (argc > 1 && std::string_view(argv[1]) == "complete") return PrintCandidates(app, {argv + 2, argv + argc});
+    if (argc > 1 && std::string_view(argv[1]) == "help") {  // "help list apps" is "list apps --help"
+        std::rotate(argv + 1, argv + 2, argv + argc);
+        argv[argc - 1] = const_cast<char*>("--help");
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        fmt::print(stderr,
-                   "corvane: {}; see corvane --help, for example corvane record --source app:firefox -d 10 talk.wav\n",
-                   error.what());
-        return kExitUsage;
+        return Complain(DescribeUsageError(app, {argv + 1, argv + argc}, error.what()), kExitUsage);
     }
     return words.mResult;
 }

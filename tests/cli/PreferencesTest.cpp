@@ -3,6 +3,8 @@
 #include "cli/DeviceList.h"
 #include "cli/ExitCodes.h"
 #include "cli/PreferenceFile.h"
+#include "cli/RouteCommand.h"
+#include "cli/WatchCommand.h"
 #include "plugin/settings/SharedPreferences.h"
 #include "support/FakeMachine.h"
 #include "support/FileFaults.h"
@@ -150,6 +152,8 @@ TEST_F(Preferences, OfAFileThatCannotBeUsedAreLeftAsTheyAreAndReadAsEmpty)
         std::string problem;
         EXPECT_EQ(Add("New", problem), cli::kExitPreferences) << bytes.substr(0, 30);
         EXPECT_THAT(problem, HasSubstr(mPath));
+        EXPECT_EQ(cli::ListRoutes(true), cli::kExitPreferences);
+        EXPECT_EQ(cli::RunWatch(true, false), cli::kExitPreferences);
         EXPECT_EQ(Bytes(), bytes);
         EXPECT_EQ(CFDictionaryGetCount(Tree().Get()), 0);
     }
@@ -208,7 +212,7 @@ TEST_F(Preferences, AreWrittenByEachCommandAsADeviceWouldSayThem)
     snapshot.mDefaultInput = 71;
     mMachine.mProcesses.mTable[500] = {500, 1, 5, "player", "/opt/player", "", ""};
     struct Row {
-        const char* mWords;
+        std::string mWords;
         int mCode;
         const char* mNames;
     };
@@ -224,6 +228,12 @@ TEST_F(Preferences, AreWrittenByEachCommandAsADeviceWouldSayThem)
         {"set Wide -r 48000", cli::kExitDone, "Podcast Wide Mono"},
         {"set Wide", cli::kExitUsage, "Podcast Wide Mono"},
         {"rename 0 Talk", cli::kExitDone, "Talk Wide Mono"},
+        {"rename Wide Wide", cli::kExitDone, "Talk Wide Mono"},
+        {"rename Wide talk", cli::kExitUsage, "Talk Wide Mono"},
+        {"add '  '", cli::kExitUsage, "Talk Wide Mono"},
+        {"add " + std::string(201, 'x'), cli::kExitUsage, "Talk Wide Mono"},
+        {"add Other --source path:mpv", cli::kExitUsage, "Talk Wide Mono"},
+        {"add Other --source app-inverse:player", cli::kExitUsage, "Talk Wide Mono"},
         {"enable Wide", cli::kExitDone, "Talk Wide Mono"},
         {"disable --all", cli::kExitDone, "Talk Wide Mono"},
         {"remove Talk Absent", cli::kExitNotFound, "Talk Wide Mono"},
@@ -262,5 +272,5 @@ TEST_F(Preferences, AreWrittenByEachCommandAsADeviceWouldSayThem)
     EXPECT_EQ(list.mDevices[1].mSettings.mUID, 3) << "no number comes back";
     EXPECT_THAT(list.mDevices[0].mSettings.mCaptureSources.Get()->Describe(), HasSubstr("mic"));
     EXPECT_THAT(mMachine.mMessenger.mSent, testing::Each(HasSubstr("com.ostrel.corvane.prefschanged")));
-    EXPECT_EQ(mMachine.mMessenger.mSent.size(), 10u);
+    EXPECT_EQ(mMachine.mMessenger.mSent.size(), 11u);
 }

@@ -124,8 +124,8 @@ TEST(Sources, DevicesAreFoundLikeApplications)
 
 TEST(Sources, AWrongWordIsQuotedWithAnExampleOfARightOne)
 {
-    for (const char* text :
-         {"firefox", "app:", "application:firefox", ":", "", "pid:0", "pid:-4", "pid:12x", "pid:99999999999999"}) {
+    for (const char* text : {"firefox", "app:", "application:firefox", ":", "", "pid:0", "pid:-4", "pid:12x",
+                             "pid:99999999999999", "path:mpv"}) {
         Source source;
         const std::string wrong = ParseSource(text, source);
         EXPECT_NE(wrong.find("'" + std::string(text) + "'"), std::string::npos) << text << ": " << wrong;
