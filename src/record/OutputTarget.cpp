@@ -1,5 +1,6 @@
 #include "record/OutputTarget.h"
 
+#include "platform/kernel/HostTime.h"
 #include "platform/machine/Files.h"
 #include "platform/machine/Machine.h"
 
@@ -18,7 +19,8 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler stores o
 
 namespace {
 
-constexpr uint64_t kWaitNanos = 50'000'000;  // between two looks at mInterrupted
+constexpr uint64_t kWaitNanos = 50'000'000;   // between two looks at mInterrupted
+constexpr uint64_t kGraceNanos = 40'000'000;  // for a reader that is only slow, from the first look that saw it
 constexpr int kMostTemporaries = 100;
 constexpr mode_t kMode = 0600;
 
@@ -84,6 +86,15 @@ bool IsSame(const struct stat& a, const struct stat& b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+// Where standard output is closed, the first file opened would take its number, and with it what is printed.
+int KeepOffStandardStreams(int descriptor)
+{
+    if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+    const int moved = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    ::close(descriptor);
+    return moved;
+}
+
 // Another way to the file of a descriptor that can only append. @return -1: there is none
 int ReopenForOverwriting(int descriptor, const struct stat& status)
 {
@@ -138,7 +149,6 @@ int OutputTarget::OpenStandardOutput()
     const off_t start = appends ? status.st_size : ::lseek(mDescriptor, 0, SEEK_CUR);
     mOverwriting = appends ? ReopenForOverwriting(mDescriptor, status) : mDescriptor;
     if (start < 0 || mOverwriting < 0) return 0;
-    mStart = uint64_t(start);
     mKind = Kind::SharedFile;
     return 0;
 }
@@ -146,7 +156,8 @@ int OutputTarget::OpenStandardOutput()
 int OutputTarget::OpenStream()
 {
     // Without O_NONBLOCK this would wait for a reader of the pipe.
-    mDescriptor = ::openat(mFolder, mName.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+    mDescriptor = KeepOffStandardStreams(
+        ::openat(mFolder, mName.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
     if (mDescriptor < 0) return errno;
     mKind = Kind::Stream;
     struct stat status;
@@ -163,6 +174,7 @@ int OutputTarget::CreateFile(bool beside)
         mDescriptor = ::openat(mFolder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode);
         if (mDescriptor >= 0 || !beside || errno != EEXIST) break;
     }
+    mDescriptor = KeepOffStandardStreams(mDescriptor);
     if (mDescriptor < 0) return errno;
     mOverwriting = mDescriptor;
     mKind = Kind::File;
@@ -173,17 +185,28 @@ int OutputTarget::CreateFile(bool beside)
 int OutputTarget::WriteSome(const uint8_t* bytes, size_t count, size_t& written)
 {
     written = 0;
-    if (mKind == Kind::Stream) {
-        auto& files = platform::machine::Machine::Current().GetFiles();
-        const int64_t result = files.WriteToStream(mDescriptor, bytes, count, kWaitNanos);
-        if (result < 0) return int(-result);
-        written = size_t(result);
-        return written == 0 && mInterrupted.load(std::memory_order_relaxed) ? EINTR : 0;
-    }
+    if (mKind == Kind::Stream) return WriteSomeToStream(bytes, count, written);
     const ssize_t result = ::write(mDescriptor, bytes, count);
     if (result < 0) return errno == EINTR ? 0 : errno;
     written = size_t(result);
+    // Only now is it known where an append has begun: others may write there as well.
+    if (mKind == Kind::SharedFile && mLength == 0) mStart = uint64_t(::lseek(mDescriptor, 0, SEEK_CUR)) - written;
     return written == 0 ? ENOSPC : 0;
+}
+
+int OutputTarget::WriteSomeToStream(const uint8_t* bytes, size_t count, size_t& written)
+{
+    uint64_t wait = kWaitNanos;
+    if (mInterrupted.load(std::memory_order_relaxed)) {
+        const uint64_t now = mach_absolute_time();
+        if (mGivesUpAt == 0) mGivesUpAt = now + kGraceNanos;
+        wait = now < mGivesUpAt ? mGivesUpAt - now : 0;
+    }
+    auto& files = platform::machine::Machine::Current().GetFiles();
+    const int64_t result = files.WriteToStream(mDescriptor, bytes, count, wait);
+    if (result < 0) return int(-result);
+    written = size_t(result);
+    return written == 0 && mGivesUpAt != 0 && mach_absolute_time() >= mGivesUpAt ? EINTR : 0;
 }
 
 int OutputTarget::Append(const uint8_t* bytes, size_t count, size_t& written)
@@ -233,7 +256,8 @@ int OutputTarget::EndAt(uint64_t length)
 int OutputTarget::TakeName()
 {
     if (mTemporary.empty()) return 0;
-    if (::fsync(mDescriptor) != 0) return errno;
+    // Some file systems have nothing to sync.
+    if (::fsync(mDescriptor) != 0 && errno != EINVAL && errno != ENOSYS) return errno;
     if (::renameat(mFolder, mTemporary.c_str(), mFolder, mName.c_str()) != 0) return errno;
     mTemporary.clear();
     mHasReplaced = true;

@@ -69,6 +69,7 @@ private:
     int OpenStream();
     int CreateFile(bool beside);
     int WriteSome(const uint8_t* bytes, size_t count, size_t& written);
+    int WriteSomeToStream(const uint8_t* bytes, size_t count, size_t& written);
     bool IsStillOurs(const std::string& name) const;
 
     Kind mKind = Kind::None;
@@ -81,6 +82,7 @@ private:
     bool mHasReplaced = false;
     uint64_t mStart = 0;                    // where in the file the recording begins
     uint64_t mLength = 0;                   // bytes appended
+    uint64_t mGivesUpAt = 0;                // host time after which no reader is waited for; 0: not interrupted
     std::atomic<bool> mInterrupted{false};  // stored by any thread, loaded by the one that writes
 };
 

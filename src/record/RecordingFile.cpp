@@ -105,7 +105,8 @@ int RecordingFile::OpenNext()
 
 int RecordingFile::Write(const float* samples, size_t frames)
 {
-    while (frames > 0 && mError == 0 && mFile) {
+    if (!mFile) return mError != 0 ? mError : EBADF;
+    while (frames > 0 && mError == 0) {
         size_t piece = frames;
         if (mSettings.mMostFrames != 0) {
             if (mFile->Frames() >= mSettings.mMostFrames) mError = OpenNext();
