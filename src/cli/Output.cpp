@@ -1,13 +1,19 @@
 #include "cli/Output.h"
 
-#include <fmt/format.h>
+#include "cli/ExitCodes.h"
+#include "cli/Messages.h"
+
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace cli {
 
 namespace {
+
+int sOutputError = 0;  // the first of standard output, which keeps no error number itself
 
 std::string Dump(const nlohmann::json& json, int indent)
 {
@@ -18,19 +24,37 @@ std::string Dump(const nlohmann::json& json, int indent)
 
 int Complain(const std::string& text, int code)
 {
-    fmt::print(stderr, "corvane: {}\n", text);
+    Messages::Standard().Tell(text);
     return code;
+}
+
+void PrintText(std::string_view text)
+{
+    if (std::fwrite(text.data(), 1, text.size(), stdout) < text.size() && sOutputError == 0) sOutputError = errno;
 }
 
 void Print(const nlohmann::json& json)
 {
-    fmt::print("{}\n", Dump(json, 2));
+    PrintText(ToText(json) + '\n');
 }
 
 void PrintLine(const nlohmann::json& json)
 {
-    fmt::print("{}\n", Dump(json, -1));
-    std::fflush(stdout);
+    PrintText(Dump(json, -1) + '\n');
+    if (std::fflush(stdout) != 0 && sOutputError == 0) sOutputError = errno;
+}
+
+std::string ToText(const nlohmann::json& json)
+{
+    return Dump(json, 2);
+}
+
+int FlushOutput(int code)
+{
+    if (std::fflush(stdout) != 0 && sOutputError == 0) sOutputError = errno;
+    if (sOutputError == 0 && std::ferror(stdout) == 0) return code;
+    const std::string why = sOutputError ? std::string(": ") + std::strerror(sOutputError) : "";
+    return Complain("standard output cannot be written" + why, code == kExitDone ? int(kExitFailed) : code);
 }
 
 }  // namespace cli
