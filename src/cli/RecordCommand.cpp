@@ -2,10 +2,14 @@
 
 #include "cli/ExitCodes.h"
 #include "cli/Following.h"
+#include "cli/LiveLine.h"
+#include "cli/Messages.h"
 #include "cli/Output.h"
 #include "cli/RecordWords.h"
+#include "cli/RecordingReport.h"
 #include "cli/RecordingPlan.h"
 #include "cli/StopSignals.h"
+#include "platform/kernel/HostTime.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Files.h"
 #include "platform/machine/Machine.h"
@@ -13,9 +17,10 @@
 #include "platform/machine/Threads.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <csignal>
+#include <cerrno>
+#include <string>
+#include <vector>
 
 namespace cli {
 
@@ -46,55 +51,97 @@ int ComplainAboutStart(int status)
     return Complain(fmt::format("The recording could not be started (status {}).", status), kExitFailed);
 }
 
-void TellTemporary(record::Recorder& recorder, const RecordingPlan& plan)
+std::vector<std::string> DescribeMachine()
 {
-    const auto result = recorder.Result();
-    nlohmann::ordered_json json{{"file", plan.mSettings.mFile.mPath},
-                                {"rate", plan.mSettings.mFile.mRateHz},
-                                {"channels", plan.mSettings.mFile.mChannels},
-                                {"frames", result.mState.mFrames},
-                                {"frames_lost", result.mState.mFramesLost}};
-    for (const auto& silence : result.mSilences)
-        json["silences"].push_back({{"source", plan.mSettings.mSources[silence.mSource].mName},
-                                    {"cause", NameOf(silence.mCause)},
-                                    {"start", silence.mStart},
-                                    {"frames", silence.mFrames}});
-    for (const auto& event : result.mEvents)
-        json["events"].push_back({{"frame", event.mFrame}, {"kind", event.mKind}, {"text", event.mText}});
-    if (const auto head = recorder.HeadNanos()) json["head_ms"] = double(*head) / 1e6;
-    fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+    Machine& machine = Machine::Current();
+    return {machine.GetAudioServer().Describe(), machine.GetThreads().DescribeScheduling(),
+            machine.GetMemory().Describe()};
 }
 
-/// Until the recording has ended, by itself or because a signal came.
-void WatchOver(record::Recorder& recorder, Following& following)
-{
-    bool ended = false, stopped = false;
-    while (!ended) {
-        ended = recorder.WaitFor(kLookNanos);
-        for (const auto& event : following.Update()) Complain(event.mText, 0);
-        recorder.TakeState();
-        if (StopSignal() != 0 && !std::exchange(stopped, true)) recorder.Stop();
-    }
-}
-
-int Record(const RecordingPlan& plan, const RecordOptions&)
-{
-    const std::string& path = plan.mSettings.mFile.mPath;
-    record::Recorder recorder(plan.mSettings);
-    CatchStopSignals();
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
-    if (const int error = recorder.Check()) return ComplainAboutFile(path, error);
-    if (const int status = recorder.Start()) return ComplainAboutStart(status);
-    if (const int error = recorder.OpenFile()) return ComplainAboutFile(path, error);
+/// A recording, from its start to its result.
+class Session {
+public:
+    Session(const RecordingPlan& plan, const RecordWish& wish, const RecordOptions& options)
+        : mPlan(plan),
+          mFile(plan.mSettings.mFile),
+          mOptions(options),
+          mMessages(Messages::Standard()),
+          mRecorder(plan.mSettings),
+          mLiveLine(mMessages, {mFile.mRateHz, BytesPerFrame()})
     {
-        Following following(recorder, plan);
-        WatchOver(recorder, following);
+        if (wish.mReportsLevels) mMessages.SetStyle(Messages::Style::JSONLines);
     }
-    const int error = recorder.Finish();
-    TellTemporary(recorder, plan);
-    return error == 0 ? kExitDone : ComplainAboutFile(path, error);
-}
+
+    int Run()
+    {
+        CatchStopSignals();
+        IgnoreWriteSignals();
+        if (const int error = mRecorder.Check()) return ComplainAboutFile(mFile.mPath, error);
+        if (const int status = mRecorder.Start()) return ComplainAboutStart(status);
+        // An older file is not touched before its successor has sound to begin with.
+        if (const int error = mRecorder.OpenFile()) return ComplainAboutFile(mFile.mPath, error);
+        if (mOptions.mVerbose)
+            for (const std::string& line : DescribeMachine()) mMessages.TellLine(line);
+        {
+            Following following(mRecorder, mPlan);
+            WatchOver(following);
+        }
+        return Finish();
+    }
+
+private:
+    unsigned BytesPerFrame() const
+    {
+        return mFile.mType == record::FileType::Flac ? 0 : mFile.mChannels * record::BytesPerSample(mFile.mFormat);
+    }
+
+    /// Until the recording has ended, by itself or because it was asked to.
+    void WatchOver(Following& following)
+    {
+        constexpr uint64_t kLongestEndNanos = 5'000'000'000;
+        for (bool ended = false; !ended;) {
+            ended = mRecorder.WaitFor(kLookNanos);
+            for (const auto& event : following.Update()) TellEvent(event, mFile.mRateHz, mMessages);
+            if (!ended) mLiveLine.Show(mRecorder.TakeState());
+            TellStart();
+            if (StopSignalCount() == 0) continue;
+            mRecorder.Stop(StopSignalNanos());
+            const bool tooLong = mach_absolute_time() > StopSignalNanos() + kLongestEndNanos;
+            if (StopSignalCount() > 1 || tooLong) mRecorder.Interrupt();
+            if (StopSignalCount() > 1) return;
+        }
+    }
+
+    void TellStart()
+    {
+        const auto head = mRecorder.HeadNanos();
+        if (!mOptions.mVerbose || mToldStart || !head) return;
+        mToldStart = true;
+        mMessages.TellLine(DescribeStart(*head + mRecorder.StartNanos() - mOptions.mStartNanos));
+    }
+
+
+    int Finish()
+    {
+        const int error = mRecorder.Finish();
+        ReleaseStopSignals();
+        auto result = mRecorder.Result();
+        mLiveLine.Note(result.mState);
+        mLiveLine.Clear();
+        result.mState.mPeaks = mLiveLine.Peaks();
+        if (error != 0) ComplainAboutFile(mFile.mPath, error);
+        TellResult(mFile, result, mOptions.mJSON, mMessages);
+        return FlushOutput(error == 0 ? kExitDone : kExitFailed);
+    }
+
+    const RecordingPlan& mPlan;
+    const record::FileSettings& mFile;
+    const RecordOptions& mOptions;
+    Messages& mMessages;
+    record::Recorder mRecorder;
+    LiveLine mLiveLine;
+    bool mToldStart = false;
+};
 
 }  // namespace
 
@@ -105,7 +152,7 @@ int RunRecord(const RecordOptions& options)
     if (const auto why = WhyNoServer()) return Complain(*why, kExitNoServer);
     RecordingPlan plan;
     if (const int code = MakePlan(wish, options, plan)) return code;
-    return Record(plan, options);
+    return Session(plan, wish, options).Run();
 }
 
 }  // namespace cli

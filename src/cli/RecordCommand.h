@@ -1,6 +1,7 @@
 // RecordCommand: "corvane record": from the words of a command line to a finished file.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ struct RecordOptions {
     bool mReplace = false;
     bool mJSON = false;
     bool mVerbose = false;
+    uint64_t mStartNanos = 0;  // host time at which the command was started
 };
 
 /// Records until the time is over or SIGINT or SIGTERM comes. @return an exit code

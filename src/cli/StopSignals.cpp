@@ -18,6 +18,7 @@ constexpr std::array kStopSignals{SIGINT, SIGTERM, SIGHUP};
 // Stored by the handler, loaded by the main thread; relaxed, each for itself.
 std::atomic<int> sFirst{0};
 std::atomic<int> sCount{0};
+std::atomic<uint64_t> sFirstNanos{0};
 std::atomic<uint64_t> sCountedNanos{0};  // the handler's own: host time of the last signal that counted
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<uint64_t>::is_always_lock_free);
 
@@ -28,7 +29,10 @@ void Count(int number)
     const int count = sCount.load(std::memory_order_relaxed);
     const bool isNew = number != SIGHUP && now - sCountedNanos.load(std::memory_order_relaxed) >= kSameSignalNanos;
     if (count == 0 || isNew) {
-        if (count == 0) sFirst.store(number, std::memory_order_relaxed);
+        if (count == 0) {
+            sFirst.store(number, std::memory_order_relaxed);
+            sFirstNanos.store(now, std::memory_order_relaxed);
+        }
         sCountedNanos.store(now, std::memory_order_relaxed);
         sCount.store(count + 1, std::memory_order_relaxed);
     }
@@ -75,6 +79,11 @@ void ReleaseStopSignals()
 int StopSignal()
 {
     return sFirst.load(std::memory_order_relaxed);
+}
+
+uint64_t StopSignalNanos()
+{
+    return sFirstNanos.load(std::memory_order_relaxed);
 }
 
 int StopSignalCount()

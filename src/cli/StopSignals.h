@@ -3,6 +3,8 @@
 // Start at CatchStopSignals.
 #pragma once
 
+#include <cstdint>
+
 namespace cli {
 
 /// From now on SIGINT, SIGTERM and SIGHUP are only counted. A SIGHUP that was ignored before stays ignored, so that a
@@ -14,6 +16,9 @@ void ReleaseStopSignals();
 
 /// The number of the first signal that came, or 0.
 int StopSignal();
+
+/// Host time at which the first signal came; 0 before.
+uint64_t StopSignalNanos();
 
 /// How often the process was asked to end: 1: complete the file; above 1: leave at once.
 ///

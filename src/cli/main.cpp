@@ -3,20 +3,25 @@
 #include "cli/Commands.h"
 #include "cli/Completion.h"
 #include "cli/ExitCodes.h"
+#include "cli/GuardedMain.h"
 #include "cli/Output.h"
+#include "platform/kernel/HostTime.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <string_view>
 
-int main(int argc, char** argv)
+namespace {
+
+int Run(int argc, char** argv)
 {
     using namespace cli;
     CLI::App app("Records what applications play, aligned to the sample.", "corvane");
     app.set_version_flag("--version", "corvane " CORVANE_VERSION);
     app.require_subcommand(1);
     Words words;
+    words.mRecord.mStartNanos = mach_absolute_time();
     AddSoundCommands(app, words);
     AddDeviceCommands(app, words);
     // Not a subcommand: its arguments are another command's, options among them.
@@ -33,4 +38,11 @@ int main(int argc, char** argv)
         return Complain(DescribeUsageError(app, {argv + 1, argv + argc}, error.what()), kExitUsage);
     }
     return words.mResult;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return cli::GuardedMain(Run, argc, argv);
 }

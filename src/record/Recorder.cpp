@@ -103,11 +103,10 @@ int Recorder::OpenFile()
     return mWriterRuns ? 0 : EAGAIN;
 }
 
-void Recorder::Stop()
+void Recorder::Stop(uint64_t nanos)
 {
-    if (mEnd.load(std::memory_order_acquire) == kNotYet) EndAt(FrameNow());
-    const CAMutex::Scope lock(mGuard);
-    mGuard.NotifyAll();
+    const uint64_t frame = mGrid.FrameAt(nanos), end = mEnd.load(std::memory_order_acquire);
+    if (end == kNotYet || frame < end) EndAt(frame);
 }
 
 void Recorder::EndAt(uint64_t frame)

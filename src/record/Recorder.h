@@ -57,8 +57,8 @@ public:
     /// Creates the file and writes. After Start. @return 0 or the system's error number
     int OpenFile();
 
-    /// The moment of this call is the recording's last: what was played before it is still written.
-    void Stop();
+    /// Host time `nanos` is the recording's last moment: what was played before it is still written.
+    void Stop(uint64_t nanos);
     /// Waits until the recording has ended, something happened (see Wake), or `nanos` have passed.
     /// @return whether it has ended
     bool WaitFor(uint64_t nanos);
@@ -85,6 +85,8 @@ public:
     /// After Finish.
     RecordingResult Result();
 
+    /// Host time of Start.
+    uint64_t StartNanos() const { return mStartNanos; }
     /// From Start to the recording's first frame, in nanoseconds; none before it is known.
     std::optional<uint64_t> HeadNanos();
 
