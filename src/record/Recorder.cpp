@@ -19,7 +19,7 @@ namespace {
 constexpr unsigned kQueueSeconds = 10;
 constexpr size_t kPieceFrames = 4096;
 constexpr uint64_t kSecondNanos = 1'000'000'000;
-constexpr uint64_t kRelaxedWakeNanos = 170'000'000;  // as often as a tap brings frames
+constexpr uint64_t kRelaxedWakeNanos = 340'000'000;  // as often as a tap brings frames
 constexpr uint64_t kLiveWakeNanos = 10'000'000;
 // A source that plays has its first frame in the file by then, or is silent at first.
 constexpr uint64_t kHeadNanos = 250'000'000;
@@ -351,9 +351,11 @@ void Recorder::MixSource(size_t source, const FrameSpan& span)
 {
     Input& input = mInputs[source];
     mMissing.clear();
-    input.mSource->GetStrand().Take(span, input.mSamples.data(), mMissing);
+    // A source that is the whole file needs no mix.
+    const bool isWhole = mInputs.size() == 1 && input.mMix.IsIdentity();
+    input.mSource->GetStrand().Take(span, isWhole ? mPiece.data() : input.mSamples.data(), mMissing);
     for (const FrameSpan& missing : mMissing) AccountFor(source, missing);
-    input.mMix.Add(input.mSamples.data(), span.mFrames, mPiece.data());
+    if (!isWhole) input.mMix.Add(input.mSamples.data(), span.mFrames, mPiece.data());
 }
 
 /// A tap brings silence, too, so that frames which a tap did not bring were not fetched in time.
@@ -366,13 +368,24 @@ void Recorder::AccountFor(size_t source, const FrameSpan& missing)
     mAccount.Add(source, cause, missing);
 }
 
+/// As many frames as make whole vectors of floats are compared at once, whatever the number of channels.
 void Recorder::MeasurePeaks(size_t frames)
 {
-    const size_t channels = mPeaks.size();
-    for (size_t c = 0; c < channels; ++c) {
-        float peak = mPeaks[c].load(std::memory_order_relaxed);
-        for (size_t f = 0; f < frames; ++f) peak = std::max(peak, std::fabs(mPiece[f * channels + c]));
-        mPeaks[c].store(peak, std::memory_order_relaxed);
+    constexpr size_t kFramesAtOnce = 8;
+    const size_t channels = mPeaks.size(), row = channels * kFramesAtOnce, samples = frames * channels;
+    mRowPeaks.assign(row, 0.0F);
+    float* const peaks = mRowPeaks.data();
+    const float* sample = mPiece.data();
+    size_t done = 0;
+    for (; done + row <= samples; done += row, sample += row)
+        for (size_t i = 0; i < row; ++i) {
+            const float level = std::fabs(sample[i]);
+            peaks[i] = level > peaks[i] ? level : peaks[i];
+        }
+    for (size_t i = 0; done + i < samples; ++i) peaks[i] = std::max(peaks[i], std::fabs(sample[i]));
+    for (size_t i = 0; i < row; ++i) {
+        auto& peak = mPeaks[i % channels];
+        if (peaks[i] > peak.load(std::memory_order_relaxed)) peak.store(peaks[i], std::memory_order_relaxed);
     }
 }
 

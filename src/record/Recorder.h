@@ -137,6 +137,7 @@ private:
     uint64_t mHeaderNanos = 0;   // when the header is brought up to date next
     std::vector<float> mPiece;
     std::vector<FrameSpan> mMissing;
+    std::vector<float> mRowPeaks;
 
     // One past the last frame of the recording; 0: not known. Stored by the owner (release), and by the writer where
     // the length is given; loaded by both (acquire).

@@ -24,6 +24,9 @@ public:
 
     unsigned SourceChannels() const { return mSourceChannels; }
 
+    /// Whether the source's channels are the file's, one by one.
+    bool IsIdentity() const { return mSourceChannels == mTrackChannels && mTrackChannels == mFileChannels; }
+
     /// Adds a source's interleaved frames to the file's. @realtime yes
     void Add(const float* source, size_t frames, float* file) const noexcept;
 
