@@ -8,12 +8,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace cli {
 
 namespace {
 
-int sOutputError = 0;  // the first of standard output, which keeps no error number itself
+bool sReported = false;  // that output failed
+int sOutputError = 0;    // the first of standard output, which keeps no error number itself
 
 std::string Dump(const nlohmann::json& json, int indent)
 {
@@ -53,8 +55,10 @@ int FlushOutput(int code)
 {
     if (std::fflush(stdout) != 0 && sOutputError == 0) sOutputError = errno;
     if (sOutputError == 0 && std::ferror(stdout) == 0) return code;
+    const int failed = code == kExitDone ? int(kExitFailed) : code;
+    if (std::exchange(sReported, true)) return failed;
     const std::string why = sOutputError ? std::string(": ") + std::strerror(sOutputError) : "";
-    return Complain("standard output cannot be written" + why, code == kExitDone ? int(kExitFailed) : code);
+    return Complain("standard output cannot be written" + why, failed);
 }
 
 }  // namespace cli

@@ -1,9 +1,9 @@
 #include "cli/Table.h"
 
 #include "cli/Output.h"
+#include "cli/Terminal.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,20 +12,8 @@ namespace cli {
 
 namespace {
 
-constexpr size_t kUsualColumns = 80;
 constexpr size_t kFewestColumns = 3;  // of the table; what they say is needed on any terminal
 constexpr size_t kGap = 2;
-
-size_t WidthOf(const std::string& text)
-{
-    return size_t(std::ranges::count_if(text, [](unsigned char c) { return c >> 6 != 2; }));
-}
-
-size_t TerminalWidth()
-{
-    winsize size{};
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : kUsualColumns;
-}
 
 /// How many columns of these widths a terminal has room for.
 size_t CountFitting(const std::vector<size_t>& widths, size_t room)
@@ -49,13 +37,13 @@ void Table::Print() const
     const bool isTerminal = isatty(STDOUT_FILENO) == 1;
     std::vector<size_t> widths(mRows.front().size());
     for (const auto& row : mRows)
-        for (size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], WidthOf(row[i]));
-    const size_t columns = isTerminal ? CountFitting(widths, TerminalWidth()) : widths.size();
+        for (size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], DisplayColumns(row[i]));
+    const size_t columns = isTerminal ? CountFitting(widths, TerminalColumns(STDOUT_FILENO)) : widths.size();
     for (size_t n = isTerminal ? 0 : 1; n < mRows.size(); ++n) {
         std::string line;
         for (size_t i = 0; i < columns; ++i) {
             line += mRows[n][i];
-            if (i + 1 < columns) line.append(widths[i] - WidthOf(mRows[n][i]) + kGap, ' ');
+            if (i + 1 < columns) line.append(widths[i] - DisplayColumns(mRows[n][i]) + kGap, ' ');
         }
         line.erase(line.find_last_not_of(' ') + 1);
         fmt::print("{}\n", line);
