@@ -26,7 +26,7 @@ struct FrameSpan {
 class Strand {
 public:
     /// Room for at least `frames` frames of `channels` floats. Allocates.
-    Strand(unsigned channels, size_t frames) : mFrames(channels, frames) {}
+    Strand(unsigned channels, size_t frames) : mFrames(channels, frames, kUsuallyFilled) {}
 
     unsigned Channels() const noexcept { return mFrames.Channels(); }
 
@@ -55,6 +55,7 @@ public:
 
 private:
     static constexpr size_t kMostPieces = 8192;
+    static constexpr size_t kUsuallyFilled = 32768;  // frames
 
     FrameSpan* FrontPiece() noexcept;
     void DropPieceUntil(FrameSpan& piece, uint64_t frame);

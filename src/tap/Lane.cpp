@@ -15,10 +15,11 @@ constexpr double kApproach = 1.0 / 8;     // of what is left of an error, a bloc
 
 constexpr double kQueueSeconds = 0.5;  // a pacer that gets no processor for that long loses nothing
 constexpr double kQueueRateHz = 192'000;
+constexpr double kUsualRateHz = 48'000;
 
-size_t QueueFrames(uint64_t latencyNanos)
+size_t QueueFrames(double rateHz, uint64_t latencyNanos)
 {
-    return size_t(kQueueRateHz * (kQueueSeconds + 2e-9 * double(latencyNanos)));
+    return size_t(rateHz * (kQueueSeconds + 2e-9 * double(latencyNanos)));
 }
 
 double Hertz(FixedRate rate)
@@ -33,7 +34,7 @@ Lane::Lane(const Schedule& schedule, uint64_t latencyNanos, const StereoMix& mix
       mLatencyNanos(latencyNanos),
       mTapRateHz(Hertz(schedule.Rate())),
       mMix(mix),
-      mInput(channels, QueueFrames(latencyNanos)),
+      mInput(channels, QueueFrames(kQueueRateHz, latencyNanos), QueueFrames(kUsualRateHz, latencyNanos)),
       mLog(log)
 {
 }

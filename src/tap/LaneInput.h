@@ -13,8 +13,9 @@ namespace tap {
 
 class LaneInput {
 public:
-    /// @param frames  room for at least so many; allocates
-    LaneInput(unsigned channels, size_t frames) : mFrames(channels, frames) {}
+    /// @param frames         room for at least so many; allocates
+    /// @param touchedFrames  of these the memory is there from the start
+    LaneInput(unsigned channels, size_t frames, size_t touchedFrames) : mFrames(channels, frames, touchedFrames) {}
 
     unsigned Channels() const noexcept { return mFrames.Channels(); }
 

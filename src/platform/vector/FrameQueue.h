@@ -6,14 +6,18 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 namespace platform::vector {
 
 class FrameQueue {
 public:
-    /// Room for at least `frames` frames of `channels` floats; touches its memory. Allocates.
-    FrameQueue(unsigned channels, size_t frames);
+    /// Room for at least `frames` frames of `channels` floats. Allocates.
+    ///
+    /// A queue that is read empty begins at its first frame again, so that one that is seldom full uses little memory.
+    ///
+    /// @param touchedFrames  of the first ones the memory is touched, so that no page of them is missing in a cycle
+    FrameQueue(unsigned channels, size_t frames, size_t touchedFrames = SIZE_MAX);
 
     unsigned Channels() const noexcept { return mChannels; }
     size_t Capacity() const noexcept { return mMask + 1; }
@@ -41,7 +45,10 @@ private:
 
     unsigned mChannels;
     uint64_t mMask;
-    std::vector<float> mFrames;
+    std::unique_ptr<float[]> mFrames;
+    // The count whose frame is the first of the memory. Stored by the writer while the queue is empty, before the count
+    // that the reader then sees; loaded by the reader after it.
+    std::atomic<uint64_t> mBase{0};
     alignas(64) std::atomic<uint64_t> mWritten{0};  // stored by the writer (release), loaded by the reader (acquire)
     alignas(64) std::atomic<uint64_t> mRead{0};     // stored by the reader (release), loaded by the writer (acquire)
 };
