@@ -79,6 +79,7 @@ void Pacer::PublishDue(uint64_t nanos)
     if (due <= mBlocks) return;
     const uint64_t behind = due - mBlocks;
     const auto passes = uint32_t(behind > mRing.BlocksInLoop() ? (behind - 1) / mRing.BlocksInLoop() : 0);
+    if (behind > mBlocksAWake) mCounters.mLateBlocks += uint32_t(behind - mBlocksAWake);
     mCounters.mSkippedPasses += passes;
 
     PublishBlock(passes);
@@ -117,7 +118,6 @@ void Pacer::AddLane(Lane& lane, uint64_t until)
 void Pacer::LogStall(uint64_t blocks) noexcept
 {
     constexpr uint64_t kStallNanos = 50'000'000;
-    mCounters.mLateBlocks += uint32_t(blocks);
     const uint64_t frames = blocks * kBlockFrames;
     if (Schedule::NanosOf(frames, mSchedule.Rate()) < kStallNanos) return;
     mRing.Log({(mBlocks + mBlocksAWake) * kBlockFrames, frames, wire::LogKind::Stalled, 0});
