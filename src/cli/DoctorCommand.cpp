@@ -1,10 +1,12 @@
 #include "cli/DoctorCommand.h"
 
+#include "avcapture/TapService.h"
 #include "cli/DeviceList.h"
 #include "cli/Devices.h"
 #include "cli/ExitCodes.h"
 #include "cli/Output.h"
 #include "platform/foundation/CFBundle.h"
+#include "platform/kernel/Threads.h"
 #include "platform/machine/AudioServer.h"
 #include "platform/machine/Files.h"
 #include "platform/machine/Machine.h"
@@ -16,6 +18,7 @@
 #include <sys/stat.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <set>
 #include <vector>
 
@@ -63,6 +66,24 @@ void CheckEntries(const DeviceList& list, Findings& findings)
     }
 }
 
+/// What to do about a file that is refused.
+std::string HowToMend(const std::string& path)
+{
+    struct stat status;
+    const bool found = lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return found && (status.st_mode & 022) != 0 ? fmt::format("Mend it (chmod go-w '{}')", path) : "Mend it";
+}
+
+Finding DescribeList(const std::string& path, const DeviceList& list)
+{
+    const size_t count = list.mDevices.size();
+    const auto off = std::ranges::count(list.mDevices, false, &ListedDevice::mEnabled);
+    const std::string text = fmt::format("{}: {} device{}", path, count, count == 1 ? "" : "s");
+    if (count != 0 && !list.mIsOn) return {Verdict::Note, text + ", all off; corvane enable --all turns them on"};
+    if (off != 0) return {Verdict::Note, fmt::format("{}, {} of them off; corvane enable turns one on", text, off)};
+    return {Verdict::Fine, text};
+}
+
 void CheckPreferences(Findings& findings)
 {
     const std::string path = settings::PreferencePath(settings::kFileName);
@@ -73,16 +94,15 @@ void CheckPreferences(Findings& findings)
         findings.push_back({Verdict::Fine, "there are no virtual devices yet; corvane add makes one"});
     } else if (!problem.empty()) {
         findings.push_back({Verdict::Wrong,
-                            fmt::format("{} {}; every program reads it as empty. Mend it, or move it away: corvane add "
+                            fmt::format("{} {}; every program reads it as empty. {}, or move it away: corvane add "
                                         "makes a new one",
-                                        path, problem),
+                                        path, problem, HowToMend(path)),
                             kExitPreferences});
     } else if (lstat(path.c_str(), &status) != 0) {
         findings.push_back({Verdict::Fine, fmt::format("{} is not there yet; corvane add makes it", path)});
     } else {
         const DeviceList list(root.Get());
-        findings.push_back({Verdict::Fine, fmt::format("{}: {} devices, {}", path, list.mDevices.size(),
-                                                       list.mIsOn ? "on" : "all off (corvane enable --all)")});
+        findings.push_back(DescribeList(path, list));
         CheckEntries(list, findings);
     }
 }
@@ -103,15 +123,47 @@ void CheckPlugIn(Findings& findings)
                             kExitFailed});
 }
 
+void CheckTap(Findings& findings)
+{
+    if (avcapture::FindTapService())
+        findings.push_back({Verdict::Fine, "the tap is installed"});
+    else
+        findings.push_back({Verdict::Wrong,
+                            fmt::format("the tap's bundle (AudioSupport) is missing from {}, and without it no "
+                                        "application can be recorded; install Corvane again",
+                                        Machine::Current().GetFiles().BundleFolder()),
+                            kExitFailed});
+}
+
+void CheckServer(Findings& findings)
+{
+    if (const auto why = WhyNoServer()) {
+        findings.push_back({Verdict::Wrong, *why, kExitNoServer});
+        return;
+    }
+    findings.push_back({Verdict::Fine, Machine::Current().GetAudioServer().Describe()});
+    if (CopyDevices(Side::Output).empty())
+        findings.push_back({Verdict::Wrong,
+                            "there is no output device, and without one applications do not play; connect one, or see "
+                            "what the server has: wpctl status",
+                            kExitNoServer});
+}
+
+/// Asks for what a recording's threads ask for: before a thread has asked, the answer is not known.
+void CheckScheduling(Findings& findings)
+{
+    using platform::machine::SchedulingWish;
+    platform::machine::Threads& threads = Machine::Current().GetThreads();
+    const bool granted = threads.Schedule(pthread_self(), {SchedulingWish::Kind::Fixed, 1}) == 0;
+    threads.Schedule(pthread_self(), {});
+    findings.push_back({granted ? Verdict::Fine : Verdict::Note, threads.DescribeScheduling()});
+}
+
 void CheckMachine(Findings& findings)
 {
-    Machine& machine = Machine::Current();
-    if (const auto why = WhyNoServer())
-        findings.push_back({Verdict::Wrong, *why, kExitNoServer});
-    else
-        findings.push_back({Verdict::Fine, machine.GetAudioServer().Describe()});
-    findings.push_back({Verdict::Note, machine.GetMessenger().Describe()});
-    findings.push_back({Verdict::Note, machine.GetThreads().DescribeScheduling()});
+    CheckServer(findings);
+    findings.push_back({Verdict::Note, Machine::Current().GetMessenger().Describe()});
+    CheckScheduling(findings);
 }
 
 }  // namespace
@@ -122,6 +174,7 @@ int RunDoctor(bool json)
     CheckPreferences(findings);
     CheckUser(findings);
     CheckPlugIn(findings);
+    CheckTap(findings);
     CheckMachine(findings);
 
     nlohmann::json list = nlohmann::json::array();

@@ -1,6 +1,7 @@
 // The store of the preferences under faults, with several writers, and through the commands.
 #include "cli/Commands.h"
 #include "cli/DeviceList.h"
+#include "cli/DoctorCommand.h"
 #include "cli/ExitCodes.h"
 #include "cli/PreferenceFile.h"
 #include "cli/RouteCommand.h"
@@ -73,6 +74,23 @@ protected:
     const support::FolderTree mFolder;
     const std::string mPath = mFolder.Path("preferences/com.ostrel.corvane.sharedsource.plist");
 };
+
+TEST_F(Preferences, TheDoctorNamesWhatStopsARecordingAndWhatMendsTheFile)
+{
+    const auto answer = [] {
+        testing::internal::CaptureStdout();
+        EXPECT_NE(cli::RunDoctor(false), cli::kExitDone);
+        return testing::internal::GetCapturedStdout();
+    };
+    Write("");
+    std::string problem;
+    ASSERT_EQ(Add("Talk", problem), cli::kExitDone) << problem;
+    EXPECT_THAT(answer(),
+                testing::AllOf(ContainsRegex("note .*: 1 device, all off"), ContainsRegex("wrong .*tap's bundle"),
+                               ContainsRegex("wrong .*no output device")));
+    ASSERT_EQ(chmod(mPath.c_str(), 0620), 0);
+    EXPECT_THAT(answer(), ContainsRegex("wrong .*chmod go-w"));
+}
 
 }  // namespace
 

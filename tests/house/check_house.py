@@ -136,10 +136,11 @@ def surface(root):
         for call, realtime in declared_calls(text):
             users = sorted({room_of(other) if not other.startswith("platform/") else "/".join(other.split("/")[:2])
                             for other, body in texts.items()
-                            if other.rsplit(".", 1)[0] != own and not implements(body, call) and re.search(rf"\b{call}\b\s*[(,;}}]", body)})
+                            if call in body and other.rsplit(".", 1)[0] != own
+                            and re.search(rf"\b{call}\b\s*[(,;}}]", body) and not implements(body, call)})
             if uses_itself(text, call):
                 users.append("/".join(name.split("/")[:2]))
-            if re.search(rf"\b{call}\(", tests):
+            if call in tests and re.search(rf"\b{call}\(", tests):
                 users.append("tests")
             users = sorted(set(users))
             rows.append(f"| `{call}` | {name} | {', '.join(users)} | {'yes' if realtime else 'no'} |")

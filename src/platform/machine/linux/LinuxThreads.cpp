@@ -210,7 +210,8 @@ std::string LinuxThreads::DescribeScheduling()
     const std::string why = std::strerror(refusal);
     return std::string(granted ? "Some real-time threads" : "Real-time threads") +
            " run time-shared and may be late under load: the system refused a fixed priority (" + why +
-           "). Raise the limit on real-time priority (ulimit -r) to have it.";
+           "). Join the group `pipewire` (sudo usermod -aG pipewire USER) or raise the limit `ulimit -r`, and log in "
+           "again; for the audio server's own threads install rtkit.";
 }
 
 }  // namespace platform::machine

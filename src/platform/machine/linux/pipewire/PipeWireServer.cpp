@@ -113,10 +113,14 @@ ServerSnapshot PipeWireServer::Snapshot()
 std::string PipeWireServer::Describe()
 {
     const Loop::Guard guard(mLoop);
-    std::string text = mNodes.IsConnected() ? "connected to the PipeWire server at " + mConnection.Path()
-                                            : "no PipeWire server at " + mConnection.Path() +
-                                                  ": start it with `systemctl --user start pipewire` or run `pipewire`";
-    if (mNodes.IsConnected() && mRegistry.Defaults() == nullptr)
+    if (!mNodes.IsConnected() && !EnvironmentNamesTheSocket())
+        return "no PipeWire server is found, because XDG_RUNTIME_DIR is not set: "
+               "export XDG_RUNTIME_DIR=/run/user/$(id -u)";
+    if (!mNodes.IsConnected())
+        return "no PipeWire server at " + mConnection.Path() +
+               ": start it with `systemctl --user start pipewire` or run `pipewire`";
+    std::string text = "connected to the PipeWire server at " + mConnection.Path();
+    if (mRegistry.Defaults() == nullptr)
         text += "; no session manager: start it with `systemctl --user start wireplumber` or run `wireplumber`";
     if (!mContext.Shortcoming().empty()) text += "; " + mContext.Shortcoming();
     return text;

@@ -32,6 +32,12 @@ std::string SocketPath()
     return (folder.empty() ? "/run/user/" + std::to_string(getuid()) : folder) + "/" + name;
 }
 
+bool EnvironmentNamesTheSocket()
+{
+    return FirstOf({"PIPEWIRE_REMOTE"}).starts_with('/') ||
+           !FirstOf({"PIPEWIRE_RUNTIME_DIR", "XDG_RUNTIME_DIR"}).empty();
+}
+
 SocketWatch::SocketWatch(Loop& loop, std::string path, LoopSource::Action appeared)
     : mFolder(path.substr(0, path.rfind('/'))),
       mName(path.substr(path.rfind('/') + 1)),

@@ -11,6 +11,9 @@ namespace platform::machine::pipewire {
 /// Where the server's socket lies or would lie, as the environment has it.
 std::string SocketPath();
 
+/// Whether SocketPath follows from the environment; if not, it is a guess (ssh, cron and sudo leave the variables out).
+bool EnvironmentNamesTheSocket();
+
 /// Tells when a socket of that path is made anew.
 class SocketWatch {
 public:
