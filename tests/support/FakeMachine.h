@@ -102,6 +102,13 @@ public:
 class FakeThreads final : public platform::machine::LinuxThreads {
 public:
     bool mGrants = true;
+    std::atomic<uint64_t> mDeadlineNanos{0};  // of the latest wait
+
+    int WaitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, uint64_t deadlineNanos) override
+    {
+        mDeadlineNanos = deadlineNanos;
+        return LinuxThreads::WaitUntil(condition, mutex, deadlineNanos);
+    }
 
     /// A handle that an earlier thread had starts without its wishes, as a thread of the system's does.
     int Create(pthread_t* thread, bool detached, const char* name, void* (*entry)(void*), void* argument) override

@@ -112,9 +112,11 @@ TEST_F(Threads, ATimedWaitTakesAnyNumberOfNanosecondsAndGivesUpWithThePublishedN
     for (const timespec longer : {timespec{0, 60'000'000'000}, timespec{0, LONG_MAX}, timespec{LONG_MAX, LONG_MAX}}) {
         Meeting meeting;
         pthread_t thread;
+        const uint64_t begin = mach_absolute_time();
         kernel::pthread_mutex_lock(&meeting.mMutex);  // keeps the other side from arriving before the wait
         ASSERT_EQ(kernel::pthread_create(&thread, nullptr, Meeting::Arrive, &meeting), 0);
         EXPECT_EQ(meeting.AwaitLocked(longer), 0);
+        EXPECT_GE(mMachine.mThreads.mDeadlineNanos, begin + 60'000'000'000);
         void* result = nullptr;
         EXPECT_EQ(kernel::pthread_join(thread, &result), 0);
         EXPECT_EQ(result, &meeting);
