@@ -59,9 +59,9 @@ TEST_F(GraphRecordTest, AMixHoldsEverySourceAndAnInputThatGoesSilentIsTold)
     CommandRun run({"record", "--json", "--force", "--source", "app:tone", "--source", "input:mic", "-d", "8", File()});
     support::WaitForSize(File(), 3 * kRateHz * kFrameBytes);
     kill(microphone.ID(), SIGSTOP);
-    run.WaitForError("nothing comes from input:mic");
+    run.WaitForError("input:mic brings no sound");
     kill(microphone.ID(), SIGCONT);
-    run.WaitForError("input:mic is there");
+    run.WaitForError("input:mic brings sound again");
     const Recording recording = Finished(run);
     const std::vector<float> left = recording.Channel(0);
     const auto mixed = std::span(left).subspan(kRateHz, kRateHz);

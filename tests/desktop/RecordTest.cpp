@@ -30,7 +30,7 @@ void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std:
 {
     for (const bool right : {false, true}) {
         const CounterReport report = CheckCounter(recording.Channel(right), right ? -1 : 1);
-        EXPECT_LT(report.mLeadingSilence, kRateHz);
+        EXPECT_LE(report.mLeadingSilence, 1u) << "a count may begin with 0";
         EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
         EXPECT_LE(report.mSkipped, missed);
         EXPECT_TRUE(!missedByApplication || report.mSilent <= missed + *missedByApplication) << report.mSilent;
@@ -215,7 +215,7 @@ TEST_F(RecordTest, StandardOutputGetsAStream)
     ASSERT_EQ(run.Wait(), 0) << run.Errors();
     EXPECT_EQ(run.Output().size(), 94 + kRateHz * 4u) << "a header, then the frames, and nothing else";
     EXPECT_EQ(run.Output().substr(0, 4), "RIFF");
-    EXPECT_NE(run.Errors().find("frames lost: "), std::string::npos) << run.Errors();
+    EXPECT_NE(run.Errors().find("lost: "), std::string::npos) << run.Errors();
 }
 
 TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
