@@ -228,7 +228,7 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         std::string mSays;
     };
     const Case cases[] = {
-        {{"record", "--source", "app:chosn", File()}, 4, "app:chosen"},
+        {{"record", "--source", "app:chosn", File()}, 4, "Playing now: chosen"},
         {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
         {{"record", "--from", "speaker", File()}, 4, "speakers"},
         {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
