@@ -76,7 +76,7 @@ TEST_F(GraphRecordTest, InputsAreFoundByNameAndAWrongOneIsRefused)
     auto microphone = mPipeWire.PlugMicrophone({"--name", "mic"});
     CommandRun wrong({"record", "--source", "input:mik", File()});
     EXPECT_EQ(wrong.Wait(), 4);
-    EXPECT_NE(wrong.Errors().find("input:mic"), std::string::npos) << wrong.Errors();
+    EXPECT_NE(wrong.Errors().find("There are: mic"), std::string::npos) << wrong.Errors();
     const Recording recording = Record({"--source", "input:default", "-c", "1", "-d", "3"});
     EXPECT_EQ(recording.mChannels, 1);
     EXPECT_GT(Clicks(recording.Channel(0)).size(), 3u);
