@@ -6,6 +6,7 @@
 #include "platform/machine/Clock.h"
 #include "platform/machine/Machine.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -134,6 +135,17 @@ bool InputSource::IsDue() const noexcept
     return mach_absolute_time() >= mAlignedNanos + nanos;
 }
 
+/// Frames at the beginning of the cycle that hold nothing of the device: its first frame is on its way through the
+/// graph for less than the latency.
+uint32_t InputSource::EmptyFrames(uint64_t frame) const noexcept
+{
+    const uint64_t latest = mGrid.FrameAt(mAlignedNanos);
+    const auto most = uint32_t(std::min<uint64_t>(std::max(frame, latest) - frame, kCycleFrames));
+    const auto end = mInterleaved.begin() + ptrdiff_t(size_t(most) * mChannels);
+    const auto sound = std::find_if(mInterleaved.begin(), end, [](float sample) { return sample != 0; });
+    return mHasSounded ? 0 : uint32_t(size_t(sound - mInterleaved.begin()) / mChannels);
+}
+
 /// @return whether the graph had sound
 bool InputSource::RenderCycle() CORVANE_REALTIME
 {
@@ -150,12 +162,16 @@ bool InputSource::RenderCycle() CORVANE_REALTIME
     if (const uint64_t aligned = mCapture.GetAlignedHostTime(); aligned != mAlignedNanos) {
         mAlignedNanos = aligned;
         mRendered = 0;
+        mHasSounded = false;
     }
     AudioBufferList whole{1, {{mChannels, UInt32(mInterleaved.size() * sizeof(float)), mInterleaved.data()}}};
     CAAudioBufferList::Interleave(mBuffers, &whole);
     const uint64_t frame = NextFrame();
-    mStrand.Put(frame, mInterleaved.data(), kCycleFrames);
-    if (mFirstSound.load(std::memory_order_relaxed) == 0) mFirstSound.store(frame, std::memory_order_relaxed);
+    const uint32_t empty = EmptyFrames(frame);
+    mStrand.Put(frame + empty, mInterleaved.data() + size_t(empty) * mChannels, kCycleFrames - empty);
+    mHasSounded = mHasSounded || empty < kCycleFrames;
+    const bool isFirst = empty < kCycleFrames && mFirstSound.load(std::memory_order_relaxed) == 0;
+    if (isFirst) mFirstSound.store(frame + empty, std::memory_order_relaxed);
     mRendered += kCycleFrames;
     return true;
 }

@@ -42,6 +42,7 @@ private:
     void RenderDue();
     bool RenderCycle() CORVANE_REALTIME;
     bool IsDue() const noexcept;
+    uint32_t EmptyFrames(uint64_t frame) const noexcept;
     void CollectGaps();
     uint64_t NextFrame() const noexcept { return mGrid.FrameAt(mAlignedNanos - mLatencyNanos) + mRendered; }
 
@@ -60,6 +61,7 @@ private:
     // The thread's.
     uint64_t mAlignedNanos = 0;  // host time of the mix's first frame since the alignment
     uint64_t mRendered = 0;      // frames since then
+    bool mHasSounded = false;    // since then
     AudioBufferList* mBuffers = nullptr;
     std::vector<float> mInterleaved;
 

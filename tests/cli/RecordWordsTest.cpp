@@ -5,6 +5,9 @@
 namespace cli {
 namespace {
 
+using record::FileType;
+using record::SampleFormat;
+
 std::string Read(RecordOptions options, RecordWish& wish)
 {
     if (options.mFile.empty()) options.mFile = "a.wav";
@@ -14,12 +17,34 @@ std::string Read(RecordOptions options, RecordWish& wish)
 TEST(RecordWords, RightWordsBecomeAWish)
 {
     RecordWish wish;
-    EXPECT_EQ(Read({.mRate = "44100", .mFormat = "s24", .mTime = "2.5"}, wish), "");
-    EXPECT_EQ(wish.mFile.mRateHz, 44100u);
-    EXPECT_EQ(wish.mFile.mFormat, record::SampleFormat::Signed24);
-    EXPECT_EQ(wish.mSeconds, 2.5);
-    EXPECT_EQ(Read({}, wish), "");
-    EXPECT_EQ(wish.mFile.mFormat, record::SampleFormat::Float32);
+    EXPECT_EQ(
+        Read({.mChannels = "0", .mRate = "44.1k", .mFormat = "s24", .mTime = "2.5", .mMaxFileTime = "1:00"}, wish), "");
+    EXPECT_EQ(std::tuple(wish.mFile.mRateHz, wish.mChannels, wish.mSeconds, wish.mMaxSeconds),
+              std::tuple(44100u, 0u, 2.5, 60.0));
+    struct Row {
+        RecordOptions mOptions;
+        FileType mType;
+        SampleFormat mFormat;
+    };
+    for (const Row& row : {
+             Row{{}, FileType::Wav, SampleFormat::Float32},
+             Row{{.mFormat = "s24"}, FileType::Wav, SampleFormat::Signed24},
+             Row{{.mFile = "a.FLAC"}, FileType::Flac, SampleFormat::Signed24},
+             Row{{.mFormat = "s16", .mFile = "a.flac"}, FileType::Flac, SampleFormat::Signed16},
+             Row{{.mFileType = "flac", .mFile = "a.wav"}, FileType::Flac, SampleFormat::Signed24},
+             Row{{.mFileType = "raw", .mFile = "a.mp3"}, FileType::Raw, SampleFormat::Float32},
+             Row{{.mFileType = "wav", .mFile = "a.flac"}, FileType::Wav, SampleFormat::Float32},
+         }) {
+        RecordWish read;
+        EXPECT_EQ(Read(row.mOptions, read), "");
+        EXPECT_EQ(std::pair(read.mFile.mType, read.mFile.mFormat), std::pair(row.mType, row.mFormat))
+            << row.mOptions.mFile << row.mOptions.mFileType.value_or("");
+        EXPECT_EQ(read.mFile.mRateHz, 0u) << "that of the device";
+        EXPECT_EQ(read.mSources.size(), 1u) << "everything";
+    }
+    RecordWish track;
+    EXPECT_EQ(Read({.mTracks = {"a=app:b"}}, track), "");
+    EXPECT_EQ(std::pair(track.mSources.size(), track.mTracks.size()), std::pair(size_t(0), size_t(1)));
 }
 
 TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
@@ -35,13 +60,12 @@ TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
         {{.mChannels = "both"}, "'both'"},
         {{.mTime = "soon"}, "'soon'"},
         {{.mTime = "0"}, "'0'"},
-        {{.mTime = "nan"}, "'nan'"},
-        {{.mTime = "inf"}, "'inf'"},
-        {{.mTime = "-3"}, "'-3'"},
-        {{.mTime = "10q"}, "'10q'"},
         {{.mTime = ""}, "''"},
         {{.mRate = ""}, "''"},
+        {{.mMaxFileTime = "-3"}, "'-3'"},
+        {{.mFileType = "mp3"}, "'mp3'"},
         {{.mSources = {"nobody"}}, "'nobody'"},
+        {{.mTracks = {"app:a"}}, "'app:a'"},
     };
     for (const auto& [options, quoted] : cases) {
         RecordWish wish;
@@ -49,6 +73,10 @@ TEST(RecordWords, AWrongWordIsQuotedWithAnExampleOfARightOne)
         EXPECT_NE(wrong.find(quoted), std::string::npos) << quoted << ": " << wrong;
         EXPECT_NE(wrong.find("for example"), std::string::npos) << wrong;
     }
+    RecordWish wish;
+    EXPECT_NE(Read({.mFile = "a.mp3"}, wish).find(".mp3"), std::string::npos);
+    EXPECT_NE(Read({.mProgress = "xml"}, wish).find("'xml'"), std::string::npos);
+    EXPECT_NE(ReadWords({}, wish), "");
 }
 
 TEST(RecordWords, TimesAndRatesAreReadAsPeopleWriteThem)

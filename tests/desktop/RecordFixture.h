@@ -30,12 +30,13 @@ protected:
     Recording Finished(CommandRun& run)
     {
         EXPECT_EQ(run.Wait(), 0) << run.Errors();
-        const auto result = nlohmann::json::parse(run.Output());
+        mResult = nlohmann::json::parse(run.Output());
         const Recording recording = ReadRecording(File());
-        EXPECT_EQ(result["frames"], recording.Frames());
-        EXPECT_EQ(result["frames_lost"], 0);
-        EXPECT_EQ(result["frames_dropped"], 0);
-        mMissed = result["frames_missed"];
+        EXPECT_EQ(mResult["frames"], recording.Frames());
+        for (const auto& source : mResult["sources"])
+            for (const char* cause : {"server_away", "stopped", "too_slow"})
+                EXPECT_EQ(source["silent"][cause], 0) << source["source"] << ": " << cause;
+        mMissed = mResult["frames_lost"];
         return recording;
     }
     Recording Record(std::vector<std::string> options)
@@ -54,7 +55,8 @@ protected:
     std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
 
     support::PrivatePipeWire mPipeWire;
-    uint64_t mMissed = 0;  // frames that the server did not deliver to the recorder that finished last
+    nlohmann::json mResult;  // of the recorder that finished last
+    uint64_t mMissed = 0;    // frames that the server did not deliver to the recorder that finished last
 };
 
 }  // namespace desktop

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <optional>
 
 namespace desktop {
@@ -30,7 +31,7 @@ void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std:
 {
     for (const bool right : {false, true}) {
         const CounterReport report = CheckCounter(recording.Channel(right), right ? -1 : 1);
-        EXPECT_LT(report.mLeadingSilence, kRateHz);
+        EXPECT_LE(report.mLeadingSilence, 1u) << "a count may begin with 0";
         EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
         EXPECT_LE(report.mSkipped, missed);
         EXPECT_TRUE(!missedByApplication || report.mSilent <= missed + *missedByApplication) << report.mSilent;
@@ -145,6 +146,62 @@ TEST_F(RecordTest, AStoppedRecorderNeverHoldsUpAnApplication)
     }
 }
 
+// The count of the host clock, as one application after the other plays it.
+TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
+{
+    constexpr uint64_t kQuantum = 1024;
+    const auto play = [this] {
+        mPipeWire.SetQuantum(kQuantum);
+        return PlayCounter("game", {"--from-host-time"});
+    };
+    auto game = play();
+    CommandRun run({"record", "--json", "--source", "app:game", "-d", std::to_string(kLongSeconds), File()});
+    const auto stop = [&](double seconds) {
+        support::SpeakerProbe speakers("speakers");
+        run.Signal(SIGSTOP);
+        for (int i = 0; i < 10; ++i) speakers.Next(size_t(seconds * kRateHz / 10));
+        run.Signal(SIGCONT);
+    };
+    const std::function<void()> happenings[] = {
+        [&] { mPipeWire.SetDefaultSink("headset"); },
+        [&] { mPipeWire.SetDefaultSink("speakers"); },
+        [&] {
+            game.End(SIGKILL);
+            game = play();
+        },
+        [&] {
+            mPipeWire.Kill();
+            mPipeWire.Start();
+            game = play();
+        },
+        [&] { stop(0.3); },
+        [&] { stop(0.9); },
+        [&] { stop(2); },
+        [&] { stop(20); },
+    };
+    // Under a sanitizer the recording is too short for what takes long.
+    const size_t count = kLongSeconds < 60 ? 6 : std::size(happenings);
+    for (size_t i = 0; i < count; ++i) {
+        WaitForSize(File(), uintmax_t(i + 1) * (kLongSeconds < 60 ? 1 : 3) * kRateHz * kFrameBytes);
+        happenings[i]();
+    }
+    ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    const auto result = nlohmann::json::parse(run.Output());
+    const Recording recording = ReadRecording(File());
+    ASSERT_EQ(recording.Frames(), size_t(kLongSeconds) * kRateHz);
+    const std::vector<float> left = recording.Channel(0);
+    support::Timeline timeline{.mFirstCount = double(left[0]) * support::kCounterModulus};
+    for (const auto& silence : result["silences"]) timeline.mSilences.push_back({silence["start"], silence["frames"]});
+    std::printf("%s\n", run.Output().c_str());
+    for (const auto& wrong : FindWrongPieces(left, timeline)) {
+        std::printf("WRONG %lu + %lu: off", wrong.mStart, wrong.mFrames);
+        for (uint64_t n : {wrong.mStart, wrong.mStart + wrong.mFrames / 2, wrong.mStart + wrong.mFrames - 1})
+            std::printf(" %g", std::remainder(left[n] * support::kCounterModulus - timeline.mFirstCount - double(n),
+                                              support::kCounterModulus));
+        std::printf("\n");
+    }
+}
+
 TEST_F(RecordTest, GoesOnInSilenceWhileTheServerIsAway)
 {
     auto chosen = PlayCounter("chosen");
@@ -215,7 +272,7 @@ TEST_F(RecordTest, StandardOutputGetsAStream)
     ASSERT_EQ(run.Wait(), 0) << run.Errors();
     EXPECT_EQ(run.Output().size(), 94 + kRateHz * 4u) << "a header, then the frames, and nothing else";
     EXPECT_EQ(run.Output().substr(0, 4), "RIFF");
-    EXPECT_NE(run.Errors().find("frames lost: "), std::string::npos) << run.Errors();
+    EXPECT_NE(run.Errors().find("lost: "), std::string::npos) << run.Errors();
 }
 
 TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
@@ -228,9 +285,9 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         std::string mSays;
     };
     const Case cases[] = {
-        {{"record", "--source", "app:chosn", File()}, 4, "app:chosen"},
+        {{"record", "--source", "app:chosn", File()}, 4, "Playing now: chosen"},
         {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
-        {{"record", "--from", "speaker", File()}, 4, "speakers"},
+        {{"record", "--from", "spaekers", File()}, 4, "speakers"},
         {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
         {{"record", "-f", "mp3", File()}, 2, "'mp3'"},
         {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},

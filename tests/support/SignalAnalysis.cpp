@@ -52,6 +52,32 @@ CounterReport CheckCounter(std::span<const float> samples, int sign)
     return report;
 }
 
+std::vector<Piece> FindWrongPieces(std::span<const float> samples, const Timeline& timeline)
+{
+    enum : char { kSound, kSilence, kEdge };
+    std::vector<char> kinds(samples.size(), kSound);
+    const auto fill = [&](uint64_t from, uint64_t to, char kind) {
+        for (uint64_t n = from; n < std::min<uint64_t>(to, kinds.size()); ++n) kinds[n] = kind;
+    };
+    for (const Piece& silence : timeline.mSilences) fill(silence.mStart, silence.mStart + silence.mFrames, kSilence);
+    std::vector<uint64_t> edges = {0, samples.size()};
+    for (const Piece& silence : timeline.mSilences)
+        edges.insert(edges.end(), {silence.mStart, silence.mStart + silence.mFrames});
+    for (const uint64_t edge : edges)
+        fill(edge - std::min<uint64_t>(edge, timeline.mEdge), edge + timeline.mEdge, kEdge);
+
+    std::vector<Piece> wrong;
+    for (size_t n = 0; n < samples.size(); ++n) {
+        const double count = timeline.mFirstCount + double(n);
+        const double off = std::remainder(samples[n] * timeline.mModulus - count, timeline.mModulus);
+        if (kinds[n] == kEdge || (kinds[n] == kSilence ? samples[n] == 0 : std::fabs(off) <= timeline.mMostOff))
+            continue;
+        if (wrong.empty() || wrong.back().mStart + wrong.back().mFrames < n) wrong.push_back({n, 0});
+        ++wrong.back().mFrames;
+    }
+    return wrong;
+}
+
 std::vector<size_t> Clicks(std::span<const float> samples)
 {
     constexpr size_t kLongest = 64;  // a resampled click rings

@@ -31,6 +31,22 @@ struct CounterReport {
 };
 CounterReport CheckCounter(std::span<const float> samples, int sign = 1);
 
+/// Frames [mStart, mStart + mFrames) of a recording.
+struct Piece {
+    uint64_t mStart = 0;
+    uint64_t mFrames = 0;
+};
+/// A recording of a count of the host clock, which is value = count / mModulus modulo 1.
+struct Timeline {
+    std::vector<Piece> mSilences;  // as the recorder listed them
+    double mFirstCount = 0;        // of the first frame
+    double mModulus = kCounterModulus;
+    double mMostOff = 1;  // frames that a count may be off
+    size_t mEdge = 1;     // frames on each side of where sound begins or ends, which a filter blurs
+};
+/// What is neither the count of its moment nor silent where silence is listed.
+std::vector<Piece> FindWrongPieces(std::span<const float> samples, const Timeline& timeline);
+
 /// Frames at which a click is heard: the greatest sample of each stretch above half of full scale.
 std::vector<size_t> Clicks(std::span<const float> samples);
 /// By how many frames the nearest click of `second` lags each of `first`; the outermost two may have no partner.

@@ -4,6 +4,7 @@
 #include "platform/machine/simulated/World.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace platform::machine::simulated {
 
@@ -48,8 +49,17 @@ bool SimulatedCapture::Captures(const Stream& stream) const
 
 void SimulatedCapture::Render(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams)
 {
+    const bool plays = std::ranges::any_of(streams, [&](const auto& each) {
+        return Captures(*each) && each->mDriver == &driver && each->mStream.mPlaying;
+    });
+    if (!plays) {
+        mRests = true;
+        return;
+    }
     Mix(driver, streams);
-    mClient.Render(driver.Now().WithChannels(mChannels));
+    CaptureCycle cycle = driver.Now().WithChannels(mChannels);
+    cycle.mResumed = std::exchange(mRests, false);
+    mClient.Render(cycle);
 }
 
 void SimulatedCapture::Mix(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams)

@@ -26,7 +26,8 @@ public:
     bool Silences(const Stream& stream) const { return mSilenced && Captures(stream); }
     Driver& Hole() { return mHole; }
 
-    /// Renders what the streams have played in the cycle of `driver`, which is this capture's.
+    /// Renders what the streams have played in the cycle of `driver`, which is this capture's. Rests while none of them
+    /// plays, as a server lets it.
     ///
     /// @thread data
     void Render(const Driver& driver, std::span<const std::unique_ptr<Stream>> streams);
@@ -45,6 +46,7 @@ private:
     CycleClient<CaptureClient> mClient;
     std::vector<uint32_t> mStreams;
     bool mSilenced = false;
+    bool mRests = true;
     Driver mHole;
     std::vector<Channel> mMixed;
     std::vector<CaptureCycle::Channel> mChannels;
