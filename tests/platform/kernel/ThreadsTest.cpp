@@ -265,7 +265,9 @@ TEST(LinuxThreads, ARefusedThreadTurnsToTheBrokerForItself)
         pthread_t other;
         kernel::pthread_mutex_lock(&held.mMutex);
         if (LinuxThreads().Create(&other, false, "other", Meeting::Arrive, &held) != 0) return false;
-        return TurnsToTheBroker(other);
+        const bool result = TurnsToTheBroker(other);
+        kernel::pthread_mutex_unlock(&held.mMutex);
+        return LinuxThreads().Join(other, nullptr) == 0 && result;
     };
     EXPECT_EXIT(_exit(turns() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
