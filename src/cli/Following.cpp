@@ -104,12 +104,11 @@ void Following::FollowServer(const ServerSnapshot& snapshot)
 void Following::FollowDefault(const ServerSnapshot& snapshot)
 {
     const auto* output = FindOutput(snapshot, snapshot.mDefaultOutput);
-    const std::string name = output ? output->mName : "";
-    if (name == mDefaultOutput) return;
+    if (!output || output->mName == mDefaultOutput) return;
     const bool isFirst = mDefaultOutput.empty();
-    mDefaultOutput = name;
-    if (!isFirst && mFollowsDefault && output)
-        Note("default_output", "", fmt::format("the default output is now {}", name));
+    mDefaultOutput = output->mName;
+    if (!isFirst && mFollowsDefault)
+        Note("default_output", "", fmt::format("the default output is now {}", mDefaultOutput));
 }
 
 void Following::FollowSource(size_t index, const ServerSnapshot& snapshot, const std::vector<Application>& applications)
@@ -117,7 +116,11 @@ void Following::FollowSource(size_t index, const ServerSnapshot& snapshot, const
     Standing& standing = mSources[index];
     if (!standing.mIsTap) return;
     const auto targets = FindTargets(standing.mFollowed, snapshot, applications);
-    if (!targets.mDeviceUIDs.empty()) mRecorder.SetTargets(index, targets);  // else as before, until an output is there
+    // Without an output all stays as it is until one is there.
+    const int status = targets.mDeviceUIDs.empty() ? 0 : mRecorder.SetTargets(index, targets);
+    if (status != std::exchange(standing.mStatus, status) && status != 0)
+        Note("not_followed", standing.mName,
+             fmt::format("{} cannot be followed to all outputs (status {})", standing.mName, status));
     if (!NamesOneApplication(standing.mFollowed)) return;
     const auto& identity = standing.mFollowed.mIdentity;
     auto processes = identity ? ProcessesOf(*identity, applications) : std::vector<pid_t>{};

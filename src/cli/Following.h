@@ -27,6 +27,7 @@ private:
         std::string mName;
         bool mIsTap = true;
         bool mRuns = false;
+        int mStatus = 0;                    // of the latest targets
         bool mWasThere = false;             // it has run since the start
         std::vector<pid_t> mProcesses;      // where it runs
         std::vector<std::string> mPlaysOn;  // names of outputs

@@ -4,6 +4,7 @@
 #include "cli/Output.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <exception>
@@ -18,6 +19,15 @@ void HoldStandardDescriptors()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+// Each source of a recording takes descriptors on each output; the usual limit of 1024 is for programs that use select.
+void RaiseLimitOfDescriptors()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);  // refused: the limit stays as it is
 }
 
 int RunGuarded(int (*body)(int, char**), int argc, char** argv)
@@ -38,6 +48,7 @@ int RunGuarded(int (*body)(int, char**), int argc, char** argv)
 int GuardedMain(int (*body)(int, char**), int argc, char** argv)
 {
     HoldStandardDescriptors();
+    RaiseLimitOfDescriptors();
     return FlushOutput(RunGuarded(body, argc, argv));
 }
 

@@ -6,8 +6,8 @@
 #include "cli/Messages.h"
 #include "cli/Output.h"
 #include "cli/RecordWords.h"
-#include "cli/RecordingReport.h"
 #include "cli/RecordingPlan.h"
+#include "cli/RecordingReport.h"
 #include "cli/StopSignals.h"
 #include "platform/kernel/HostTime.h"
 #include "platform/machine/AudioServer.h"
@@ -79,11 +79,12 @@ public:
         if (const int error = mRecorder.Check()) return ComplainAboutFile(mFile.mPath, error);
         if (const int status = mRecorder.Start()) return ComplainAboutStart(status);
         // An older file is not touched before its successor has sound to begin with.
-        if (const int error = mRecorder.OpenFile()) return ComplainAboutFile(mFile.mPath, error);
-        if (mOptions.mVerbose)
-            for (const std::string& line : DescribeMachine()) mMessages.TellLine(line);
         {
             Following following(mRecorder, mPlan);
+            following.Update();  // how all stands at the start is no event
+            if (const int error = mRecorder.OpenFile()) return ComplainAboutFile(mFile.mPath, error);
+            if (mOptions.mVerbose)
+                for (const std::string& line : DescribeMachine()) mMessages.TellLine(line);
             WatchOver(following);
         }
         return Finish();
@@ -104,9 +105,9 @@ private:
             for (const auto& event : following.Update()) TellEvent(event, mFile.mRateHz, mMessages);
             if (!ended) mLiveLine.Show(mRecorder.TakeState());
             TellStart();
-            if (StopSignalCount() == 0) continue;
-            mRecorder.Stop(StopSignalNanos());
-            const bool tooLong = mach_absolute_time() > StopSignalNanos() + kLongestEndNanos;
+            if (StopSignalCount() > 0) mRecorder.Stop(StopSignalNanos());
+            const auto end = mRecorder.EndNanos();
+            const bool tooLong = end && mach_absolute_time() > *end + kLongestEndNanos;
             if (StopSignalCount() > 1 || tooLong) mRecorder.Interrupt();
             if (StopSignalCount() > 1) return;
         }
@@ -119,7 +120,6 @@ private:
         mToldStart = true;
         mMessages.TellLine(DescribeStart(*head + mRecorder.StartNanos() - mOptions.mStartNanos));
     }
-
 
     int Finish()
     {

@@ -171,6 +171,8 @@ std::string ReadWords(const RecordOptions& options, RecordWish& wish)
     if (auto wrong = ReadChannels(options.mChannels, wish); !wrong.empty()) return wrong;
     if (auto wrong = ReadTime(options.mTime, wish.mSeconds); !wrong.empty()) return wrong;
     if (auto wrong = ReadTime(options.mMaxFileTime, wish.mMaxSeconds); !wrong.empty()) return wrong;
+    if (wish.mMaxSeconds && *wish.mMaxSeconds < 1)
+        return fmt::format("'{}' is too short for one file; for example --max-file-time 1h", *options.mMaxFileTime);
     if (options.mProgress && *options.mProgress != "json")
         return fmt::format("'{}' is not a kind of progress; use --progress json", *options.mProgress);
     wish.mReportsLevels = options.mProgress.has_value();

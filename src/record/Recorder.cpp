@@ -26,6 +26,9 @@ constexpr uint64_t kHeadNanos = 250'000'000;
 // For so long all wait for a source that brings nothing.
 constexpr uint64_t kPatienceNanos = 1'000'000'000;
 constexpr uint64_t kStallNanos = 100'000'000;
+// A change is noticed after it happened, and an application's first sound comes after the application.
+constexpr uint64_t kNoticedNanos = 250'000'000;
+constexpr uint64_t kLongestStallNanos = 10'000'000'000;  // sources do not catch up with more
 constexpr uint64_t kNotYet = 0;
 
 unsigned SumOfChannels(const std::vector<TrackSettings>& tracks)
@@ -153,13 +156,14 @@ int Recorder::SetTargets(size_t source, const TapTargets& targets)
 void Recorder::NoteServer(bool isThere)
 {
     const CAMutex::Scope lock(mAccountMutex);
-    mAccount.NoteServer(isThere, FrameNow());
+    mAccount.NoteServer(isThere, isThere ? FrameNow() : FrameNow() - mGrid.FramesOf(kNoticedNanos));
 }
 
 void Recorder::NotePresence(size_t source, bool plays)
 {
+    const uint64_t noticed = mGrid.FramesOf(kNoticedNanos);
     const CAMutex::Scope lock(mAccountMutex);
-    mAccount.NotePresence(source, plays, FrameNow());
+    mAccount.NotePresence(source, plays, plays ? FrameNow() + noticed : FrameNow() - noticed);
 }
 
 RecordingEvent Recorder::NoteEvent(std::string kind, std::string source, std::string text)
@@ -185,7 +189,12 @@ RecordingState Recorder::TakeState()
     state.mClippedSamples = mClipped.load(std::memory_order_relaxed);
     for (const Input& input : mInputs) state.mClippedSamples += input.mSource->ClippedSamples();
     state.mWriteError = mWriteError.load(std::memory_order_relaxed);
-    for (auto& peak : mPeaks) state.mPeaks.push_back(peak.exchange(0, std::memory_order_relaxed));
+    if (mShownPeaks.empty() || state.mFrames != mShownFrames) {
+        mShownPeaks.clear();
+        for (auto& peak : mPeaks) mShownPeaks.push_back(peak.exchange(0, std::memory_order_relaxed));
+        mShownFrames = state.mFrames;
+    }
+    state.mPeaks = mShownPeaks;
     unsigned first = 0;
     for (const TrackSettings& track : mSettings.mTracks) {
         state.mTracks.push_back({track.mName, first, track.mChannels});
@@ -224,6 +233,13 @@ std::optional<uint64_t> Recorder::HeadNanos()
     return frames * kSecondNanos / mGrid.RateHz();
 }
 
+std::optional<uint64_t> Recorder::EndNanos() const
+{
+    const uint64_t end = mEnd.load(std::memory_order_acquire);
+    if (end == kNotYet) return std::nullopt;
+    return end / mGrid.RateHz() * kSecondNanos + end % mGrid.RateHz() * kSecondNanos / mGrid.RateHz();
+}
+
 uint64_t Recorder::FrameNow() const
 {
     return mGrid.FrameAt(mach_absolute_time());
@@ -258,7 +274,8 @@ bool Recorder::WaitForWork()
     while (!mQuit && mach_absolute_time() < wake) mGuard.WaitUntil(wake);
     // A process that stood still has to catch up, and so have its sources.
     const uint64_t now = mach_absolute_time(), late = now - std::min(now, wake);
-    if (late > kStallNanos) mPatientNanos = std::max(mPatientNanos, now + kPatienceNanos + 3 * late);
+    if (late > kStallNanos)
+        mPatientNanos = std::max(mPatientNanos, now + kPatienceNanos + 3 * std::min(late, kLongestStallNanos));
     return !mQuit;
 }
 

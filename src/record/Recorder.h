@@ -85,6 +85,8 @@ public:
     /// After Finish.
     RecordingResult Result();
 
+    /// Host time of the recording's last frame; none while its end is not known.
+    std::optional<uint64_t> EndNanos() const;
     /// Host time of Start.
     uint64_t StartNanos() const { return mStartNanos; }
     /// From Start to the recording's first frame, in nanoseconds; none before it is known.
@@ -152,6 +154,10 @@ private:
     CAMutex mAccountMutex{"SilenceAccount"};  // for what follows: the writer's and the owner's, never in a cycle
     SilenceAccount mAccount;
     std::vector<RecordingEvent> mEvents, mNewEvents;
+
+    // The owner's: levels hold until more frames have been written.
+    std::vector<float> mShownPeaks;
+    uint64_t mShownFrames = 0;
 };
 
 }  // namespace record

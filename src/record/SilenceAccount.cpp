@@ -51,20 +51,47 @@ bool SilenceAccount::Overlaps(const std::vector<FrameSpan>& spans, const FrameSp
                        [&](const FrameSpan& other) { return other.mStart < span.End() && span.mStart < other.End(); });
 }
 
+/// Whether this process stood still for a good part of the span: a stall is noticed later than it begins, and one
+/// within a silence that was there anyway did not cause it.
+bool SilenceAccount::IsStall(const FrameSpan& span) const
+{
+    uint64_t frames = 0;
+    for (const FrameSpan& stall : mStalls) {
+        const uint64_t from = std::max(stall.mStart, span.mStart), to = std::min(stall.End(), span.End());
+        if (from < to) frames += to - from;
+    }
+    return frames > 0 && frames >= span.mFrames / 4;
+}
+
 SilenceCause SilenceAccount::Judge(const Source& source, SilenceCause cause, const FrameSpan& span) const
 {
     if (Overlaps(mAways, span)) return SilenceCause::ServerAway;
     if (Overlaps(source.mAbsences, span)) return SilenceCause::NotPlaying;
-    return Overlaps(mStalls, span) ? SilenceCause::Stopped : cause;
+    return IsStall(span) ? SilenceCause::Stopped : cause;
 }
 
-void SilenceAccount::Add(size_t source, SilenceCause cause, const FrameSpan& span)
+void SilenceAccount::Add(size_t index, SilenceCause cause, const FrameSpan& span)
+{
+    Source& source = mSources[index];
+    std::vector<uint64_t> edges{span.End()};
+    for (const auto* outages : {&mAways, &source.mAbsences})
+        for (const FrameSpan& outage : *outages)
+            for (const uint64_t edge : {outage.mStart, outage.End()})
+                if (edge > span.mStart && edge < span.End()) edges.push_back(edge);
+    std::ranges::sort(edges);
+    uint64_t at = span.mStart;
+    for (const uint64_t edge : edges) {
+        if (edge > at) AddFree(source, Judge(source, cause, {at, edge - at}), {at, edge - at});
+        at = std::max(at, edge);
+    }
+}
+
+/// Adds the frames of the span that are not in the account.
+void SilenceAccount::AddFree(Source& source, SilenceCause cause, const FrameSpan& span)
 {
     const uint64_t end = span.End();
     uint64_t at = std::max(span.mStart, mStart);
-    if (at >= end) return;
-    cause = Judge(mSources[source], cause, span);
-    auto& entries = mSources[source].mEntries;
+    auto& entries = source.mEntries;
     while (at < end) {
         auto next = entries.upper_bound(at);
         if (next != entries.begin()) {
@@ -75,7 +102,7 @@ void SilenceAccount::Add(size_t source, SilenceCause cause, const FrameSpan& spa
             }
         }
         const uint64_t free = next == entries.end() ? end : std::min(end, next->first);
-        Insert(mSources[source], cause, {at, free - at});
+        Insert(source, cause, {at, free - at});
         at = free;
     }
 }

@@ -31,7 +31,8 @@ public:
     /// A source's application ended or stopped playing, or plays again, at `frame`.
     void NotePresence(size_t source, bool plays, uint64_t frame);
 
-    /// A source was silent. Frames that are in the account already are passed over.
+    /// A source was silent. Frames that are in the account already are passed over; a span is divided where the server
+    /// or the application went or came back.
     void Add(size_t source, SilenceCause cause, const FrameSpan& span);
 
     uint64_t FramesOf(size_t source, SilenceCause cause) const { return mSources[source].mFrames[size_t(cause)]; }
@@ -55,6 +56,8 @@ private:
     SilenceCause Judge(const Source& source, SilenceCause cause, const FrameSpan& span) const;
     static void NoteOutage(std::vector<FrameSpan>& outages, bool ends, uint64_t frame);
     static bool Overlaps(const std::vector<FrameSpan>& spans, const FrameSpan& span);
+    bool IsStall(const FrameSpan& span) const;
+    void AddFree(Source& source, SilenceCause cause, const FrameSpan& span);
     static void Insert(Source& source, SilenceCause cause, const FrameSpan& span);
 
     uint64_t mStart = 0;

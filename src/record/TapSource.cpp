@@ -121,18 +121,16 @@ bool TapSource::AnySounds() const
 void TapSource::FallSilent(Lane& lane, uint64_t frame)
 {
     lane.mSounds = false;
-    lane.mSilentFrom = frame;
     if (!AnySounds()) mSilentFrom = frame;
 }
 
-/// Silence of one device is a loss only where its sound went on; of all devices together it is silence in any case.
+/// The source is silent while none of its devices has sound: another may have taken over what one of them played.
 void TapSource::Sound(Lane& lane, uint64_t frame, LogKind kind, SilenceAccount& account, size_t source)
 {
-    const bool all = !AnySounds();
     const bool lost = kind != LogKind::SoundsAfterRest;
-    const uint64_t from = all ? mSilentFrom : lane.mSilentFrom;
-    if (frame > from && (all || lost))
-        account.Add(source, lost ? SilenceCause::NotDelivered : SilenceCause::NotPlaying, {from, frame - from});
+    if (!AnySounds() && frame > mSilentFrom)
+        account.Add(source, lost ? SilenceCause::NotDelivered : SilenceCause::NotPlaying,
+                    {mSilentFrom, frame - mSilentFrom});
     if (!mFirstSound) mFirstSound = frame;
     lane.mSounds = true;
 }

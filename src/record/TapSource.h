@@ -30,7 +30,6 @@ private:
     /// What the session's log says of one of its devices.
     struct Lane {
         bool mSounds = false;
-        uint64_t mSilentFrom = 0;
     };
 
     static int Callback(void* source, const void* samples, uint32_t bytes, uint32_t frames, uint64_t timeUS,

@@ -56,40 +56,66 @@ bool CaptureControl::Start()
     return mStarted;
 }
 
+void CaptureControl::OpenCapture(size_t index)
+{
+    Capture& capture = mCaptures[index];
+    capture.mNode = mServer.OpenCapture(mConfiguration.mDevices[index].mUID, "Corvane tap", *mLanes.All()[index]);
+    capture.mNode->SetSilenced(mSilenced);
+    capture.mStreams.clear();
+}
+
 void CaptureControl::AddCapture(size_t index)
 {
-    const TappedDevice& device = mConfiguration.mDevices[index];
-    Lane& lane = mLanes.Add(mMakeLane(device, index));
-    mCaptures.push_back({mServer.OpenCapture(device.mUID, "Corvane tap", lane), {}});
-    mCaptures.back().mNode->SetSilenced(mSilenced);
+    mLanes.Add(mMakeLane(mConfiguration.mDevices[index], index));
+    mCaptures.emplace_back();
+    OpenCapture(index);
+}
+
+/// Gives a device its own lane again, a lane of its own, or at last the lane of a device that is not in the list.
+bool CaptureControl::Place(const TappedDevice& device)
+{
+    auto& devices = mConfiguration.mDevices;
+    auto place = std::ranges::find(devices, device.mUID, &TappedDevice::mUID);
+    if (place == devices.end() && devices.size() < LaneTable::kMostLanes) {
+        devices.push_back(device);
+        AddCapture(devices.size() - 1);
+        return true;
+    }
+    if (place == devices.end())
+        place = std::ranges::find_if(devices, [&](const TappedDevice& other) {
+            return !other.mActive && other.mPreferredPair == device.mPreferredPair;
+        });
+    if (place == devices.end()) return false;
+    *place = device;
+    const auto index = size_t(place - devices.begin());
+    if (!mCaptures[index].mNode) OpenCapture(index);
+    return true;
 }
 
 bool CaptureControl::SetTargets(const std::vector<TappedDevice>& devices, std::vector<pid_t> processes)
 {
     const kernel::MutexGuard guard(mCaptureMutex);
-    std::vector<TappedDevice> known = mConfiguration.mDevices;
-    for (TappedDevice& device : known) device.mActive = false;
-    for (const TappedDevice& device : devices) {
-        const auto same = std::ranges::find(known, device.mUID, &TappedDevice::mUID);
-        if (same != known.end())
-            same->mActive = true;
-        else
-            known.push_back(device);
-    }
-    if (known.size() > LaneTable::kMostLanes) return false;
-    mConfiguration.mDevices = std::move(known);
     mConfiguration.mProcesses = std::move(processes);
     mMembership.ForgetDecisions();
-    while (mCaptures.size() < mConfiguration.mDevices.size()) AddCapture(mCaptures.size());
+    for (TappedDevice& known : mConfiguration.mDevices)
+        known.mActive = std::ranges::find(devices, known.mUID, &TappedDevice::mUID) != devices.end();
+    for (size_t i = 0; i < mCaptures.size(); ++i)
+        if (!mConfiguration.mDevices[i].mActive && mCaptures[i].mNode) {
+            mLanes.All()[i]->SetLeft(mach_absolute_time());
+            mCaptures[i] = {};
+        }
+    bool placed = true;
+    for (const TappedDevice& device : devices) placed = Place(device) && placed;
     ApplyLocked();
-    return true;
+    return placed;
 }
 
 void CaptureControl::SetSilenced(bool silenced)
 {
     const kernel::MutexGuard guard(mCaptureMutex);
     mSilenced = silenced;
-    for (Capture& capture : mCaptures) capture.mNode->SetSilenced(silenced);
+    for (Capture& capture : mCaptures)
+        if (capture.mNode) capture.mNode->SetSilenced(silenced);
 }
 
 void CaptureControl::OnServerChanged() noexcept
@@ -131,7 +157,7 @@ void CaptureControl::ApplyLocked()
     const platform::machine::ServerSnapshot snapshot = mServer.Snapshot();
     auto streams = mMembership.Assign(snapshot);
     for (size_t i = 0; i < mCaptures.size(); ++i) {
-        if (streams[i] == mCaptures[i].mStreams) continue;
+        if (!mCaptures[i].mNode || streams[i] == mCaptures[i].mStreams) continue;
         mLanes.All()[i]->SetLeft(streams[i].empty() ? mach_absolute_time() : 0);
         mCaptures[i].mNode->SetStreams(streams[i]);
         mCaptures[i].mStreams = std::move(streams[i]);

@@ -34,22 +34,24 @@ public:
     /// Whether what is captured is kept from its output. @thread any of the client's
     void SetSilenced(bool silenced);
 
-    /// Captures these processes on these devices from now on. What is in both lists goes on without a gap, and a device
-    /// that comes back to the list has the lane that it had.
+    /// Captures these processes on these devices from now on. What is in both lists goes on without a gap. A device
+    /// that comes back to the list has the lane that it had, unless another device needed it.
     ///
-    /// @return  false, with nothing changed, where a tap has no lane left for a device
+    /// @return  false where a tap has no lane left for one of the devices, which is then not captured
     /// @thread  any of the client's
     bool SetTargets(const std::vector<TappedDevice>& devices, std::vector<pid_t> processes);
 
 private:
     struct Capture {
-        std::unique_ptr<platform::machine::CaptureNode> mNode;
+        std::unique_ptr<platform::machine::CaptureNode> mNode;  // null while the device is inactive
         std::vector<uint32_t> mStreams;
     };
 
     void OnServerChanged() noexcept override;
     static void* Run(void* self);
     bool WaitForChange();
+    bool Place(const TappedDevice& device);
+    void OpenCapture(size_t index);
     void AddCapture(size_t index);
     void Apply();
     void ApplyLocked();

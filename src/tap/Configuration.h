@@ -20,6 +20,7 @@ struct TappedDevice {
     /// Indices of the device's channels that are its front left and right; absent where the client knows none.
     struct Pair {
         uint32_t mLeft, mRight;
+        bool operator==(const Pair&) const = default;
     };
     std::optional<Pair> mPreferredPair;
     bool mActive = true;  // false: its sound is not wanted any more

@@ -119,7 +119,8 @@ DataThread Filter::CycleThread() const
 void Filter::OnState(pw_filter_state state)
 {
     if (state == PW_FILTER_STATE_ERROR || state == PW_FILTER_STATE_UNCONNECTED) Break();
-    if (state == PW_FILTER_STATE_STREAMING) mResumed.store(true, std::memory_order_relaxed);
+    // When the filter comes to rest: its first cycle afterwards may run before it is said to stream again.
+    if (state == PW_FILTER_STATE_PAUSED) mResumed.store(true, std::memory_order_relaxed);
 }
 
 void Filter::Break()

@@ -89,7 +89,7 @@ LoopEvent::LoopEvent(const Loop& loop, Action action) : LoopSource(loop, std::mo
 
 void LoopEvent::Signal()
 {
-    pw_loop_signal_event(mLoop, mSource);
+    if (mSource != nullptr) pw_loop_signal_event(mLoop, mSource);  // there is none where descriptors have run out
 }
 
 LoopTimer::LoopTimer(const Loop& loop, Action action) : LoopSource(loop, std::move(action))
@@ -100,6 +100,7 @@ LoopTimer::LoopTimer(const Loop& loop, Action action) : LoopSource(loop, std::mo
 
 void LoopTimer::Arm(uint64_t nanosFromNow)
 {
+    if (mSource == nullptr) return;  // descriptors have run out
     constexpr uint64_t kSecond = 1'000'000'000;
     timespec value{static_cast<time_t>(nanosFromNow / kSecond), static_cast<long>(nanosFromNow % kSecond)};
     if (nanosFromNow == 0) value.tv_nsec = 1;  // all zero would disarm it
