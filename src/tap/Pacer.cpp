@@ -57,7 +57,7 @@ void* Pacer::Run(void* self)
 /// ring at a time leaves the client room for both. Of a stall that is too long for that only the first part is kept.
 void Pacer::PublishInParts(uint64_t nanos)
 {
-    constexpr uint64_t kLongestStallSeconds = 10;
+    constexpr uint64_t kLongestStallSeconds = 3;
     const uint64_t part = mRing.BlocksInLoop() / 8;
     const uint64_t due = mSchedule.FramesBy(nanos) / kBlockFrames;
     if (due > mBlocks + mBlocksAWake) LogStall(due - mBlocks - mBlocksAWake);

@@ -195,7 +195,7 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
     std::printf("%s\n", run.Output().c_str());
     for (const auto& wrong : FindWrongPieces(left, timeline)) {
         std::printf("WRONG %lu + %lu: off", wrong.mStart, wrong.mFrames);
-        for (uint64_t n : {wrong.mStart, wrong.mStart + wrong.mFrames / 2, wrong.mStart + wrong.mFrames - 1})
+        for (uint64_t n = wrong.mStart; n < wrong.mStart + wrong.mFrames; n += 1 + wrong.mFrames / 40)
             std::printf(" %g", std::remainder(left[n] * support::kCounterModulus - timeline.mFirstCount - double(n),
                                               support::kCounterModulus));
         std::printf("\n");
