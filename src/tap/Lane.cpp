@@ -68,12 +68,21 @@ Lane::Next Lane::Classify() const noexcept
     if (next->mRateHz != mExpected.mRateHz) return Next::OtherRate;
     if (next->mClockID != mExpected.mClockID) return Next::Continues;
     const int64_t gap = next->mSampleTime - mExpected.mSampleTime;
+    if (next->mResumed && IsUncounted(*next, gap)) return Next::StartsAnew;
     return gap >= -int64_t(next->mFrames) && gap <= int64_t(next->mRateHz) ? Next::Continues : Next::StartsAnew;
+}
+
+/// Whether the gap before a cycle took another time than its frames: a driver that rests together with the capture does
+/// not count on, so that only the host clock tells how long the rest was.
+bool Lane::IsUncounted(const CycleStamp& stamp, int64_t gap) const noexcept
+{
+    constexpr double kMostFrames = 2;
+    return std::abs(mFollower.PositionAt(stamp.mHostNanos) - double(mEnd + gap)) > kMostFrames;
 }
 
 bool Lane::IsLateContinuation(const CycleStamp& stamp) const noexcept
 {
-    return stamp.mClockID == mExpected.mClockID && stamp.mRateHz == mExpected.mRateHz &&
+    return !stamp.mResumed && stamp.mClockID == mExpected.mClockID && stamp.mRateHz == mExpected.mRateHz &&
            stamp.mSampleTime == mExpected.mSampleTime;
 }
 

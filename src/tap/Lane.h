@@ -83,6 +83,7 @@ private:
 
     Next Classify() const noexcept;
     CycleStamp NextStamp() const noexcept;
+    bool IsUncounted(const CycleStamp& stamp, int64_t gap) const noexcept;
     bool IsLateContinuation(const CycleStamp& stamp) const noexcept;
     void Expect(const CycleStamp& stamp) noexcept;
     void BeginCycle() noexcept;

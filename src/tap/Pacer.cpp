@@ -54,7 +54,8 @@ void* Pacer::Run(void* self)
 }
 
 /// After a stall the client still has the last part to fetch, and the lanes hold what came before it: an eighth of the
-/// ring at a time leaves the client room for both. Of a stall that is too long for that only the first part is kept.
+/// ring at a time leaves the client room for both. While the parts follow each other, the lanes hold what sounds now: a
+/// stall that takes longer to publish than they can hold keeps its first part only.
 void Pacer::PublishInParts(uint64_t nanos)
 {
     constexpr uint64_t kLongestStallSeconds = 3;

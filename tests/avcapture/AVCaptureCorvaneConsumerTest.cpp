@@ -1,5 +1,6 @@
 #include "TapFixture.h"
 
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -49,6 +50,45 @@ TEST_F(Consumer, ChunksAreWholeBlocksInOrderAcrossTheWrapAndNeverLargerThanTheOu
     }
     EXPECT_EQ(mDetails.audioFrames, 18u * 128);
     EXPECT_EQ(mDetails.audioBytes, 18u * 1024);
+}
+
+TEST_F(Consumer, TheLogIsReadInOrderFromItsOldestWholeEntryAndNeverTorn)
+{
+    using namespace tap::wire;
+    mService->mSizes[1] = kStatusBytes;
+    CreateAtWriter();
+    uint32_t written = 0;
+    const auto write = [&](uint32_t end) {
+        for (; written < end; ++written) {
+            const size_t place = kLog + written % kLogEntries * kLogEntryBytes;
+            mService->Poke(place, written);
+            mService->Poke(place + 8, 2 * written);
+            mService->Poke(place + 16, uint32_t(LogKind::Stalled));
+            mService->Poke(place + 20, 3 * written);
+            mService->Poke(kLogCount, written + 1);
+        }
+    };
+    uint64_t next = 0;
+    const auto read = [&] {
+        std::array<LogEntry, 64> entries;
+        const size_t count = mTap->ReadLog(next, entries);
+        for (size_t i = 0; i < count; ++i) {
+            const auto number = uint32_t(next - count + i);
+            EXPECT_EQ(entries[i], (LogEntry{number, 2 * number, LogKind::Stalled, 3 * number}));
+        }
+        return count;
+    };
+    write(100);
+    EXPECT_EQ(read(), 0u) << "a service that keeps no log";
+    mService->Poke(kTimeline, kTimelineMark);
+    for (const size_t count : {64u, 36u, 0u}) EXPECT_EQ(read(), count);
+    write(1000);
+    EXPECT_EQ(read(), 64u);
+    EXPECT_EQ(next, 1000 - (kLogEntries - 1) + 64);
+    constexpr uint32_t kEnd = 200'000;
+    std::thread writer([&] { write(kEnd); });
+    while (next < kEnd) read();
+    writer.join();
 }
 
 TEST_F(Consumer, AReaderThatFellBehindGoesOnAtTheTailWithItsTimeAheadByTheGap)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -146,49 +147,69 @@ TEST_F(RecordTest, AStoppedRecorderNeverHoldsUpAnApplication)
     }
 }
 
-// The count of the host clock, as one application after the other plays it.
+/// Whether it is a cycle that the server had asked for twice while it moved a stream between outputs. Each move may
+/// have one, and is then taken out of `events`.
+bool IsRepeatedAtAMove(const support::Piece& piece, uint64_t quantum, nlohmann::json& events)
+{
+    const auto isMove = [&](const nlohmann::json& event) {
+        return event["kind"] == "default_output" &&
+               std::fabs(event["frame"].get<double>() - double(piece.mStart)) < kRateHz / 2.0;
+    };
+    const auto move = std::ranges::find_if(events, isMove);
+    if (piece.mFrames > quantum || move == events.end()) return false;
+    events.erase(move);
+    std::printf("the server repeated %llu frames at a move\n", static_cast<unsigned long long>(piece.mFrames));
+    return true;
+}
+
+// Applications play the count of the host clock. Under a sanitizer the recording is too short for the longer stops.
 TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
 {
-    constexpr uint64_t kQuantum = 1024;
+    constexpr unsigned kQuantum = 1024;
     const auto play = [this] {
         mPipeWire.SetQuantum(kQuantum);
         return PlayCounter("game", {"--from-host-time"});
     };
     auto game = play();
     CommandRun run({"record", "--json", "--source", "app:game", "-d", std::to_string(kLongSeconds), File()});
+    double stoppedSeconds = 0;
+    uint64_t missed = 0;  // by the application itself
+    const auto playAnew = [&] {
+        missed += MissedBy(game);
+        game = play();
+    };
     const auto stop = [&](double seconds) {
         support::SpeakerProbe speakers("speakers");
         run.Signal(SIGSTOP);
         for (int i = 0; i < 10; ++i) speakers.Next(size_t(seconds * kRateHz / 10));
         run.Signal(SIGCONT);
+        stoppedSeconds += seconds;
     };
     const std::function<void()> happenings[] = {
         [&] { mPipeWire.SetDefaultSink("headset"); },
         [&] { mPipeWire.SetDefaultSink("speakers"); },
-        [&] {
-            game.End(SIGKILL);
-            game = play();
-        },
+        playAnew,
         [&] {
             mPipeWire.Kill();
             mPipeWire.Start();
-            game = play();
+            playAnew();
         },
         [&] { stop(0.3); },
         [&] { stop(0.9); },
         [&] { stop(2); },
         [&] { stop(20); },
     };
-    // Under a sanitizer the recording is too short for what takes long.
-    const size_t count = kLongSeconds < 60 ? 6 : std::size(happenings);
+    const size_t count = kLongSeconds < 60 ? 6 : std::size(happenings), apartSeconds = kLongSeconds < 60 ? 1 : 3;
     for (size_t i = 0; i < count; ++i) {
-        WaitForSize(File(), uintmax_t(i + 1) * (kLongSeconds < 60 ? 1 : 3) * kRateHz * kFrameBytes);
+        WaitForSize(File(), (i + 1) * apartSeconds * kRateHz * kFrameBytes);
         happenings[i]();
     }
     ASSERT_EQ(run.Wait(), 0) << run.Errors();
+    missed += MissedBy(game);
     const auto result = nlohmann::json::parse(run.Output());
     const Recording recording = ReadRecording(File());
     ASSERT_EQ(recording.Frames(), size_t(kLongSeconds) * kRateHz);
+<<<<<<< HEAD
     const std::vector<float> left = recording.Channel(0);
     support::Timeline timeline{.mFirstCount = double(left[0]) * support::kCounterModulus};
     for (const auto& silence : result["silences"]) timeline.mSilences.push_back({silence["start"], silence["frames"]});
@@ -199,7 +220,43 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
             std::printf(" %g", std::remainder(left[n] * support::kCounterModulus - timeline.mFirstCount - double(n),
                                               support::kCounterModulus));
         std::printf("\n");
+=======
+    // A stop ends when the next part comes, and a server that starts anew takes its time.
+    EXPECT_LT(result["frames_lost"], (stoppedSeconds + 4) * kRateHz) << result["silences"];
+    for (const bool right : {false, true}) {
+        std::vector<float> samples = recording.Channel(right);
+        for (float& sample : samples) sample = right ? -sample : sample;
+        support::Timeline timeline{.mFirstCount = double(samples[0]) * support::kCounterModulus};
+        for (const auto& silence : result["silences"])
+            timeline.mSilences.push_back({silence["start"], silence["frames"]});
+        nlohmann::json events = result["events"];
+        uint64_t unplayed = 0;
+        for (const support::Piece& wrong : FindWrongPieces(samples, timeline)) {
+            const auto piece = std::span(samples).subspan(wrong.mStart, wrong.mFrames);
+            const bool isSilent = std::ranges::count(piece, 0.0F) == std::ssize(piece);
+            unplayed += isSilent ? wrong.mFrames : 0;
+            EXPECT_TRUE(isSilent || IsRepeatedAtAMove(wrong, kQuantum, events))
+                << wrong.mFrames << " frames from " << wrong.mStart << " of " << (right ? "right\n" : "left\n")
+                << result;
+        }
+        EXPECT_LE(unplayed, missed) << result;
+>>>>>>> h-tests
     }
+}
+
+TEST_F(RecordTest, WaitsForAnApplicationInListedSilence)
+{
+    CommandRun run({"record", "--json", "--wait", "--source", "app:later", "-d", "4", File()});
+    WaitForSize(File(), kRateHz * kFrameBytes);
+    auto later = PlayCounter("later");
+    const std::vector<float> left = Finished(run).Channel(0);
+    const size_t silent = CheckCounter(left).mLeadingSilence;
+    EXPECT_GT(silent, kRateHz);
+    EXPECT_LT(silent, 3 * kRateHz);
+    ASSERT_FALSE(mResult["silences"].empty());
+    const auto& first = mResult["silences"][0];
+    EXPECT_EQ(std::pair(first["cause"], first["start"]), std::pair(nlohmann::json("not_playing"), nlohmann::json(0)));
+    EXPECT_NEAR(first["frames"].get<double>(), double(silent), 1);
 }
 
 TEST_F(RecordTest, GoesOnInSilenceWhileTheServerIsAway)
@@ -244,7 +301,8 @@ TEST_F(RecordTest, GoesOnWhenItsApplicationDiesAndWhenItsOutputIsUnplugged)
 TEST_F(RecordTest, TheFileSurvivesWhateverEndsTheProgram)
 {
     auto chosen = PlayCounter("chosen");
-    for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
+    std::signal(SIGHUP, SIG_DFL);  // a child keeps ignoring what its parent ignored
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
         CommandRun run({"record", "--force", "--source", "app:chosen", File()});
         WaitForSize(File(), 2 * kRateHz * kFrameBytes);
         run.Signal(number);
@@ -293,6 +351,7 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},
         {{"record"}, 2, "file"},
         {{"record", File("there.wav")}, 2, "--force"},
+        {{"record", "--force", "--source", "app:chosn", File("there.wav")}, 4, "chosn"},
         {{"record", "-d", "1", mPipeWire.Folder() + "/nowhere/a.wav"}, 1, "nowhere/a.wav"},
     };
     for (const Case& c : cases) {
@@ -301,10 +360,17 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         EXPECT_NE(run.Errors().find(c.mSays), std::string::npos) << run.Errors();
         EXPECT_FALSE(std::filesystem::exists(File())) << "nothing is left behind: " << c.mSays;
     }
+    for (const char* sink : {"speakers", "headset"}) mPipeWire.UnloadSink(sink);
+    CommandRun mute({"record", "--force", File("there.wav")});
+    EXPECT_EQ(mute.Wait(), 3) << mute.Errors();
+    EXPECT_NE(mute.Errors().find("no output"), std::string::npos) << mute.Errors();
     mPipeWire.Kill();
-    CommandRun alone({"record", File()});
+    CommandRun alone({"record", "--force", File("there.wav")});
     EXPECT_EQ(alone.Wait(), 3) << alone.Errors();
     EXPECT_NE(alone.Errors().find("pipewire-0"), std::string::npos) << alone.Errors();
+    std::string kept;
+    std::getline(std::ifstream(File("there.wav")), kept);
+    EXPECT_EQ(kept, "precious");
 }
 
 TEST_F(RecordTest, ListsWhatThereIs)

@@ -61,8 +61,21 @@ const Case kCases[] = {
          a.Add(1, NotDelivered, {500, 10});
      },
      1000,
-     {{0, ServerAway, 190, 105}, {0, NotDelivered, 300, 100}, {0, Stopped, 410, 20}, {1, NotDelivered, 500, 10}},
+     {{0, NotDelivered, 190, 10},
+      {0, ServerAway, 200, 95},
+      {0, NotDelivered, 300, 100},
+      {0, Stopped, 410, 20},
+      {1, NotDelivered, 500, 10}},
      235},
+    {"a stall causes the silence that it is a good part of, and none that was there anyway",
+     [](SilenceAccount& a) {
+         a.AddStall({100, 50});
+         a.Add(0, NotPlaying, {90, 500});
+         a.Add(1, NotPlaying, {90, 100});
+     },
+     1000,
+     {{0, NotPlaying, 90, 500}, {1, Stopped, 90, 100}},
+     100},
     {"an application that does not run is missed by its own source only, and not while the server is away",
      [](SilenceAccount& a) {
          a.NotePresence(0, true, 50);

@@ -38,19 +38,18 @@ public:
         format.mChannelsPerFrame = 2;
         format.mBitsPerChannel = 32;
 
-        const auto uids = cf::Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
-        for (const std::string& device : devices)
-            Append(uids, CFStringCreateWithCString(kCFAllocatorDefault, device.c_str(), kCFStringEncodingUTF8));
-        const auto pids = cf::Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
-        for (const int32_t& process : processes)
-            Append(pids, CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &process));
         AVCapture* session = nullptr;
-        EXPECT_EQ(AVCapture::CreateAudio(&session, Take, this, format, uids.Get(), pids.Get(), 0), 0);
+        EXPECT_EQ(
+            AVCapture::CreateAudio(&session, Take, this, format, UIDs(devices).Get(), Numbers(processes).Get(), 0), 0);
         mSession.reset(session);
         EXPECT_EQ(mSession->Resume(), 0);
     }
 
     AVCapture& operator*() const { return *mSession; }
+    int UpdateTargets(const std::vector<std::string>& devices, const std::vector<int32_t>& processes)
+    {
+        return mSession->UpdateTargets(UIDs(devices).Get(), Numbers(processes).Get());
+    }
 
     /// All that came, once the session has ended.
     const std::vector<float>& End()
@@ -60,6 +59,20 @@ public:
     }
 
 private:
+    static cf::Ref<cf::Array> UIDs(const std::vector<std::string>& devices)
+    {
+        auto uids = cf::Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+        for (const std::string& device : devices)
+            Append(uids, CFStringCreateWithCString(kCFAllocatorDefault, device.c_str(), kCFStringEncodingUTF8));
+        return uids;
+    }
+    static cf::Ref<cf::Array> Numbers(const std::vector<int32_t>& processes)
+    {
+        auto pids = cf::Ref<cf::Array>::Adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0));
+        for (const int32_t& process : processes)
+            Append(pids, CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &process));
+        return pids;
+    }
     static void Append(const cf::Ref<cf::Array>& array, CFTypeRef value)
     {
         CFArrayAppendValue(const_cast<CFMutableArrayRef>(array.Get()), value);
@@ -81,7 +94,7 @@ private:
 /// The regions themselves, without a client: a tap of all that one device plays, at 48 kHz.
 class RawTap {
 public:
-    explicit RawTap(const char* device)
+    explicit RawTap(const char* device, int32_t publishFrames = 0)
     {
         platform::kernel::PublishService(std::make_shared<tap::Service>());
         io_iterator_t services = 0;
@@ -90,12 +103,14 @@ public:
         EXPECT_EQ(IOServiceOpen(service, mach_task_self(), 0, &mConnect), kIOReturnSuccess);
 
         const auto rate = List({Number(48'000), Number(0)});
-        const auto channels = Number(2);
+        const auto channels = Number(2), publish = Number(publishFrames);
         const auto devices =
             List({Value::Adopt(CFStringCreateWithCString(kCFAllocatorDefault, device, kCFStringEncodingUTF8))});
-        const CFStringRef keys[] = {CFSTR("IOAudioSampleRate"), CFSTR("IOAudioNumChannels"), CFSTR("IOAudioDevices")};
-        const CFTypeRef values[] = {rate.Get(), channels.Get(), devices.Get()};
-        const auto properties = Value::Adopt(CFDictionaryCreate(kCFAllocatorDefault, keys, values, 3));
+        const CFStringRef keys[] = {CFSTR("IOAudioSampleRate"), CFSTR("IOAudioNumChannels"), CFSTR("IOAudioDevices"),
+                                    CFSTR("IOAudioPublishFrames")};
+        const CFTypeRef values[] = {rate.Get(), channels.Get(), devices.Get(), publish.Get()};
+        const auto properties =
+            Value::Adopt(CFDictionaryCreate(kCFAllocatorDefault, keys, values, publishFrames > 0 ? 4 : 3));
         EXPECT_EQ(IOConnectSetCFProperties(mConnect, properties.Get()), 0);
 
         uint64_t sizes[2];
@@ -201,6 +216,53 @@ TEST(Tap, FramesPublishedFollowTheHostClockWhateverTheCrystal)
         });
 }
 
+TEST(Tap, AClientThatCanWaitIsWokenForMoreThanABlock)
+{
+    for (const auto& [frames, blocks] : {std::pair(0, 1u), {127, 1u}, {6000, 46u}, {1 << 30, 128u}})
+        ExpectForked([frames, blocks] {
+            Scenario s;
+            s.output("speakers");
+            const RawTap tap("speakers", frames);
+            uint64_t last = tap.Published();
+            unsigned steps = 0;
+            for (int i = 0; i < 4000; ++i) {
+                s.runFor(1ms);
+                steps += std::exchange(last, tap.Published()) != tap.Published();
+            }
+            EXPECT_NEAR(steps, 4.0 * kSecond / (blocks * 128), 1) << frames;
+            EXPECT_EQ(tap.Field(96), frames > 0 ? tap.Field(20) / 4 : 2048) << "frames that it gathers at the most";
+        });
+}
+
+TEST(Tap, TargetsChangeWhileItRunsAndWhatStaysHasNoGap)
+{
+    ExpectForked([] {
+        Scenario s;
+        auto& speakers = s.output("speakers");
+        s.output("headset");
+        s.application("game", 200).plays(Counter(), speakers);
+        Session session({"speakers"}, {200});
+        s.runFor(2s);
+        EXPECT_EQ(session.UpdateTargets({"headset", "speakers"}, {200}), 0);
+        s.runFor(2s);
+        for (int i = 0; i < 100; ++i)  // more often than there can be devices
+            EXPECT_EQ(session.UpdateTargets({i % 2 ? "speakers" : "headset"}, {200}), 0);
+        EXPECT_EQ(session.UpdateTargets({"headset"}, {200}), 0);
+        s.runFor(2s);
+        std::vector<std::string> tooMany(65, "another ");
+        for (std::string& device : tooMany) device += std::to_string(&device - tooMany.data());
+        EXPECT_NE(session.UpdateTargets(tooMany, {200}), 0);
+        EXPECT_EQ(session.UpdateTargets({"speakers"}, {200}), 0);
+        s.runFor(2s);
+        const auto& frames = session.End();
+        const size_t start = FirstSound(frames), end = size_t(3.8 * kSecond), back = size_t(6.5 * kSecond);
+        EXPECT_EQ(Breaks({frames.begin(), frames.begin() + long(end)}, start), 0u);
+        EXPECT_EQ(frames[5 * kSecond], 0);
+        EXPECT_EQ(Breaks(frames, back), 0u);
+        EXPECT_EQ(frames[back] - frames[start], float(back - start)) << "at its moment again";
+    });
+}
+
 TEST(Tap, ApplicationsJoinAndLeaveWithoutAGapForTheOthers)
 {
     ExpectForked([] {
@@ -303,17 +365,19 @@ TEST(Tap, AStreamIsFollowedToAnotherDeviceThatWasAskedForAndOnlyThere)
 
 TEST(Tap, AStalledPacerOrASteppedClockLeavesTheTimeRight)
 {
-    ExpectForked([] {
-        Scenario s;
-        auto& speakers = s.output("speakers");
-        s.application("game", 200).plays(Counter(), speakers);
-        s.at(2s).stall("tap pacer", 200ms);
-        s.lateWakeups(4ms, 1);
-        Session session({"speakers"}, {});
-        s.runFor(4s);
-        const auto& frames = session.End();
-        EXPECT_EQ(Breaks(frames, FirstSound(frames)), 0u) << "a stall that the queues can hold costs no frame";
-    });
+    for (const auto length : {200ms, 900ms, 2000ms})
+        ExpectForked([length] {
+            Scenario s;
+            auto& speakers = s.output("speakers");
+            s.application("game", 200).plays(Counter(), speakers);
+            s.at(2s).stall("tap pacer", length);
+            s.lateWakeups(4ms, 1);
+            Session session({"speakers"}, {});
+            s.runFor(9s);
+            const auto& frames = session.End();
+            EXPECT_EQ(Breaks(frames, FirstSound(frames)), 0u) << "a stall that the queues can hold costs no frame";
+            EXPECT_GT(frames.size(), 8 * kSecond);
+        });
     ExpectForked([] {
         Scenario s;
         auto& speakers = s.output("speakers");

@@ -11,6 +11,7 @@
 #include <functional>
 #include <numbers>
 #include <span>
+#include <utility>
 #include <vector>
 
 struct LaneRig {
@@ -73,6 +74,7 @@ struct LaneRig {
     tap::Lane mLane;
     Device mDevice;
     bool mPlaying = true;
+    bool mResumes = false;    // with the next cycle
     uint64_t mLateNanos = 0;  // of delivery; stamps are not touched by it
     std::function<uint64_t(double)> mStampOf = [](double nanos) { return uint64_t(nanos); };
     /// Samples of a cycle: by the moment of the first in seconds since kStart, the seconds of a frame, and the
@@ -95,7 +97,8 @@ private:
                       .mRateHz = mDevice.mRateHz,
                       .mFrames = mDevice.mQuantum,
                       .mClockID = mDevice.mClockID,
-                      .mChannels = channels});
+                      .mChannels = channels,
+                      .mResumed = std::exchange(mResumes, false)});
         mPlayed += mDevice.mQuantum;
         Miss(mDevice.mQuantum);
     }

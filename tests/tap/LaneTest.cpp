@@ -219,6 +219,22 @@ TEST(Lane, SilenceWhileNothingComesThenAtItsStampAgain)
     EXPECT_EQ(rig.mLane.StarvedFrames(), 0u) << "nobody was late";
 }
 
+TEST(Lane, ARestIsAsLongAsTheHostClockSaysWhateverTheDriverCounted)
+{
+    for (const int64_t counted : {0, 1024, 1500}) {
+        LaneRig rig;
+        rig.mSignal = Tone;
+        rig.Play(3);
+        rig.Miss(1500);
+        rig.mDevice.mPosition += counted - 1500;
+        rig.mResumes = true;
+        const size_t back = rig.mOutput.size();
+        rig.Play(3);
+        EXPECT_LT(Judge(rig.mOutput, 48000, double(back) / 48000 + 0.2).mLateFrames, 0.6) << counted;
+        EXPECT_EQ(rig.mLane.StarvedFrames() + rig.mLane.MissedFrames(), 0u) << counted;
+    }
+}
+
 TEST(Lane, ALateServerCostsSilenceButNoFrame)
 {
     LaneRig rig;

@@ -92,3 +92,31 @@ TEST_F(PacerTest, LanesAreSummed)
     EXPECT_NEAR(pair[0], 1.0f, 1e-5);
     EXPECT_NEAR(pair[1], 0.5f, 1e-5);
 }
+
+// A server asks a stream that it moves for the same moments on both devices.
+TEST_F(PacerTest, ALaneWhoseStreamsMovedIsHeardUntilAnotherTookOver)
+{
+    const std::vector<float> half(1024, 0.5f);
+    const tap::StereoMix::Channel channel[] = {{platform::machine::ChannelPosition::FrontLeft, half.data()}};
+    for (uint64_t cycle = 0; cycle < 30; ++cycle) {
+        const uint64_t nanos = kStart + cycle * 21'333'333;
+        if (cycle == 11) mLanes.All()[0]->SetLeft(nanos);
+        for (size_t i = 0; i < 2; ++i)
+            if (i == 0 ? cycle < 13 : cycle >= 10)
+                mLanes.All()[i]->Render({.mHostNanos = nanos,
+                                         .mSampleTime = int64_t(cycle * 1024),
+                                         .mRateHz = 48000,
+                                         .mFrames = 1024,
+                                         .mClockID = uint32_t(i),
+                                         .mChannels = channel});
+        mPacer.PublishDue(nanos);
+    }
+    const auto* audio = reinterpret_cast<const float*>(mAudio.data());
+    unsigned twice = 0, quiet = 0;
+    for (uint64_t frame = 2000; frame < Published(); ++frame) {
+        twice += audio[frame * kChannels] > 0.6f;
+        quiet += audio[frame * kChannels] < 0.4f;
+    }
+    EXPECT_EQ(twice, 0u);
+    EXPECT_LT(quiet, 64u) << "a filter's edge";
+}
