@@ -209,18 +209,6 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
     const auto result = nlohmann::json::parse(run.Output());
     const Recording recording = ReadRecording(File());
     ASSERT_EQ(recording.Frames(), size_t(kLongSeconds) * kRateHz);
-<<<<<<< HEAD
-    const std::vector<float> left = recording.Channel(0);
-    support::Timeline timeline{.mFirstCount = double(left[0]) * support::kCounterModulus};
-    for (const auto& silence : result["silences"]) timeline.mSilences.push_back({silence["start"], silence["frames"]});
-    std::printf("%s\n", run.Output().c_str());
-    for (const auto& wrong : FindWrongPieces(left, timeline)) {
-        std::printf("WRONG %lu + %lu: off", wrong.mStart, wrong.mFrames);
-        for (uint64_t n = wrong.mStart; n < wrong.mStart + wrong.mFrames; n += 1 + wrong.mFrames / 40)
-            std::printf(" %g", std::remainder(left[n] * support::kCounterModulus - timeline.mFirstCount - double(n),
-                                              support::kCounterModulus));
-        std::printf("\n");
-=======
     // A stop ends when the next part comes, and a server that starts anew takes its time.
     EXPECT_LT(result["frames_lost"], (stoppedSeconds + 4) * kRateHz) << result["silences"];
     for (const bool right : {false, true}) {
@@ -240,7 +228,6 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
                 << result;
         }
         EXPECT_LE(unplayed, missed) << result;
->>>>>>> h-tests
     }
 }
 
