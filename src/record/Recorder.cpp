@@ -144,7 +144,9 @@ int Recorder::Finish()
     }
     for (Input& input : mInputs)
         if (input.mSource) input.mSource->Stop();
-    return mFile.Close();
+    const int error = mFile.Close();
+    mFramesWritten.store(mFile.Frames(), std::memory_order_relaxed);  // fewer where an older file stands
+    return error;
 }
 
 int Recorder::SetTargets(size_t source, const TapTargets& targets)
@@ -211,13 +213,18 @@ RecordingState Recorder::TakeState()
             source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause);
         source.mDelivers = i >= mInputs.size() || !mInputs[i].mLeftOut;
     }
-    state.mFramesLost = mAccount.LostFrames(mStart.load(std::memory_order_acquire) + state.mFrames);
+    if (const uint64_t now = mach_absolute_time(); now >= mLostNanos + kSecondNanos) {
+        mLostNanos = now;
+        mShownLost = LostFrames(state.mFrames);
+    }
+    state.mFramesLost = mShownLost;
     return state;
 }
 
 RecordingResult Recorder::Result()
 {
     RecordingResult result{.mState = TakeState()};
+    result.mState.mFramesLost = LostFrames(result.mState.mFrames);
     result.mSilences =
         mAccount.List(mStart.load(std::memory_order_acquire) + result.mState.mFrames, result.mSilencesCut);
     result.mEvents = mEvents;
@@ -231,6 +238,11 @@ std::optional<uint64_t> Recorder::HeadNanos()
     if (start == kNotYet) return std::nullopt;
     const uint64_t frames = start - std::min(start, mGrid.FrameAt(mStartNanos));
     return frames * kSecondNanos / mGrid.RateHz();
+}
+
+uint64_t Recorder::LostFrames(uint64_t frames) const
+{
+    return mAccount.LostFrames(mStart.load(std::memory_order_acquire) + frames);
 }
 
 std::optional<uint64_t> Recorder::EndNanos() const

@@ -80,7 +80,7 @@ public:
     /// What the recorder itself found out since the last call: sources that bring nothing, and those that came back.
     std::vector<RecordingEvent> TakeEvents();
 
-    /// How it stands; clears the peaks.
+    /// How it stands; clears the peaks. Lost frames are those of a second ago at the most.
     RecordingState TakeState();
     /// After Finish.
     RecordingResult Result();
@@ -117,6 +117,7 @@ private:
     void AccountFor(size_t source, const FrameSpan& missing);
     void MeasurePeaks(size_t frames);
     void EndAt(uint64_t frame);
+    uint64_t LostFrames(uint64_t frames) const;
     uint64_t FrameNow() const;
 
     const RecordingSettings mSettings;
@@ -158,6 +159,7 @@ private:
     // The owner's: levels hold until more frames have been written.
     std::vector<float> mShownPeaks;
     uint64_t mShownFrames = 0;
+    uint64_t mShownLost = 0, mLostNanos = 0;  // counted once a second: a list of silences may be long
 };
 
 }  // namespace record

@@ -66,8 +66,9 @@ void CaptureControl::OpenCapture(size_t index)
 
 void CaptureControl::AddCapture(size_t index)
 {
-    mLanes.Add(mMakeLane(mConfiguration.mDevices[index], index));
+    auto lane = mMakeLane(mConfiguration.mDevices[index], index);
     mCaptures.emplace_back();
+    mLanes.Add(std::move(lane));
     OpenCapture(index);
 }
 
@@ -78,7 +79,12 @@ bool CaptureControl::Place(const TappedDevice& device)
     auto place = std::ranges::find(devices, device.mUID, &TappedDevice::mUID);
     if (place == devices.end() && devices.size() < LaneTable::kMostLanes) {
         devices.push_back(device);
-        AddCapture(devices.size() - 1);
+        try {
+            AddCapture(devices.size() - 1);
+        } catch (...) {  // a device without a lane must not stand where the next one's lane will be
+            if (mCaptures.size() < devices.size()) devices.pop_back();
+            throw;
+        }
         return true;
     }
     if (place == devices.end())
