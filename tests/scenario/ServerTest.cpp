@@ -99,14 +99,16 @@ void Take(Scenario& s, const std::string& uid, const Stream& stream, Taken& take
 
 }  // namespace
 
-TEST(Server, ACrystalThatIsOffShowsInTheStampsForAnHourAndInNothingElse)
+TEST(Server, ACrystalThatIsOffShowsInTheStampsAndInNothingElse)
 {
     ExpectForked([] {
         Scenario s;
         auto& speakers = s.output("speakers").rate(48000).quantum(1024).crystal(+300);
         Recorder recorder;
+        auto& game = s.application("game", 200).plays(Counter());
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
-        s.runUntil(1h);
+        capture->SetStreams(std::vector{game.Number()});
+        s.runUntil(5min);
         const std::vector<CaptureCycle> cycles = recorder.Cycles();
         for (const CaptureCycle& cycle : cycles) {
             const auto frames = static_cast<double>(cycle.mSampleTime - cycles.front().mSampleTime);
@@ -116,7 +118,7 @@ TEST(Server, ACrystalThatIsOffShowsInTheStampsForAnHourAndInNothingElse)
             ASSERT_EQ(cycle.mRateHz, 48000u);
             ASSERT_EQ(cycle.mClockID, speakers.Number());
         }
-        EXPECT_EQ(cycles.size(), static_cast<size_t>(std::ceil(3600 * 48000 * 1.0003 / 1024)));
+        EXPECT_EQ(cycles.size(), static_cast<size_t>(std::ceil(300 * 48000 * 1.0003 / 1024)));
     });
 }
 
@@ -183,8 +185,10 @@ TEST(Server, ACaptureIsTheSumOfItsStreamsByPosition)
         s.runUntil(300ms);
         EXPECT_EQ(recorder.Positions(), (std::vector{ChannelPosition::FrontLeft, ChannelPosition::FrontCenter}));
         s.at(300ms).stop(centre);
+        s.runUntil(330ms);
+        const size_t cycles = recorder.Cycles().size();
         s.runUntil(400ms);
-        EXPECT_TRUE(recorder.Positions().empty());
+        EXPECT_EQ(recorder.Cycles().size(), cycles) << "the server lets a capture rest that nothing plays into";
     });
 }
 
@@ -263,8 +267,7 @@ TEST(Server, ACaptureOutlivesItsDeviceAndTheServer)
         EXPECT_EQ(cyclesBetween(1001ms, 1999ms), 0u);
         EXPECT_GT(cyclesBetween(2s, 2900ms), 10u);
         EXPECT_EQ(cyclesBetween(3001ms, 3999ms), 0u);
-        EXPECT_GT(cyclesBetween(4001ms, 4500ms), 10u);
-        EXPECT_TRUE(taken.mRecorder.Positions().empty());  // the stream has another number now
+        EXPECT_EQ(cyclesBetween(4001ms, 4500ms), 0u) << "the stream has another number now";
         Take(s, "speakers", game, taken);
         s.runUntil(5s);
         EXPECT_EQ(taken.mRecorder.Positions().size(), 2u);
@@ -283,8 +286,10 @@ TEST(Server, ACycleThatWouldBlockEndsTheProcessWithAReport)
     const Forked forked = RunForked([] {
         Scenario s;
         s.output("speakers");
+        auto& game = s.application("game", 200).plays(Counter());
         Blocker blocker(s.machine());
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "blocker", blocker);
+        capture->SetStreams(std::vector{game.Number()});
         s.machine().GetThreads().Lock(&blocker.mMutex);
         s.runUntil(1s);
     });
@@ -298,8 +303,10 @@ TEST(Server, AfterTheMachineSleptDevicesGoOnWhereTheyStood)
     ExpectForked([] {
         Scenario s;
         s.output("speakers");
+        auto& game = s.application("game", 200).plays(Counter());
         Recorder recorder;
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "recorder", recorder);
+        capture->SetStreams(std::vector{game.Number()});
         s.at(1s).stepClock(8h);
         s.runUntil(8h + 2s);
         const std::vector<CaptureCycle> cycles = recorder.Cycles();
