@@ -193,7 +193,7 @@ TEST_F(VirtualDevices, OfTwoWritersAtTheSameTimeNoneLosesAnEditAndAnotherProcess
     Watcher watcher;
     std::set<std::string> seen = {watcher.Next()["name"]};
     ChildProcess adding = start("50", R"("$0" add "Made $n" -r 48000 >&2 || exit)");
-    ChildProcess renaming = start("25", R"("$0" add "A$n" -r 48000 >&2 && "$0" rename "A$n" "Named $n" || exit)");
+    ChildProcess renaming = start("25", R"("$0" add "A$n" -r 48000 >&2 && "$0" rename "A$n" "Named $n" >&2 || exit)");
     for (int n = 1; n <= 25; ++n) EXPECT_EQ(renaming.ReadLine(), std::to_string(n));
     for (int n = 1; n <= 50; ++n) EXPECT_EQ(adding.ReadLine(), std::to_string(n));
 
