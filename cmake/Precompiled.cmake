@@ -1,5 +1,7 @@
 # Headers that nearly every source includes, compiled once a preset: reading them took half the time of a build.
-# A source still includes what it uses; these lists are no part of the code.
+# A source still includes what it uses; these lists are no part of the code. Large headers of templates do not belong
+# here, because each source would instantiate them. All users of one list must have one level of optimization: g++ 12
+# takes another level without a warning, and crashes.
 
 set(standard_headers <algorithm> <array> <atomic> <chrono> <cmath> <cstdint> <cstring> <functional> <map> <memory>
   <optional> <span> <string> <utility> <vector>)
