@@ -74,8 +74,10 @@ TEST(Race, BetweenACycleOfTheServerAndAThreadThatOnlyLooksAtTheServerIsReported)
     const Forked forked = RunForked([] {
         Scenario s;
         s.output("speakers");
+        auto& game = s.application("game", 200).plays(Counter());
         Racer racer;
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "racer", racer);
+        capture->SetStreams(std::vector{game.Number()});
         s.runFor(1s);
         s.machine().GetAudioServer().Snapshot();
         EXPECT_GT(racer.mFrames, 0u);
@@ -89,8 +91,10 @@ TEST(Race, IsNotSeenAcrossTheEndOfACapture)
     support::ExpectForked([] {
         Scenario s;
         s.output("speakers");
+        auto& game = s.application("game", 200).plays(Counter());
         Racer racer;
         auto capture = s.machine().GetAudioServer().OpenCapture("speakers", "racer", racer);
+        capture->SetStreams(std::vector{game.Number()});
         s.runFor(1s);
         capture.reset();
         EXPECT_GT(racer.mFrames, 0u);
