@@ -101,6 +101,7 @@ void AVCapture::Pause()
 int32_t AVCapture::Stop()
 {
     if (!mRunning) return kAVCaptureBadState;
+    if (mTap) mTap->Pause();  // the callback may ask for its chunk's frame until then
     mTap.reset();
     mRunning = false;
     return 0;

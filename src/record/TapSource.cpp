@@ -49,6 +49,7 @@ int TapSource::Start()
 
 void TapSource::Stop()
 {
+    if (mSession) mSession->Pause();  // its consumer asks the session for each chunk's place until then
     mSession.reset();
 }
 
