@@ -1,4 +1,4 @@
-// Who is heard where: sources by their device's UID, channels of the mixer, muting.
+// Which sources go to which channels: sources by their device's UID, channels of the mixer, muting.
 #include "capture/CVNMatrixedCapture.h"
 #include "capture/Status.h"
 #include "platform/foundation/CFDictionary.h"

@@ -23,7 +23,7 @@ std::vector<Device> CopyDevices(Side side);
 /// Whether the audio server can be reached; if not, one sentence that says what was tried and what to start.
 std::optional<std::string> WhyNoServer();
 
-/// Whether the audio server answers within a moment that a person who presses a key does not notice.
+/// Whether the audio server answers within a time that is too short to be noticed at a key press.
 bool ServerAnswersAtOnce();
 
 /// Whether programs of this user have virtual devices; if not, one sentence that says why.
