@@ -116,7 +116,8 @@ public:
     /// until the next start. Mixer, rings and read heads stay.
     void UpdateOutputSampleRate(double rateHz);
 
-    // ---- Which sources go to which channels. Before Initialize there is no mixer: volumes and counts are kAudioUnitErr_Uninitialized
+    // ---- Which sources go to which channels. Before Initialize there is no mixer, and volumes and counts are
+    // kAudioUnitErr_Uninitialized.
 
     /// Connects a source's channel to one of the mix, at volume 1. @return 0 whatever came of it, as below
     OSStatus ConnectSourceChannel(CFStringRef source, UInt32 sourceChannel, UInt32 outputChannel);

@@ -89,9 +89,4 @@ const Device* FindDevice(const std::vector<Device>& devices, const std::string& 
     return found.size() == 1 ? found.front() : nullptr;
 }
 
-const Device* FindInput(const std::vector<Device>& inputs, const std::string& name)
-{
-    return MatchDevice(inputs, Side::Input, name).mDevice;
-}
-
 }  // namespace cli

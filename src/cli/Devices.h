@@ -38,8 +38,7 @@ struct DeviceMatch {
 /// its beginning, then by a part. "default" is the default device. Several that match equally well are an error.
 DeviceMatch MatchDevice(const std::vector<Device>& devices, Side side, const std::string& name);
 
-/// The same without what is wrong; null for no device. "default" is a name like any other for FindDevice.
+/// The same without what is wrong, and "default" is a name like any other; null for no device.
 const Device* FindDevice(const std::vector<Device>& devices, const std::string& name);
-const Device* FindInput(const std::vector<Device>& inputs, const std::string& name);
 
 }  // namespace cli

@@ -40,7 +40,7 @@ struct ApplicationIdentity {
     bool operator==(const ApplicationIdentity&) const = default;
 };
 
-/// The processes that a source stands for. Input and Output sources have none: see FindInput and FindOutput.
+/// The processes that a source stands for. Input and Output sources have none: see MatchDevice.
 struct Resolution {
     std::vector<pid_t> mProcesses;                 // of AllBut: the ones to leave out; empty for System
     std::optional<ApplicationIdentity> mIdentity;  // of app:, app-inverse:, id: and path:, to find later instances

@@ -13,13 +13,11 @@ public:
 
     unsigned RateHz() const noexcept { return mRateHz; }
 
-    /// The frame nearest to a host time. @realtime yes, as all here
+    /// The frame nearest to a host time; of a length of time, its number of frames. @realtime yes, as all here
     uint64_t FrameAt(uint64_t nanos) const noexcept
     {
         return uint64_t((Wide(nanos) * mRateHz + kSecondNanos / 2) / kSecondNanos);
     }
-    /// The frames that so much time has, rounded to the nearest.
-    uint64_t FramesOf(uint64_t nanos) const noexcept { return FrameAt(nanos); }
 
 private:
     __extension__ using Wide = unsigned __int128;

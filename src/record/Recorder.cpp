@@ -158,12 +158,12 @@ int Recorder::SetTargets(size_t source, const TapTargets& targets)
 void Recorder::NoteServer(bool isThere)
 {
     const CAMutex::Scope lock(mAccountMutex);
-    mAccount.NoteServer(isThere, isThere ? FrameNow() : FrameNow() - mGrid.FramesOf(kNoticedNanos));
+    mAccount.NoteServer(isThere, isThere ? FrameNow() : FrameNow() - mGrid.FrameAt(kNoticedNanos));
 }
 
 void Recorder::NotePresence(size_t source, bool plays)
 {
-    const uint64_t noticed = mGrid.FramesOf(kNoticedNanos);
+    const uint64_t noticed = mGrid.FrameAt(kNoticedNanos);
     const CAMutex::Scope lock(mAccountMutex);
     mAccount.NotePresence(source, plays, plays ? FrameNow() + noticed : FrameNow() - noticed);
 }
@@ -207,10 +207,11 @@ RecordingState Recorder::TakeState()
         state.mFinished = mFinished;
     }
     const CAMutex::Scope lock(mAccountMutex);
+    const uint64_t end = mStart.load(std::memory_order_acquire) + state.mFrames;
     for (size_t i = 0; i < mSettings.mSources.size(); ++i) {
         SourceState& source = state.mSources.emplace_back(SourceState{.mName = mSettings.mSources[i].mName});
         for (const SilenceCause cause : kSilenceCauses)
-            source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause);
+            source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause, end);
         source.mDelivers = i >= mInputs.size() || !mInputs[i].mLeftOut;
     }
     if (const uint64_t now = mach_absolute_time(); now >= mLostNanos + kSecondNanos) {

@@ -127,6 +127,15 @@ void SilenceAccount::Insert(Source& source, SilenceCause cause, const FrameSpan&
     }
 }
 
+uint64_t SilenceAccount::FramesOf(size_t source, SilenceCause cause, uint64_t end) const
+{
+    uint64_t frames = mSources[source].mFrames[size_t(cause)];
+    const auto& entries = mSources[source].mEntries;
+    for (auto entry = entries.rbegin(); entry != entries.rend() && entry->second.mEnd > end; ++entry)
+        if (entry->second.mCause == cause) frames -= entry->second.mEnd - std::max(entry->first, end);
+    return frames;
+}
+
 uint64_t SilenceAccount::LostFrames(uint64_t end) const
 {
     std::vector<FrameSpan> lost;

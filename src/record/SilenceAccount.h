@@ -35,7 +35,8 @@ public:
     /// or the application went or came back.
     void Add(size_t source, SilenceCause cause, const FrameSpan& span);
 
-    uint64_t FramesOf(size_t source, SilenceCause cause) const { return mSources[source].mFrames[size_t(cause)]; }
+    /// Frames up to `end` in which the source was silent for that cause.
+    uint64_t FramesOf(size_t source, SilenceCause cause, uint64_t end) const;
     /// Frames up to `end` in which some source's sound was lost.
     uint64_t LostFrames(uint64_t end) const;
 

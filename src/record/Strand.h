@@ -42,9 +42,6 @@ public:
     uint64_t End() const noexcept { return mEnd.load(std::memory_order_acquire); }
     /// One past the last frame that was dropped for want of room; 0: none. @thread any @realtime yes
     uint64_t RefusedEnd() const noexcept { return mRefusedEnd.load(std::memory_order_relaxed); }
-    /// Place of the first frame that Take would find; none where nothing is there. @thread the writer's
-    bool HasFrames() noexcept { return FrontPiece() != nullptr; }
-    uint64_t FirstFrame() noexcept { return FrontPiece()->mStart; }
 
     /// Takes the frames of `span` out, and drops all frames before it. Spans follow one another.
     ///

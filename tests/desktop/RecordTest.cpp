@@ -35,7 +35,9 @@ void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std:
     for (const bool right : {false, true}) {
         const CounterReport report = CheckCounter(recording.Channel(right), right ? -1 : 1);
         EXPECT_LE(report.mLeadingSilence, 1u) << "a count may begin with 0";
-        EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
+        // Where the server's clock made a step, a filter bends the count, and blurs it where sound begins or ends.
+        EXPECT_TRUE(report.mBent == 0 || missed > 0) << report.mBent << " frames from " << report.mFirstBreak;
+        EXPECT_LE(report.mForeign, report.mBent == 0 ? 0 : 64 + missed / 8) << "first break at " << report.mFirstBreak;
         EXPECT_LE(report.mSkipped, missed);
         EXPECT_TRUE(!missedByApplication || report.mSilent <= missed + *missedByApplication) << report.mSilent;
     }
@@ -63,10 +65,9 @@ TEST_F(RecordTest, TakesEveryFrameOfOneApplicationBitForBitAndNoneOfAnother)
     mPipeWire.SetQuantum(1024);
     auto chosen = PlayCounter("chosen");
     auto other = PlayCounter("other");
-    const unsigned seconds = kLongSeconds;
-    const Recording recording = Record({"--source", "app:chosen", "-d", std::to_string(seconds)});
+    const Recording recording = Record({"--source", "app:chosen", "-d", std::to_string(kLongSeconds / 2)});
     EXPECT_EQ(recording.mRateHz, int(kRateHz));
-    ASSERT_EQ(recording.Frames(), size_t(seconds) * kRateHz);
+    ASSERT_EQ(recording.Frames(), size_t(kLongSeconds / 2) * kRateHz);
     ExpectEveryFrameAccounted(recording, mMissed, MissedBy(chosen));
 }
 
@@ -98,16 +99,7 @@ TEST_F(RecordTest, FollowsAProcessesDescendantsAndChoosesByOutput)
 }
 
 // A change of quantum moves the server's frames against its clock by the difference of the two, which is paid back at
-// 500 ppm at the most: every step of the counter is then almost one. A lost, doubled or silent frame is far from that.
-bool EveryFrameFollows(std::span<const float> samples)
-{
-    const auto sound = samples.subspan(CheckCounter(samples).mLeadingSilence);
-    return std::ranges::adjacent_find(sound, [](float sample, float next) {
-               const double step = double(next - sample) * support::kCounterModulus;
-               return std::fabs(step - 1) > 0.05 && std::fabs(step - 1 + support::kCounterModulus) > 64;
-           }) == sound.end();
-}
-
+// 500 ppm at the most: frames may be bent, and none is lost, doubled or silent.
 TEST_F(RecordTest, ChangesOfQuantumCostNoFrame)
 {
     // Again where the server was late: what is judged here is not what it missed.
@@ -122,8 +114,9 @@ TEST_F(RecordTest, ChangesOfQuantumCostNoFrame)
         }
         const Recording recording = Finished(run);
         if (mMissed + MissedBy(chosen) > 0) continue;
-        EXPECT_LT(CheckCounter(recording.Channel(0)).mLeadingSilence, kRateHz);
-        EXPECT_TRUE(EveryFrameFollows(recording.Channel(0)));
+        const CounterReport report = CheckCounter(recording.Channel(0));
+        EXPECT_LT(report.mLeadingSilence, kRateHz);
+        EXPECT_EQ(report.mForeign + report.mSkipped + report.mSilent, 0u);
         return;
     }
     FAIL() << "the server was late in every try";

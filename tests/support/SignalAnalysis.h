@@ -27,7 +27,8 @@ struct CounterReport {
     // What the breaks are made of:
     size_t mSilent = 0;   // frames of silence
     size_t mSkipped = 0;  // counts that are missing, silence or not
-    size_t mForeign = 0;  // frames that are neither silent nor a later count
+    size_t mBent = 0;     // frames that are almost the next count: resampled to pay a step of the clock back
+    size_t mForeign = 0;  // all other frames
 };
 CounterReport CheckCounter(std::span<const float> samples, int sign = 1);
 
