@@ -51,6 +51,12 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 include(${CMAKE_CURRENT_LIST_DIR}/Precompiled.cmake)
 
+# corvane_apart(<target> <files>): sources whose short names mean other things than in the files beside them, so that no
+# compilation takes them together; see CMAKE_UNITY_BUILD in the presets.
+function(corvane_apart target)
+  set_source_files_properties(${ARGN} TARGET_DIRECTORY ${target} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endfunction()
+
 # corvane_room(<name> LINKS <targets> SOURCES <files>): a static room above the platform line.
 function(corvane_room name)
   cmake_parse_arguments(ROOM "" "" "LINKS;SOURCES" ${ARGN})

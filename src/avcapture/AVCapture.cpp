@@ -13,7 +13,6 @@ namespace kernel = platform::kernel;
 namespace {
 
 constexpr uint64_t kNanosPerMillisecond = 1'000'000;
-constexpr uint64_t kNanosPerMicrosecond = 1'000;
 
 const mach_timebase_info_data_t& TimeBase()
 {
@@ -160,5 +159,5 @@ void AVCapture::PriorityDowngrade()
 
 uint64_t AVCapture::Timestamp()
 {
-    return AbsoluteToNanoseconds(UpTime()) / kNanosPerMicrosecond;
+    return AbsoluteToNanoseconds(UpTime()) / platform::kernel::kNanosPerMicrosecond;
 }

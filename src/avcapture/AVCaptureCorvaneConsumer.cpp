@@ -8,6 +8,7 @@
 #include "avcapture/AVCapture.h"
 #include "avcapture/AVCaptureCorvane.h"
 #include "avcapture/SampleConversion.h"
+#include "platform/kernel/HostTime.h"
 #include "platform/kernel/Realtime.h"
 
 #include <algorithm>
@@ -18,7 +19,6 @@ namespace kernel = platform::kernel;
 namespace {
 
 constexpr uint64_t kComputeBoundNanos = 1'000'000'000;
-constexpr uint64_t kNanosPerMicrosecond = 1'000;
 
 // The pass before the first one is the largest number, so that only the distance tells the order.
 bool IsEarlier(uint32_t loopA, uint32_t loopB)
@@ -228,7 +228,8 @@ void AVCaptureCorvane::HandOn(const Chunk& chunk)
 {
     if (chunk.mBytes == 0) return;
     mChunkFrame = chunk.mFrame;
-    Process(reinterpret_cast<const void*>(mOutputBuffer.Address()), chunk.mBytes, chunk.mTimeNS / kNanosPerMicrosecond);
+    Process(reinterpret_cast<const void*>(mOutputBuffer.Address()), chunk.mBytes,
+            chunk.mTimeNS / platform::kernel::kNanosPerMicrosecond);
 }
 
 void AVCaptureCorvane::Process(const void* buffer, uint32_t bytes, uint64_t timeUS)

@@ -7,6 +7,7 @@
 #include "platform/audio/ConverterLimits.h"
 #include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFDictionary.h"
+#include "platform/kernel/HostTime.h"
 #include "utility/CAStreamBasicDescription.h"
 
 #include <algorithm>
@@ -26,7 +27,7 @@ constexpr AudioStreamBasicDescription kStandardDesc = {
     2,
     32,
     0};
-constexpr double kNanosPerSecond = 1e9;
+using platform::kernel::kNanosPerSecond;
 
 bool IsDefaultInput(CFStringRef uid)
 {

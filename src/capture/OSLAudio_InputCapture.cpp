@@ -3,6 +3,7 @@
 
 #include "capture/buffers/CAAudioBufferList.h"
 #include "capture/buffers/UnitCalls.h"
+#include "platform/kernel/HostTime.h"
 #include "utility/CAHostTimeBase.h"
 
 #include <span>
@@ -13,7 +14,7 @@ using capture::SetUnitProperty;
 namespace {
 
 constexpr UInt32 kSliceMarginFrames = 32;  // a device may give a few frames more than it promised
-constexpr double kNanosPerSecond = 1e9;
+using platform::kernel::kNanosPerSecond;
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include "capture/buffers/DeviceProperties.h"
 #include "platform/audio/StampLatency.h"
 #include "platform/foundation/CFDictionary.h"
+#include "platform/kernel/HostTime.h"
 #include "utility/CAHostTimeBase.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr UInt32 kTapChannels = 2;
 constexpr double kStandardRateHz = 44100.0;
-constexpr double kNanosPerSecond = 1e9;
+using platform::kernel::kNanosPerSecond;
 
 /// The devices of an array of UIDs that are there, in its order. The array may be null.
 template <class Take>

@@ -24,11 +24,6 @@ using cf::Ref;
 
 constexpr size_t kMostDevices = 1000;  // far more than anybody's, and the file stays readable
 
-std::string NameOf(const ListedDevice& device)
-{
-    return cf::ToStdString(device.mSettings.mName.Get());
-}
-
 std::vector<std::string> Written(const Ref<cf::Array>& list, const std::function<std::string(CFTypeRef)>& write)
 {
     std::vector<std::string> texts;

@@ -82,12 +82,12 @@ bool IsSame(const std::string& a, const std::string& b)
     return Folded(a) == Folded(b);
 }
 
+}  // namespace
+
 std::string NameOf(const ListedDevice& device)
 {
     return cf::ToStdString(device.mSettings.mName.Get());
 }
-
-}  // namespace
 
 DeviceList::DeviceList(CFDictionaryRef root) : mIsOn(ToInt(root->Find(settings::kEnabled), 0) != 0)
 {

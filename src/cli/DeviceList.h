@@ -18,6 +18,8 @@ struct ListedDevice {
     cf::Ref<cf::Dictionary> mExtras;  // what its entry held beyond what is known, or of another type; may be null
 };
 
+std::string NameOf(const ListedDevice& device);
+
 class DeviceList {
 public:
     /// Reads the devices out of a whole tree, of which anything may be missing or of a wrong type.

@@ -15,6 +15,13 @@
 class HP_Device;
 class HP_Stream;
 
+/// The format as a key of the lists: its rate left open.
+inline AudioStreamBasicDescription HP_WithoutRate(AudioStreamBasicDescription format)
+{
+    format.mSampleRate = 0;
+    return format;
+}
+
 class HP_FormatList final : public HP_Property {
 public:
     /// A format, its rate left open, and the rates it can run at, in the order in which AFL_AddFormat leaves them.

@@ -5,12 +5,6 @@
 
 namespace {
 
-AudioStreamBasicDescription WithoutRate(AudioStreamBasicDescription format)
-{
-    format.mSampleRate = 0;
-    return format;
-}
-
 /// Enters a range into those of a format. The first one that does not lie wholly above it decides: an overlap at one
 /// end is merged into that one alone, and a range that surrounds it is put before it as it is.
 void AddRange(CAAudioValueRangeList& ranges, const AudioValueRange& added)
@@ -39,7 +33,7 @@ const CAAudioValueRange* FindRange(const CAAudioValueRangeList& ranges, Float64 
 
 void HP_FormatList::AFL_AddFormat(AvailableFormatList& list, const AudioStreamRangedDescription& format)
 {
-    const AudioStreamBasicDescription key = WithoutRate(format.mFormat);
+    const AudioStreamBasicDescription key = HP_WithoutRate(format.mFormat);
     const auto place = std::ranges::find_if(list, [&](const AvailableFormat& other) { return !(other.mFormat < key); });
     if (place != list.end() && place->mFormat == key)
         AddRange(place->mRates, format.mSampleRateRange);
@@ -56,7 +50,7 @@ const HP_FormatList::AvailableFormat* HP_FormatList::AFL_FindSampleFormat(const 
 
 bool HP_FormatList::AFL_SupportsFormat(const AvailableFormatList& list, const AudioStreamBasicDescription& format)
 {
-    const CAStreamBasicDescription key(WithoutRate(format));
+    const CAStreamBasicDescription key(HP_WithoutRate(format));
     const Float64 rate = format.mSampleRate;
     if (key.IsEqual({}, false)) {  // a question about the rate alone
         return rate == 0 ||
@@ -70,7 +64,7 @@ void HP_FormatList::AFL_BestMatchForFormat(const AvailableFormatList& list, cons
                                            AudioStreamBasicDescription& format)
 {
     if (list.empty()) return;
-    const AvailableFormat* const found = AFL_FindSampleFormat(list, WithoutRate(format));
+    const AvailableFormat* const found = AFL_FindSampleFormat(list, HP_WithoutRate(format));
     const AvailableFormat& best = found ? *found : list.front();
     const Float64 wanted = format.mSampleRate != 0 ? format.mSampleRate : current.mSampleRate;
     format = best.mFormat;

@@ -9,12 +9,6 @@ namespace {
 constexpr AudioObjectPropertyScope kGlobal = kAudioObjectPropertyScopeGlobal;
 constexpr AudioObjectPropertyElement kMaster = kAudioObjectPropertyElementMaster;
 
-AudioStreamBasicDescription WithoutRate(AudioStreamBasicDescription format)
-{
-    format.mSampleRate = 0;
-    return format;
-}
-
 AudioStreamBasicDescription Virtual(AudioStreamBasicDescription format)
 {
     CAStreamBasicDescription::NormalizeLinearPCMFormat(format);
@@ -62,7 +56,7 @@ void HP_FormatList::DetermineNotifications(const HP_Device& device, const HP_Str
     AppendOnElement(ofStream, kAudioStreamPropertyPhysicalFormat, side, stream);
     ofDevice.AppendUnique({kAudioStreamPropertyPhysicalFormat, kGlobal, kMaster});
 
-    if (!(WithoutRate(oldFormat) == WithoutRate(newFormat)))
+    if (!(HP_WithoutRate(oldFormat) == HP_WithoutRate(newFormat)))
         ofStream.AppendUnique({kAudioDevicePropertyAvailableNominalSampleRates, kGlobal, kMaster});
 
     if (!(Virtual(oldFormat) == Virtual(newFormat))) {

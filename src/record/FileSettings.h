@@ -4,12 +4,16 @@
 
 #include "record/SampleFormat.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace record {
 
 enum class FileType { Wav, Flac, Raw };
+
+/// So many frames are converted and written at once.
+constexpr size_t kPieceFrames = 4096;
 
 struct FileSettings {
     std::string mPath;  // "-": standard output

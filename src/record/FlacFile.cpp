@@ -11,7 +11,6 @@ namespace record {
 
 namespace {
 
-constexpr size_t kPieceFrames = 4096;
 constexpr unsigned kCompressionLevel = 5;
 constexpr uint64_t kBlockSizesOffset =
     12;  // of the first field that is rewritten: after mark, block head, block frames

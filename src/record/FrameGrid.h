@@ -13,10 +13,16 @@ public:
 
     unsigned RateHz() const noexcept { return mRateHz; }
 
-    /// The frame nearest to a host time; of a length of time, its number of frames. @realtime yes, as all here
+    /// The frame nearest to a host time; of a length of time, its number of frames. @realtime yes
     uint64_t FrameAt(uint64_t nanos) const noexcept
     {
         return uint64_t((Wide(nanos) * mRateHz + kSecondNanos / 2) / kSecondNanos);
+    }
+
+    /// The host time of a frame. @realtime yes
+    uint64_t NanosAt(uint64_t frame) const noexcept
+    {
+        return frame / mRateHz * kSecondNanos + frame % mRateHz * kSecondNanos / mRateHz;
     }
 
 private:

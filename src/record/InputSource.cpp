@@ -16,10 +16,9 @@ namespace kernel = platform::kernel;
 
 namespace {
 
-constexpr uint64_t kSecondNanos = 1'000'000'000;
 // Often enough for the graph's rings, which hold seconds.
-constexpr uint64_t kRelaxedWakeNanos = 125'000'000;
-constexpr uint64_t kLiveWakeNanos = 10'000'000;
+constexpr uint64_t kRelaxedRenderNanos = 125'000'000;
+constexpr uint64_t kLiveRenderNanos = 10'000'000;
 
 }  // namespace
 
@@ -27,7 +26,7 @@ InputSource::InputSource(const FrameGrid& grid, std::string uid, unsigned channe
     : mGrid(grid),
       mUID(std::move(uid)),
       mChannels(channels),
-      mWakeNanos(live ? kLiveWakeNanos : kRelaxedWakeNanos),
+      mWakeNanos(live ? kLiveRenderNanos : kRelaxedRenderNanos),
       mStrand(channels, queueFrames),
       mInterleaved(size_t(kCycleFrames) * channels)
 {
@@ -131,7 +130,7 @@ bool InputSource::IsDue() const noexcept
 {
     if (mAlignedNanos == 0) return true;
     const uint64_t end = mRendered + kCycleFrames;
-    const uint64_t nanos = end / mGrid.RateHz() * kSecondNanos + end % mGrid.RateHz() * kSecondNanos / mGrid.RateHz();
+    const uint64_t nanos = mGrid.NanosAt(end);
     return mach_absolute_time() >= mAlignedNanos + nanos;
 }
 

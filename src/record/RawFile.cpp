@@ -6,7 +6,6 @@ namespace record {
 
 namespace {
 
-constexpr size_t kPieceFrames = 4096;
 
 }  // namespace
 

@@ -17,8 +17,6 @@ namespace kernel = platform::kernel;
 namespace {
 
 constexpr unsigned kQueueSeconds = 10;
-constexpr size_t kPieceFrames = 4096;
-constexpr uint64_t kSecondNanos = 1'000'000'000;
 constexpr uint64_t kRelaxedWakeNanos = 340'000'000;  // as often as a tap brings frames
 constexpr uint64_t kLiveWakeNanos = 10'000'000;
 // A source that plays has its first frame in the file by then, or is silent at first.
@@ -214,7 +212,7 @@ RecordingState Recorder::TakeState()
             source.mSilentFrames[size_t(cause)] = mAccount.FramesOf(i, cause, end);
         source.mDelivers = i >= mInputs.size() || !mInputs[i].mLeftOut;
     }
-    if (const uint64_t now = mach_absolute_time(); now >= mLostNanos + kSecondNanos) {
+    if (const uint64_t now = mach_absolute_time(); now >= mLostNanos + kernel::kNanosPerSecond) {
         mLostNanos = now;
         mShownLost = LostFrames(state.mFrames);
     }
@@ -238,7 +236,7 @@ std::optional<uint64_t> Recorder::HeadNanos()
     const uint64_t start = mStart.load(std::memory_order_acquire);
     if (start == kNotYet) return std::nullopt;
     const uint64_t frames = start - std::min(start, mGrid.FrameAt(mStartNanos));
-    return frames * kSecondNanos / mGrid.RateHz();
+    return mGrid.NanosAt(frames);
 }
 
 uint64_t Recorder::LostFrames(uint64_t frames) const
@@ -250,7 +248,7 @@ std::optional<uint64_t> Recorder::EndNanos() const
 {
     const uint64_t end = mEnd.load(std::memory_order_acquire);
     if (end == kNotYet) return std::nullopt;
-    return end / mGrid.RateHz() * kSecondNanos + end % mGrid.RateHz() * kSecondNanos / mGrid.RateHz();
+    return mGrid.NanosAt(end);
 }
 
 uint64_t Recorder::FrameNow() const
@@ -271,7 +269,7 @@ void Recorder::WriteUntilDone()
     while (WaitForWork() && Assemble()) {
         const uint64_t now = mach_absolute_time();
         if (now < mHeaderNanos) continue;
-        mHeaderNanos = now + kSecondNanos;
+        mHeaderNanos = now + kernel::kNanosPerSecond;
         mFile.UpdateHeader();  // an error shows again at the next write, or at the end
     }
     const CAMutex::Scope lock(mGuard);

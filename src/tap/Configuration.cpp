@@ -10,7 +10,7 @@ namespace tap {
 
 namespace {
 
-constexpr uint32_t kMostChannels = 1024;  // of a device; an index beyond is nonsense
+constexpr uint32_t kMostDeviceChannels = 1024;  // of a device; an index beyond is nonsense
 
 template <class T>
 const T* As(CFTypeRef object, CFTypeID type)
@@ -58,7 +58,7 @@ bool ReadPair(const cf::Array* entry, TappedDevice& device)
 {
     const auto left = Word(CFArrayGetValueAtIndex(entry, 1));
     const auto right = Word(CFArrayGetValueAtIndex(entry, 2));
-    if (!left || !right || *left >= kMostChannels || *right >= kMostChannels) return false;
+    if (!left || !right || *left >= kMostDeviceChannels || *right >= kMostDeviceChannels) return false;
     device.mPreferredPair = TappedDevice::Pair{*left, *right};
     return true;
 }

@@ -32,9 +32,9 @@ AudioStreamBasicDescription FloatFormat()
 }
 
 /// A session that captures the speakers, and what its callback was given.
-class Session {
+class CountingSession {
 public:
-    explicit Session(unsigned flags)
+    explicit CountingSession(unsigned flags)
     {
         platform::kernel::PublishService(std::make_shared<tap::Service>());
         CFTypeRef uid = CFSTR("speakers");
@@ -45,7 +45,7 @@ public:
         EXPECT_EQ(mSession->Resume(), 0);
     }
 
-    ~Session() { platform::kernel::WithdrawServices(); }
+    ~CountingSession() { platform::kernel::WithdrawServices(); }
 
     void Stop() { EXPECT_EQ(mSession->Stop(), 0); }
 
@@ -58,7 +58,7 @@ private:
     static int Take(void* userData, const void* samples, uint32_t, uint32_t frames, uint64_t,
                     AudioStreamBasicDescription)
     {
-        auto& self = *static_cast<Session*>(userData);
+        auto& self = *static_cast<CountingSession*>(userData);
         const float* left = static_cast<const float*>(samples);
         for (uint32_t i = 0; i < frames; ++i, left += 2) self.Hear(*left);
         self.mFrames += frames;
@@ -84,7 +84,7 @@ TEST(TapScenario, OneTapLosesAndDoublesNoFrame)
         Scenario s;
         auto& speakers = s.output("speakers").rate(44100).quantum(1024);
         s.application("game", 200).plays(Counter(), speakers);
-        Session session(kAVCaptureLowLatencyAudio);
+        CountingSession session(kAVCaptureLowLatencyAudio);
         s.runUntil(kLength);
         session.Stop();
         EXPECT_NEAR(static_cast<double>(session.mFrames), static_cast<double>(kLength.count()) * kRateHz, 4096);

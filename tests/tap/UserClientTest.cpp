@@ -103,8 +103,8 @@ public:
 };
 
 /// Two regions of the sizes that the service announced, and the six scalars that name them.
-struct Regions {
-    explicit Regions(Connection& connection)
+struct NamedRegions {
+    explicit NamedRegions(Connection& connection)
     {
         std::vector<uint64_t> sizes(2);
         EXPECT_EQ(connection.Call(0, {}, &sizes), kIOReturnSuccess);
@@ -193,7 +193,7 @@ TEST(UserClient, RatesOfBothVersionsAreUnderstood)
         Properties properties;
         properties.mRate = row.mRate;
         ASSERT_EQ(connection.Set(properties), kIOReturnSuccess);
-        Regions regions(connection);
+        NamedRegions regions(connection);
         ASSERT_EQ(connection.Call(5, regions.Scalars()), kIOReturnSuccess);
         connection.Close();
         EXPECT_EQ(regions.mStatus[5], row.mNanosPerBlock);
@@ -226,7 +226,7 @@ TEST(UserClient, CallsOutOfTurnAndRegionsThatCannotBeAreRefused)
     EXPECT_EQ(connection.Call(4, {}), kIOReturnBadArgument);
     EXPECT_EQ(connection.Call(4, {2}), kIOReturnBadArgument);
 
-    const Regions regions(connection);
+    const NamedRegions regions(connection);
     const std::vector<uint64_t> good = regions.Scalars();
     const auto spoiled = [&](size_t index, uint64_t value) {
         auto scalars = good;
@@ -253,7 +253,7 @@ TEST(UserClient, ATapCapturesWhatItWasAskedForUntilItIsClosed)
     Properties properties;
     properties.mDevices = List({Text("speakers"), Text("headset"), Text("speakers")});
     ASSERT_EQ(connection.Set(properties), kIOReturnSuccess);
-    Regions regions(connection);
+    NamedRegions regions(connection);
     ASSERT_EQ(connection.Call(4, {0}), kIOReturnSuccess);  // before there is anything to silence
     ASSERT_EQ(connection.Call(5, regions.Scalars()), kIOReturnSuccess);
     EXPECT_EQ(uint32_t(regions.mStatus[0] >> 32), 2u) << "channels, in place at once";

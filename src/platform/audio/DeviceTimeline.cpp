@@ -17,7 +17,7 @@ constexpr double kMostLateSeconds = 5e-3;
 // Of a step between sample times and moments.
 constexpr double kMostPaidBackSeconds = 0.1;
 
-pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards opening and closing
+pthread_mutex_t sOpenMutex = PTHREAD_MUTEX_INITIALIZER;  // guards opening and closing
 // Timelines are never taken out: their number is that of the devices, and readers hold no lock.
 std::atomic<DeviceTimeline*> sFirst{nullptr};  // stored under the mutex (release), loaded by readers (acquire)
 
@@ -26,7 +26,7 @@ std::atomic<DeviceTimeline*> sFirst{nullptr};  // stored under the mutex (releas
 DeviceTimeline& DeviceTimeline::Open(AudioDeviceID device)
 {
     const uint64_t latencyNanos = StampLatencyNanos();
-    const kernel::MutexGuard guard(sMutex);
+    const kernel::MutexGuard guard(sOpenMutex);
     DeviceTimeline* timeline = Find(device);
     if (!timeline) {
         timeline = new DeviceTimeline(device);
@@ -43,7 +43,7 @@ DeviceTimeline& DeviceTimeline::Open(AudioDeviceID device)
 
 void DeviceTimeline::Close()
 {
-    const kernel::MutexGuard guard(sMutex);
+    const kernel::MutexGuard guard(sOpenMutex);
     if (mUsers.fetch_sub(1, std::memory_order_relaxed) == 1) mPublished.Withdraw();
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr AudioDeviceID kFirstDevice = 32;  // below lies what the audio system itself may need
 
-pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;  // guards sSeen
+pthread_mutex_t sSeenMutex = PTHREAD_MUTEX_INITIALIZER;  // guards sSeen
 std::vector<NativeDevice> sSeen;                     // every device there ever was, by number from kFirstDevice on
 
 /// Gives the device its number.
@@ -45,7 +45,7 @@ NativeDevices CopyNativeDevices()
 {
     machine::ServerSnapshot snapshot = LookAtServer();
     NativeDevices native;
-    const kernel::MutexGuard guard(sMutex);
+    const kernel::MutexGuard guard(sSeenMutex);
     native.mDefaultOutput = AddDevices(false, snapshot.mOutputs, snapshot.mDefaultOutput, native);
     native.mDefaultInput = AddDevices(true, snapshot.mInputs, snapshot.mDefaultInput, native);
     return native;
@@ -53,7 +53,7 @@ NativeDevices CopyNativeDevices()
 
 std::optional<NativeDevice> LastSeenDevice(AudioDeviceID number)
 {
-    const kernel::MutexGuard guard(sMutex);
+    const kernel::MutexGuard guard(sSeenMutex);
     const size_t index = number - kFirstDevice;
     return number < kFirstDevice || index >= sSeen.size() ? std::nullopt : std::optional(sSeen[index]);
 }

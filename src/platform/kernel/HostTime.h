@@ -8,6 +8,13 @@ struct mach_timebase_info_data_t {
     uint32_t denom;
 };
 
+namespace platform::kernel {
+
+constexpr uint64_t kNanosPerSecond = 1'000'000'000;
+constexpr uint64_t kNanosPerMicrosecond = 1'000;
+
+}  // namespace platform::kernel
+
 /// Host time in ticks.
 /// @realtime yes
 uint64_t mach_absolute_time();
