@@ -10,7 +10,6 @@ namespace {
 
 using GraphRecordTest = RecordFixture;
 using support::Clicks;
-constexpr int kTries = 4;
 
 /// One recording of the two, and what the server did not deliver of it.
 struct ClicksOfTwo {

@@ -16,6 +16,7 @@ using support::CommandRun;
 using support::ReadRecording;
 using support::Recording;
 
+constexpr int kTries = 4;
 constexpr unsigned kRateHz = 48000;
 constexpr size_t kFrameBytes = 2 * sizeof(float);
 

@@ -19,7 +19,6 @@ using support::CheckCounter;
 using support::CounterReport;
 using support::WaitForSize;
 
-constexpr int kTries = 4;
 #ifdef CORVANE_SANITIZED
 constexpr unsigned kCyclesAMove = 2;  // the server is late under a sanitizer, and the cycle is cut with the next
 constexpr unsigned kLongSeconds = 10;

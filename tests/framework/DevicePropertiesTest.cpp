@@ -97,8 +97,8 @@ constexpr Expected kOfStream[] = {
 
 constexpr AudioObjectID kDevice = 7, kStream = 8;
 
-struct Rig : TestPlugIn {
-    Rig()
+struct DeviceRig : TestPlugIn {
+    DeviceRig()
     {
         for (TestStream* stream :
              {&mDevice->Add(9, true, 1, Integers(16)), &mDevice->Add(kStream, false, 1, Integers(16))})
@@ -161,7 +161,7 @@ void SweepGet(const Expected& property, bool exists, const Get& get)
 void Sweep(AudioObjectID number, const Expected& property, char letter)
 {
     SCOPED_TRACE(property.mCode + std::string(" ") + letter + " of " + std::to_string(number));
-    Rig rig;
+    DeviceRig rig;
     const auto& calls = rig.Calls();
     const AudioObjectPropertyScope scope = letter == 'g'   ? kAudioObjectPropertyScopeGlobal
                                            : letter == 'i' ? kAudioObjectPropertyScopeInput

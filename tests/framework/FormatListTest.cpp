@@ -52,8 +52,8 @@ TEST(HP_FormatList, RangesOfOneFormatRunFromHighToLowAndMeetOnlyTheFirstThatIsNo
 }
 
 /// An output stream that can do what most tests ask for.
-struct Rig : TestPlugIn {
-    Rig()
+struct FormatRig : TestPlugIn {
+    FormatRig()
     {
         for (const auto& [format, low, high] :
              std::initializer_list<std::tuple<Format, int, int>>{{Packets(), 48000, 48000},
@@ -75,7 +75,7 @@ std::string Words(const Format& format)
 
 TEST(HP_FormatList, ListsMixableFormatsBeforeOthersAndFoldsPhysicalFormatsIntoVirtualOnes)
 {
-    Rig rig;
+    FormatRig rig;
     rig.mList.AddPhysicalFormat({Integers(16, 0), {1, 2}});  // has no channels and is not entered
     std::string physical, virtuals;
     AudioStreamRangedDescription format;
@@ -93,7 +93,7 @@ TEST(HP_FormatList, ListsMixableFormatsBeforeOthersAndFoldsPhysicalFormatsIntoVi
 
 TEST(HP_FormatList, FindsWhatIsSupportedAndWhatComesNearest)
 {
-    Rig rig;
+    FormatRig rig;
     const struct {
         Format mAsked;
         bool mSupported;
@@ -122,7 +122,7 @@ TEST(HP_FormatList, FindsWhatIsSupportedAndWhatComesNearest)
 TEST(HP_FormatList, AFormatAskedForIsCheckedFieldByFieldCompletedAndGivenToTheHardware)
 {
     const auto ask = [](UInt32 selector, const Format& format, bool hardwareTakes) {
-        Rig rig;
+        FormatRig rig;
         rig.mStream.mTakesFormats = hardwareTakes;
         const AudioObjectPropertyAddress address{selector, kAudioObjectPropertyScopeGlobal, 0};
         const OSStatus status =
@@ -150,7 +150,7 @@ TEST(HP_FormatList, AFormatAskedForIsCheckedFieldByFieldCompletedAndGivenToTheHa
 
 TEST(HP_FormatList, ARateOrAMixabilityIsTakenWithWhateverFormatHasIt)
 {
-    Rig rig;
+    FormatRig rig;
     const auto now = [&] {
         Format format;
         rig.mList.GetCurrentPhysicalFormat(format);
@@ -175,7 +175,7 @@ TEST(HP_FormatList, ARateOrAMixabilityIsTakenWithWhateverFormatHasIt)
 
 TEST(HP_FormatList, BuffersHoldTheVirtualFormatOrOnePacket)
 {
-    Rig rig;
+    FormatRig rig;
     const Format wired{48000, kAudioFormat60958AC3, 0, 6144, 1536, 4, 2, 16, 0};
     const struct {
         Format mFormat;
@@ -194,7 +194,7 @@ TEST(HP_FormatList, BuffersHoldTheVirtualFormatOrOnePacket)
 
 TEST(HP_FormatList, AChangeIsToldOfWhateverItMovesOnAllStreamsOfTheDevice)
 {
-    Rig rig;
+    FormatRig rig;
     TestStream& second = rig.mDevice->Add(9, false, 3, Integers(16));
     rig.mDevice->Add(10, true, 1, Integers(16));
     const auto told = [&](const HP_Stream& stream, const Format& before, const Format& after) {

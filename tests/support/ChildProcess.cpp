@@ -15,7 +15,7 @@ namespace support {
 
 namespace {
 
-constexpr int kPatienceMillis = 10'000;
+constexpr int kLinePatienceMillis = 10'000;
 
 }  // namespace
 
@@ -45,7 +45,7 @@ std::string ReadLine(int descriptor)
     std::string line;
     for (char character = 0;; line += character) {
         pollfd waiting{descriptor, POLLIN, 0};
-        if (poll(&waiting, 1, kPatienceMillis) <= 0 || read(descriptor, &character, 1) != 1)
+        if (poll(&waiting, 1, kLinePatienceMillis) <= 0 || read(descriptor, &character, 1) != 1)
             throw std::runtime_error("a child process printed nothing, after: " + line);
         if (character == '\n') return line;
     }
