@@ -1,5 +1,6 @@
 #include "record/FlacFile.h"
 
+#include "record/FileSettings.h"
 #include "record/SampleFormat.h"
 
 #include <fmt/format.h>

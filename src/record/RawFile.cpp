@@ -1,13 +1,10 @@
 #include "record/RawFile.h"
 
+#include "record/FileSettings.h"
+
 #include <algorithm>
 
 namespace record {
-
-namespace {
-
-
-}  // namespace
 
 RawFile::RawFile(OutputTarget& target, SampleFormat format, unsigned channels)
     : mTarget(target), mFormat(format), mChannels(channels), mFrameBytes(channels * BytesPerSample(format))
