@@ -90,7 +90,7 @@ public:
     /// Starts them. One that fails leaves those before it running.
     /// @return 0, or the first failing step's status; ExplainRefusal says more of kAudioUnitErr_FormatNotSupported
     OSStatus Resume();
-    /// Why an input cannot be mixed, as a sentence for a person that says what to do; empty where it can.
+    /// Why an input cannot be mixed, as a sentence for a person that says what to do; empty where it can, or is none.
     std::string ExplainRefusal(size_t index) const;
 
     // ---- The cycle, and what goes with it. @thread the I/O thread @realtime yes

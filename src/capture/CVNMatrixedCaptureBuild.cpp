@@ -216,7 +216,7 @@ std::string CVNMatrixedCapture::ExplainRefusal(size_t index) const
 {
     using namespace platform::audio;
     AudioStreamBasicDescription desc{};
-    if (mInputs[index]->GetSource()->GetAudioDesc(&desc) != 0) return {};
+    if (index >= mInputs.size() || mInputs[index]->GetSource()->GetAudioDesc(&desc) != 0) return {};
     const double rate = desc.mSampleRate, mixRate = mCaptureDesc.mSampleRate;
     char text[200] = "";
     if (desc.mChannelsPerFrame > kMostConvertedChannels)

@@ -39,13 +39,15 @@ int ComplainAboutFile(const std::string& path, int error)
     return Complain(record::DescribeFileError(path, error), error == EEXIST ? kExitUsage : kExitFailed);
 }
 
-int ComplainAboutStart(int status)
+int ComplainAboutStart(int status, const std::string& why)
 {
+    if (!why.empty()) return Complain(why, kExitFailed);
     if (status == kNoDeviceToTap)
         return Complain("The audio server has no output device to take sound from. Connect or create one.",
                         kExitNoServer);
     if (status == kNoTapService)
-        return Complain(fmt::format("The tap's bundle is missing from '{}'. Install Corvane again.",
+        return Complain(fmt::format("No tap could be loaded from '{}'. Install Corvane again, or raise the limit of open "
+                                    "files (ulimit -n).",
                                     Machine::Current().GetFiles().BundleFolder()),
                         kExitFailed);
     return Complain(fmt::format("The recording could not be started (status {}).", status), kExitFailed);
@@ -77,7 +79,7 @@ public:
         CatchStopSignals();
         IgnoreWriteSignals();
         if (const int error = mRecorder.Check()) return ComplainAboutFile(mFile.mPath, error);
-        if (const int status = mRecorder.Start()) return ComplainAboutStart(status);
+        if (const int status = mRecorder.Start()) return ComplainAboutStart(status, mRecorder.WhyNotStarted());
         // An older file is not touched before its successor has sound to begin with.
         {
             Following following(mRecorder, mPlan);

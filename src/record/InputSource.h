@@ -22,6 +22,7 @@ public:
 
     int Open() override;
     int Start() override;
+    std::string Explain() const override { return mCapture.ExplainRefusal(0); }
     void Stop() override;
     Strand& GetStrand() override { return mStrand; }
     uint64_t DelayNanos() const override;

@@ -69,12 +69,20 @@ int Recorder::Start()
 {
     mStartNanos = mach_absolute_time();
     for (const SourceSettings& source : mSettings.mSources)
-        if (const int status = OpenSource(source)) return status;
-    for (Input& input : mInputs) {
-        if (const int status = input.mSource->Start()) return status;
-        mDelayNanos = std::max(mDelayNanos, input.mSource->DelayNanos());
+        if (const int status = OpenSource(source)) return Refuse(mInputs.size() - 1, status);
+    for (size_t i = 0; i < mInputs.size(); ++i) {
+        Source& source = *mInputs[i].mSource;
+        if (const int status = source.Start()) return Refuse(i, status);
+        mDelayNanos = std::max(mDelayNanos, source.DelayNanos());
     }
     return 0;
+}
+
+int Recorder::Refuse(size_t source, int status)
+{
+    const std::string why = mInputs[source].mSource->Explain();
+    if (!why.empty()) mWhyNotStarted = "'" + mSettings.mSources[source].mName + "' cannot be recorded. " + why;
+    return status;
 }
 
 int Recorder::OpenSource(const SourceSettings& settings)

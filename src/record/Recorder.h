@@ -54,6 +54,8 @@ public:
     int Check() const { return mFile.Check(); }
     /// Opens the sources and lets sound flow; nothing is written yet. @return 0 or the status of a source
     int Start();
+    /// Which source could not be started and why, as a sentence for a person; empty: only Start's status tells.
+    const std::string& WhyNotStarted() const { return mWhyNotStarted; }
     /// Creates the file and writes. After Start. @return 0 or the system's error number
     int OpenFile();
 
@@ -104,6 +106,7 @@ private:
 
     static RecordingSettings WithChannels(RecordingSettings settings);
     int OpenSource(const SourceSettings& settings);
+    int Refuse(size_t source, int status);
 
     static void* WriterEntry(void* recorder);
     void WriteUntilDone();
@@ -126,6 +129,7 @@ private:
     std::vector<Input> mInputs;
     uint64_t mDelayNanos = 0;  // of the source that takes longest
     uint64_t mStartNanos = 0;
+    std::string mWhyNotStarted;
 
     CAGuard mGuard{"Recorder"};  // for the flags and waits of the owner and the writer
     bool mQuit = false;          // the writer is to end at once

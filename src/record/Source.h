@@ -33,6 +33,8 @@ public:
     virtual int Open() = 0;
     /// Lets sound flow into the strand. @return 0 or a status
     virtual int Start() = 0;
+    /// Why it could not be opened or started, as a sentence for a person; empty: the status is all there is to say.
+    virtual std::string Explain() const { return {}; }
     /// Returns when no frame is put and none will be.
     virtual void Stop() = 0;
 
