@@ -46,10 +46,11 @@ int ComplainAboutStart(int status, const std::string& why)
         return Complain("The audio server has no output device to take sound from. Connect or create one.",
                         kExitNoServer);
     if (status == kNoTapService)
-        return Complain(fmt::format("No tap could be loaded from '{}'. Install Corvane again, or raise the limit of open "
-                                    "files (ulimit -n).",
-                                    Machine::Current().GetFiles().BundleFolder()),
-                        kExitFailed);
+        return Complain(
+            fmt::format("No tap could be loaded from '{}'. Install Corvane again, or raise the limit of open "
+                        "files (ulimit -n).",
+                        Machine::Current().GetFiles().BundleFolder()),
+            kExitFailed);
     return Complain(fmt::format("The recording could not be started (status {}).", status), kExitFailed);
 }
 

@@ -88,6 +88,7 @@ private:
     int FindPinnedOutputs()
     {
         for (const std::string& name : mOptions.mFrom) {
+            if (name.empty()) return Complain("--from has no name; for example --from speakers", kExitUsage);
             const DeviceMatch output = MatchDevice(mOutputs, Side::Output, name);
             if (!output.mDevice) return Complain(output.mError, kExitNotFound);
             mPinned.push_back(output.mDevice->mUID);

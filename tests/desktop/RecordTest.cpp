@@ -327,6 +327,7 @@ TEST_F(RecordTest, WhatCannotBeIsRefusedWithTheReasonAndACodeOfItsOwn)
         {{"record", "--source", "app:chosn", File()}, 4, "Playing now: chosen"},
         {{"record", "--source", "pid:999999999", File()}, 4, "999999999"},
         {{"record", "--from", "spaekers", File()}, 4, "speakers"},
+        {{"record", "--from", "", File()}, 2, "--from"},
         {{"record", "--source", "chosen", File()}, 2, "'chosen'"},
         {{"record", "-f", "mp3", File()}, 2, "'mp3'"},
         {{"record", "--sorce", "app:chosen", File()}, 2, "--sorce"},

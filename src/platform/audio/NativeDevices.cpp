@@ -13,7 +13,7 @@ namespace {
 constexpr AudioDeviceID kFirstDevice = 32;  // below lies what the audio system itself may need
 
 pthread_mutex_t sSeenMutex = PTHREAD_MUTEX_INITIALIZER;  // guards sSeen
-std::vector<NativeDevice> sSeen;                     // every device there ever was, by number from kFirstDevice on
+std::vector<NativeDevice> sSeen;                         // every device there ever was, by number from kFirstDevice on
 
 /// Gives the device its number.
 NativeDevice& Remember(bool isInput, machine::Device device)

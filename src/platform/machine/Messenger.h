@@ -21,8 +21,8 @@ public:
     /// @return whether messages can arrive; Describe says why not
     virtual bool Listen(std::function<void(std::string_view message)> receive) = 0;
 
-    /// Sends to all others who listen; this process knows already. Never waits: who is dead is forgotten, and who has not read what he was sent before
-    /// gets nothing more.
+    /// Sends to all others who listen; this process knows already. Never waits: a dead listener is forgotten, and one
+    /// that has not read what it was sent before gets nothing more.
     ///
     /// @param message  1 .. kMessageMaxBytes bytes
     /// @return         0, or an error number where it could not be sent for a reason of this process's own

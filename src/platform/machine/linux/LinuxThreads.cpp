@@ -204,9 +204,10 @@ std::string LinuxThreads::DescribeScheduling()
     const int refusal = mRefusal.load(std::memory_order_relaxed);
     const bool asked = mBrokerAsked.load(std::memory_order_relaxed);
     if (refusal == 0 && asked)
-        return "Real-time threads run at the priority that the desktop's broker grants, if it does.";
+        return "Corvane's own real-time threads run at the priority that the desktop's broker grants, if it does.";
     if (refusal == 0 && granted == 0) return "No thread has asked for real-time scheduling yet.";
-    if (refusal == 0) return "Real-time threads run at fixed priority, the highest at " + std::to_string(granted) + ".";
+    if (refusal == 0)
+        return "Corvane's own real-time threads run at fixed priority, the highest at " + std::to_string(granted) + ".";
     const std::string why = std::strerror(refusal);
     return std::string(granted ? "Some real-time threads" : "Real-time threads") +
            " run time-shared and may be late under load: the system refused a fixed priority (" + why +

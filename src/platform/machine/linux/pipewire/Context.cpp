@@ -17,7 +17,9 @@ Context::Context(Loop& loop) : mLoop(loop)
     }
     mThreadUtils = static_cast<spa_thread_utils*>(pw_context_get_object(mContext, SPA_TYPE_INTERFACE_ThreadUtils));
     if (mThreadUtils == nullptr)
-        mShortcoming = "without PipeWire's real-time module, so audio threads are scheduled as any other";
+        mShortcoming =
+            "without PipeWire's real-time module, so the thread that takes sound from the server is scheduled as any "
+            "other";
 }
 
 Context::~Context()
