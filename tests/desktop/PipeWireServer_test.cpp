@@ -87,7 +87,7 @@ protected:
     }
 
     /// Every count came but those of cycles that the stamps leave out: a machine that stands still costs the server
-    /// these, and no capture can have them. A cycle that is late may bear the stamp of the next one.
+    /// these, and no capture can have them. A cycle that is late, or at a move, may bear the stamp of another.
     static void ExpectEveryCount(CaptureRecorder& recorder)
     {
         const auto stamps = recorder.Stamps();
@@ -95,12 +95,11 @@ protected:
         for (size_t i = 1; i < stamps.size(); ++i)
             if (const auto& last = stamps[i - 1]; stamps[i].mClockID == last.mClockID)
                 leftOut += stamps[i].mSampleTime - (last.mSampleTime + last.mFrames);
-        ASSERT_GE(leftOut, 0) << "frames came twice";
         for (const auto& [position, sign] :
              {std::pair(ChannelPosition::FrontLeft, 1), {ChannelPosition::FrontRight, -1}}) {
             const auto report = CheckCounter(recorder.Samples(position), sign);
             EXPECT_EQ(report.mForeign, 0u) << "first break at " << report.mFirstBreak;
-            EXPECT_LE(report.mSkipped + report.mSilent, static_cast<uint64_t>(leftOut));
+            EXPECT_LE(report.mSkipped + report.mSilent, static_cast<uint64_t>(std::max<int64_t>(leftOut, 0)));
         }
     }
 

@@ -77,6 +77,14 @@ TEST(RingWriter, FixedFieldsAreInPlaceAtOnce)
     EXPECT_EQ(tap::RingWriter::AudioBytes(44100ull << 32, 2), 65536u * 8);
 }
 
+TEST(RingWriter, EachCounterHasItsPlace)
+{
+    Regions regions;
+    regions.mWriter.PublishCounters({1, 2, 3, 4, 5});
+    const std::pair<size_t, uint32_t> places[] = {{80, 1}, {84, 2}, {88, 3}, {92, 4}, {100, 5}};
+    for (const auto& [offset, value] : places) EXPECT_EQ(regions.Load<uint32_t>(offset), value) << offset;
+}
+
 // A client that measures blocks by frames is to find them whole.
 TEST(RingWriter, RingsHoldASecondOfWholeBlocksAtEveryRate)
 {
