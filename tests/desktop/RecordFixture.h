@@ -3,6 +3,7 @@
 
 #include "support/CommandRun.h"
 #include "support/PrivatePipeWire.h"
+#include "support/StallWitness.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -56,6 +57,7 @@ protected:
     std::string File(const char* name = "a.wav") const { return mPipeWire.Folder() + "/" + name; }
 
     support::PrivatePipeWire mPipeWire;
+    support::StallWitness mWitness;
     nlohmann::json mResult;  // of the recorder that finished last
     uint64_t mMissed = 0;    // frames that the recorder that finished last lost by that
 };

@@ -29,15 +29,17 @@ constexpr unsigned kLongSeconds = 60;
 
 // A machine that stands still for longer than a cycle costs the server that cycle. The recorder says so of its own
 // cycles, the application of its own, and silence stands for both: all else is the count, bit for bit.
-void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std::optional<uint64_t> missedByApplication)
+void ExpectEveryFrameAccounted(const Recording& recording, uint64_t missed, std::optional<uint64_t> missedByApplication,
+                               bool stoodStill)
 {
     for (const bool right : {false, true}) {
         const CounterReport report = CheckCounter(recording.Channel(right), right ? -1 : 1);
         EXPECT_LE(report.mLeadingSilence, 1u) << "a count may begin with 0";
         // Where the server's clock made a step, a filter bends the count, and blurs it where sound begins or ends.
-        EXPECT_TRUE(report.mBent == 0 || missed > 0) << report.mBent << " frames from " << report.mFirstBreak;
+        EXPECT_TRUE(report.mBent == 0 || missed > 0 || stoodStill)
+            << report.mBent << " frames from " << report.mFirstBreak;
         EXPECT_LE(report.mForeign, report.mBent == 0 ? 0 : 64 + missed / 8) << "first break at " << report.mFirstBreak;
-        EXPECT_LE(report.mSkipped, missed);
+        EXPECT_TRUE(report.mSkipped <= missed || stoodStill) << report.mSkipped;
         EXPECT_TRUE(!missedByApplication || report.mSilent <= missed + *missedByApplication) << report.mSilent;
     }
     if (missed + missedByApplication.value_or(0) > 0)
@@ -67,7 +69,7 @@ TEST_F(RecordTest, TakesEveryFrameOfOneApplicationBitForBitAndNoneOfAnother)
     const Recording recording = Record({"--source", "app:chosen", "-d", std::to_string(kLongSeconds / 2)});
     EXPECT_EQ(recording.mRateHz, int(kRateHz));
     ASSERT_EQ(recording.Frames(), size_t(kLongSeconds / 2) * kRateHz);
-    ExpectEveryFrameAccounted(recording, mMissed, MissedBy(chosen));
+    ExpectEveryFrameAccounted(recording, mMissed, MissedBy(chosen), mWitness.MachineStoodStill());
 }
 
 TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
@@ -88,10 +90,11 @@ TEST_F(RecordTest, LeavesNoResidueBesideAPureTone)
 TEST_F(RecordTest, FollowsAProcessesDescendantsAndChoosesByOutput)
 {
     auto browser = PlayCounter("browser", {"--child"});
-    ExpectEveryFrameAccounted(Record({"--source", "pid:" + std::to_string(browser.ID()), "-d", "2"}), mMissed, {});
+    ExpectEveryFrameAccounted(Record({"--source", "pid:" + std::to_string(browser.ID()), "-d", "2"}), mMissed, {},
+                              mWitness.MachineStoodStill());
 
     auto elsewhere = PlayCounter("elsewhere", {"--target", "headset"});
-    ExpectEveryFrameAccounted(Record({"--from", "headset", "-d", "2"}), mMissed, {});
+    ExpectEveryFrameAccounted(Record({"--from", "headset", "-d", "2"}), mMissed, {}, mWitness.MachineStoodStill());
 
     const Recording everything = Record({"--source", "system", "--from", "speakers", "--from", "headset", "-d", "1"});
     EXPECT_GT(CheckCounter(everything.Channel(0)).mSkipped, kRateHz / 2) << "two counters go up by two";
@@ -203,12 +206,18 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
     const auto result = nlohmann::json::parse(run.Output());
     const Recording recording = ReadRecording(File());
     ASSERT_EQ(recording.Frames(), size_t(kLongSeconds) * kRateHz);
+    // Where the machine stood still, the application's count is no reference for longer than that: it takes the stamp
+    // of a later cycle for its own. What is listed must be silent all the same, and all else sound of about its time.
+    const bool stoodStill = mWitness.MachineStoodStill();
+    if (stoodStill) std::printf("the machine stood still: counts are taken to half a second\n");
     // A stop ends when the next part comes, and a server that starts anew takes its time.
-    EXPECT_LT(result["frames_lost"], (stoppedSeconds + 4) * kRateHz) << result["silences"];
+    EXPECT_TRUE(result["frames_lost"] < (stoppedSeconds + 4) * kRateHz || stoodStill) << result["silences"];
     for (const bool right : {false, true}) {
         std::vector<float> samples = recording.Channel(right);
         for (float& sample : samples) sample = right ? -sample : sample;
-        support::Timeline timeline{.mFirstCount = double(samples[0]) * support::kCounterModulus};
+        support::Timeline timeline{.mFirstCount = double(samples[0]) * support::kCounterModulus,
+                                   .mMostOff = stoodStill ? kRateHz / 2.0 : 1,
+                                   .mEdge = stoodStill ? 32u : 1u};
         for (const auto& silence : result["silences"])
             timeline.mSilences.push_back({silence["start"], silence["frames"]});
         nlohmann::json events = result["events"];
@@ -217,11 +226,12 @@ TEST_F(RecordTest, EverySampleIsRightForItsTimeOrIsListedWhateverHappens)
             const auto piece = std::span(samples).subspan(wrong.mStart, wrong.mFrames);
             const bool isSilent = std::ranges::count(piece, 0.0F) == std::ssize(piece);
             unplayed += isSilent ? wrong.mFrames : 0;
-            EXPECT_TRUE(isSilent || IsRepeatedAtAMove(wrong, kCyclesAMove * kQuantum, events))
+            const bool isBlurred = stoodStill && wrong.mFrames <= 64;  // where a bent count begins anew
+            EXPECT_TRUE(isSilent || isBlurred || IsRepeatedAtAMove(wrong, kCyclesAMove * kQuantum, events))
                 << wrong.mFrames << " frames from " << wrong.mStart << " of " << (right ? "right\n" : "left\n")
                 << result;
         }
-        EXPECT_LE(unplayed, missed) << result;
+        EXPECT_TRUE(unplayed <= missed || stoodStill) << unplayed << result;
     }
 }
 
